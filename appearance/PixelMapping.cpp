@@ -1,0 +1,171 @@
+#include "appearance/PixelMapping.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace {
+
+constexpr uint32_t kFull32768 = 32768;
+constexpr int kMemoryFull = -108;
+constexpr uint32_t kMostBits = 15;
+
+struct Word4 {
+    uint16_t word[4];
+};
+
+int CreateTable(uint32_t bits, size_t nodeSize, PixelTable* table) {
+    table->table = nullptr;
+    if (bits > kMostBits) return kMemoryFull;
+    table->indexBits = bits + 1;
+    table->indexMask = (2u << bits) - 1;
+    table->shift = kMostBits - bits;
+    table->cellSize = 1u << table->shift;
+    table->fractionMask = table->cellSize - 1;
+    table->gridSize = (1u << bits) + 1;
+    const size_t nodesPerAxis = size_t{table->gridSize} + 1;
+    table->table = std::calloc(nodesPerAxis * nodesPerAxis * nodesPerAxis, nodeSize);
+    return table->table ? 0 : kMemoryFull;
+}
+
+void DisposeTable(PixelTable* table) {
+    std::free(table->table);
+    table->table = nullptr;
+}
+
+// The four nodes to mix, counted in nodes from the start of the table.
+struct Tetrahedron {
+    size_t node[4];
+    uint32_t weight[4];
+};
+
+// scaled: 0..32768 each.
+inline Tetrahedron Locate(const PixelTable& grid, const uint32_t scaled[3]) {
+    const size_t step[3] = {size_t{grid.gridSize} * grid.gridSize, grid.gridSize, 1};
+    size_t base = 0;
+    uint32_t f[3];
+    for (int axis = 0; axis < 3; ++axis) {
+        base += ((scaled[axis] >> grid.shift) & grid.indexMask) * step[axis];
+        f[axis] = scaled[axis] & grid.fractionMask;
+    }
+    const auto path = [&](int first, int second, int third) -> Tetrahedron {
+        return {{base, base + step[first], base + step[first] + step[second], base + step[0] + step[1] + step[2]},
+                {grid.cellSize - f[first], f[first] - f[second], f[second] - f[third], f[third]}};
+    };
+    switch ((f[0] > f[1] ? 4 : 0) | (f[0] > f[2] ? 2 : 0) | (f[1] > f[2] ? 1 : 0)) {
+        case 0:
+            return path(2, 1, 0);
+        case 1:
+            return path(1, 2, 0);
+        case 3:
+            return path(1, 0, 2);
+        case 4:
+            return path(2, 0, 1);
+        case 6:
+            return path(0, 2, 1);
+        case 7:
+            return path(0, 1, 2);
+        default:  // 2 and 5 contradict themselves; nodes that weigh nothing give 0
+            return {};
+    }
+}
+
+// At most cellSize * 65535, which is below 2^31.
+template <typename Node, typename Channel>
+inline uint32_t Mix(const PixelTable& grid, const Tetrahedron& nodes, Channel channel) {
+    const auto* table = static_cast<const Node*>(grid.table);
+    uint32_t sum = 0;
+    for (int corner = 0; corner < 4; ++corner) sum += nodes.weight[corner] * channel(table[nodes.node[corner]]);
+    return sum >> grid.shift;
+}
+
+inline void MixWords(const PixelTable& grid, const uint32_t scaled[3], uint16_t mixed[3]) {
+    const Tetrahedron nodes = Locate(grid, scaled);
+    for (int c = 0; c < 3; ++c) mixed[c] = static_cast<uint16_t>(Mix<Word4>(grid, nodes, [c](const Word4& node) { return node.word[c]; }));
+}
+
+// The product is at most 65535 * 32768 either way, inside 32 signed bits.
+inline uint32_t ScaledAndClamped(const PixelScale& scale, int axis, uint16_t component) {
+    const int32_t scaled = (component - scale.min[axis]) * int32_t{kFull32768} / scale.range[axis];
+    return static_cast<uint32_t>(std::clamp(scaled, 0, int32_t{kFull32768}));
+}
+
+// Deliberately unsigned: a component below its min wraps and so comes out above 32768, whatever the range.
+inline uint32_t ScaledOrBeyond(const PixelScale& scale, int axis, uint16_t component) {
+    return (uint32_t{component} - scale.min[axis]) * kFull32768 / scale.range[axis];
+}
+
+}  // namespace
+
+void UnscaledTable(PixelScale* scale) {
+    *scale = {{kFull32768, kFull32768, kFull32768}, {0, 0, 0}};
+}
+
+int CreateTablePixel16(uint32_t bits, PixelTable* table) {
+    return CreateTable(bits, sizeof(Word4), table);
+}
+
+int CreateTableUInt8(uint32_t bits, PixelTable* table) {
+    return CreateTable(bits, 1, table);
+}
+
+void DisposeTablePixel16(PixelTable* table) {
+    DisposeTable(table);
+}
+
+void DisposeTableUInt8(PixelTable* table) {
+    DisposeTable(table);
+}
+
+void MapDevice8ToPixel16(const PixelTable* table, const uint8_t* source, uint16_t* destination, size_t count) {
+    const PixelTable grid = *table;
+    for (size_t i = 0; i < count; ++i, source += 4, destination += 4) {
+        uint32_t scaled[3];
+        for (int c = 0; c < 3; ++c) scaled[c] = source[c + 1] * kFull32768 / 255;
+        MixWords(grid, scaled, destination);
+        destination[3] = 0;
+    }
+}
+
+void MapDevice16ToPixel16(const PixelTable* table, const uint16_t* source, uint16_t* destination, size_t count) {
+    const PixelTable grid = *table;
+    for (size_t i = 0; i < count; ++i, source += 4, destination += 4) {
+        uint32_t scaled[3];
+        for (int c = 0; c < 3; ++c) scaled[c] = source[c] * kFull32768 / 65535;
+        // The fourth word is left alone here and zeroed by the other two: deliberate.
+        MixWords(grid, scaled, destination);
+    }
+}
+
+void MapPixel16ToDevice16(const PixelTable* table, const uint16_t* source, uint16_t* destination, size_t count) {
+    const PixelTable grid = *table;
+    for (size_t i = 0; i < count; ++i, source += 4, destination += 4) {
+        uint32_t scaled[3];
+        for (int c = 0; c < 3; ++c) scaled[c] = ScaledAndClamped(grid.scale, c, source[c]);
+        MixWords(grid, scaled, destination);
+        destination[3] = 0;
+    }
+}
+
+void MapPixel16ToPixel8(const PixelTable* table, const uint16_t* source, uint8_t* destination, size_t count) {
+    const PixelTable grid = *table;
+    for (size_t i = 0; i < count; ++i, source += 4, destination += 4) {
+        uint32_t scaled[3];
+        for (int c = 0; c < 3; ++c) scaled[c] = ScaledAndClamped(grid.scale, c, source[c]);
+        uint16_t mixed[3];
+        MixWords(grid, scaled, mixed);
+        for (int c = 0; c < 3; ++c) destination[c + 1] = static_cast<uint8_t>(mixed[c] >> 8);
+    }
+}
+
+void MapPixel16ToUInt8(const PixelTable* table, const uint16_t* source, uint8_t* destination, size_t count) {
+    const PixelTable grid = *table;
+    for (size_t i = 0; i < count; ++i, source += 4) {
+        uint32_t scaled[3];
+        for (int c = 0; c < 3; ++c) scaled[c] = ScaledOrBeyond(grid.scale, c, source[c]);
+        if (scaled[0] > kFull32768 || scaled[1] > kFull32768 || scaled[2] > kFull32768) {
+            destination[i] = 255;
+        } else {
+            destination[i] = static_cast<uint8_t>(Mix<uint8_t>(grid, Locate(grid, scaled), [](uint8_t node) { return node; }));
+        }
+    }
+}

@@ -1,0 +1,21 @@
+# What every target of the project is compiled with.
+
+set(CM_SANITIZE "" CACHE STRING "Sanitizers: empty, address,undefined or thread")
+
+add_library(cm_settings INTERFACE)
+target_compile_features(cm_settings INTERFACE cxx_std_20 c_std_17)
+target_include_directories(cm_settings INTERFACE ${PROJECT_SOURCE_DIR})
+# Results are exact to the bit: a fused multiply-add would change the last one.
+target_compile_options(cm_settings INTERFACE
+  -ffp-contract=off -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Werror
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual>)
+if(CM_SANITIZE)
+  target_compile_options(cm_settings INTERFACE -fsanitize=${CM_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  target_link_options(cm_settings INTERFACE -fsanitize=${CM_SANITIZE})
+endif()
+
+function(cm_target name)
+  set_target_properties(${name} PROPERTIES
+    POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden C_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON CXX_EXTENSIONS OFF)
+  target_link_libraries(${name} PRIVATE cm_settings)
+endfunction()

@@ -1,0 +1,232 @@
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <initializer_list>
+#include <memory>
+#include <utility>
+
+#include "colour/MatrixArithmetic.h"
+#include "engine/MatchingData.h"
+#include "platform/FourCharCode.h"
+#include "platform/Owned.h"
+#include "profile/CurveSampling.h"
+#include "profile/ProfileHeader.h"
+#include "profile/ProfileLoading.h"
+#include "profile/ProfileModel.h"
+#include "profile/StatusCodes.h"
+
+namespace {
+
+struct RecordDisposer {
+    void operator()(MatchingData* data) const { DisposeMatchingData(data); }
+};
+using OwnedRecord = std::unique_ptr<MatchingData, RecordDisposer>;
+
+/// The profiles of one build. The proofer is null when there is none.
+struct Profiles {
+    Owned<ColorSyncProfileRef> reference, monitor, printer, proofer;
+    Owned<ColorSyncMutableProfileRef> printerCopy;
+};
+
+/// A file that was read but is no profile opens as null with status 0: here that is an unsuitable profile.
+OSErr OpeningStatus(const Owned<ColorSyncProfileRef>& profile, OSErr status) {
+    return profile || status != 0 ? status : kProfileUnsuitable;
+}
+
+OSErr OpenAlias(AliasHandle alias, Owned<ColorSyncProfileRef>* profile) {
+    OSErr status = 0;
+    profile->Reset(CreateProfileFromAlias(alias, &status));
+    return OpeningStatus(*profile, status);
+}
+
+OSErr OpenProfiles(const AliasHandle aliases[3], bool useProofer, Profiles* profiles) {
+    OSErr status = 0;
+    profiles->reference.Reset(CreateProfileFromNamedResource(CFSTR("MatrixCalRGB"), &status));
+    status = OpeningStatus(profiles->reference, status);
+    if (status == 0) status = OpenAlias(aliases[0], &profiles->monitor);
+    if (status == 0 && !aliases[1]) status = kFileNotFound;
+    if (status == 0) status = OpenAlias(aliases[1], &profiles->printer);
+    if (status == 0) {
+        profiles->printerCopy.Reset(ColorSyncProfileCreateMutableCopy(profiles->printer.Get()));
+        if (!profiles->printerCopy) status = kNoMemory;
+    }
+    if (status == 0 && useProofer && aliases[2]) status = OpenAlias(aliases[2], &profiles->proofer);
+    return status;
+}
+
+// ---- matrices ----
+
+__extension__ typedef __int128 Int128;
+
+Int128 Magnitude(Int128 value) {
+    return value < 0 ? -value : value;
+}
+
+/// Whether the matrix has an inverse whose elements fit 32 bits. Exact: a determinant takes up to 96 bits.
+bool HasInverse(const FixedMatrix& matrix) {
+    const int32_t* m = matrix.element;
+    Int128 determinant = 0;
+    Int128 largestCofactor = 0;
+    for (int row = 0; row < 3; ++row) {
+        const int32_t* next = m + 3 * ((row + 1) % 3);
+        const int32_t* last = m + 3 * ((row + 2) % 3);
+        for (int column = 0; column < 3; ++column) {
+            const int right = (column + 1) % 3;
+            const int left = (column + 2) % 3;
+            const Int128 cofactor = Int128{next[right]} * last[left] - Int128{next[left]} * last[right];
+            largestCofactor = std::max(largestCofactor, Magnitude(cofactor));
+            if (row == 0) determinant += m[column] * cofactor;
+        }
+    }
+    // In s15.16 an element of the inverse is 2^32 * cofactor / determinant. Where the determinant is 0, none is smaller.
+    return 2 * largestCofactor < Magnitude(determinant);
+}
+
+OSErr InvertMatrix(const FixedMatrix& matrix, FixedMatrix* inverse) {
+    if (!HasInverse(matrix)) return kProfileUnsuitable;
+    ICC_MatrixInverse(&matrix, inverse);
+    ICC_ImproveMatrixInverse(&matrix, inverse);
+    return 0;
+}
+
+OSErr ReadReferenceInverse(ColorSyncProfileRef reference, FixedMatrix* inverse) {
+    FixedMatrix matrix;
+    const OSErr status = GetMonitorMatrix(reference, &matrix);
+    return status != 0 ? status : InvertMatrix(matrix, inverse);
+}
+
+// ---- transforms ----
+
+struct Step {
+    ColorSyncProfileRef profile;  // null: the step is left out
+    CFStringRef tag;
+};
+
+OSErr CreateTransform(std::initializer_list<Step> steps, ColorSyncTransformRef* transform) {
+    const Owned<CFMutableArrayRef> sequence(CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks));
+    if (!sequence) return kParameterError;
+    for (const Step& step : steps) {
+        if (!step.profile) continue;
+        const void* keys[] = {kColorSyncProfile, kColorSyncTransformTag, kColorSyncRenderingIntent, kColorSyncBlackPointCompensation};
+        const void* values[] = {step.profile, step.tag, kColorSyncRenderingIntentAbsolute, kCFBooleanFalse};
+        const Owned<CFDictionaryRef> entry(
+            CFDictionaryCreate(kCFAllocatorDefault, keys, values, 4, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+        if (!entry) return kParameterError;
+        CFArrayAppendValue(sequence.Get(), entry.Get());
+    }
+    const void* optionKey = kColorSyncConvertQuality;
+    const void* optionValue = kColorSyncBestQuality;
+    const Owned<CFDictionaryRef> options(
+        CFDictionaryCreate(kCFAllocatorDefault, &optionKey, &optionValue, 1, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+    *transform = ColorSyncTransformCreate(sequence.Get(), options.Get());
+    return *transform ? 0 : kParameterError;
+}
+
+OSErr CreateTransforms(const Profiles& profiles, MatchingData* data) {
+    const CFStringRef toPCS = kColorSyncTransformDeviceToPCS;
+    const CFStringRef through = kColorSyncTransformPCSToPCS;
+    const CFStringRef toDevice = kColorSyncTransformPCSToDevice;
+    ColorSyncProfileRef reference = profiles.reference.Get();
+    ColorSyncProfileRef printer = profiles.printerCopy.Get();
+    ColorSyncProfileRef proofer = profiles.proofer.Get();
+
+    OSErr status = CreateTransform({{printer, toPCS}, {proofer, through}, {reference, toDevice}}, &data->printerPredictTransform);
+    if (status == 0) status = CreateTransform({{reference, toPCS}, {proofer, through}, {printer, toDevice}}, &data->printerMatchTransform);
+    if (status == 0) {
+        status = CreateTransform({{reference, toPCS}, {proofer, through}, {printer, through}, {reference, toDevice}}, &data->proofTransform);
+    }
+    return status;
+}
+
+// ---- the monitor ----
+
+OSErr BuildReverseTables(ICC_ShaperMatrix* shaper) {
+    for (int c = 0; c < 3; ++c) {
+        const int status = ICC_BuildReverseTable(shaper->curves[c], static_cast<int>(shaper->counts[c]), &shaper->reverse[c]);
+        if (status != 0) return static_cast<OSErr>(status);
+        if (!shaper->reverse[c]) return kProfileUnsuitable;
+    }
+    return 0;
+}
+
+OSErr BuildMonitorModel(ColorSyncProfileRef monitor, MatchingData* data) {
+    constexpr uint32_t kCurves[] = {FourChar("rTRC"), FourChar("gTRC"), FourChar("bTRC")};
+    ICC_ShaperMatrix& shaper = data->monitorShaper;
+    OSErr status = 0;
+    for (int c = 0; c < 3 && status == 0; ++c) status = GetColourantLUT(monitor, kCurves[c], &shaper.curves[c], &shaper.counts[c]);
+    if (status == 0) status = GetMonitorMatrix(monitor, &data->monitorMatrix);
+    if (status != 0) return status;
+    data->monitorLuminance = GetMonitorLuminance(monitor);
+    ICC_MatrixConcat(&data->referenceInverse, &data->monitorMatrix, &shaper.matrix);
+    status = InvertMatrix(shaper.matrix, &shaper.inverseMatrix);
+    return status != 0 ? status : BuildReverseTables(&shaper);
+}
+
+OSErr CopyShaper(const ICC_ShaperMatrix& source, ICC_ShaperMatrix* copy) {
+    for (int c = 0; c < 3; ++c) {
+        const size_t entries = size_t{source.counts[c]} + 1;  // with the guard
+        copy->curves[c] = static_cast<uint16_t*>(std::calloc(entries, sizeof(uint16_t)));
+        if (!copy->curves[c]) return kNoMemory;
+        std::memcpy(copy->curves[c], source.curves[c], entries * sizeof(uint16_t));
+        copy->counts[c] = source.counts[c];
+    }
+    ICC_MatrixCopy(&source.matrix, &copy->matrix);
+    ICC_MatrixCopy(&source.inverseMatrix, &copy->inverseMatrix);
+    return BuildReverseTables(copy);
+}
+
+// ---- the record ----
+
+OwnedRecord Build(const AliasHandle aliases[3], bool useProofer, const FixedXYZ* monitorWhite, const FixedXYZ* printerWhite, OSErr* status) {
+    Profiles profiles;
+    *status = OpenProfiles(aliases, useProofer, &profiles);
+    if (*status != 0) return nullptr;
+
+    const FixedXYZ mediaWhite = GetMediaWhitePoint(profiles.printer.Get());
+    const FixedXYZ illuminant = GetProfileIlluminant(profiles.reference.Get());
+    OwnedRecord data(static_cast<MatchingData*>(std::calloc(1, sizeof(MatchingData))));
+    if (!data) {
+        *status = kNoMemory;
+        return nullptr;
+    }
+    data->referenceCount = 1;
+    data->printerMediaWhite = mediaWhite;
+    data->printerWhite = printerWhite ? *printerWhite : mediaWhite;
+    data->referenceIlluminant = illuminant;
+    if (monitorWhite) {
+        data->monitorWhite = *monitorWhite;
+        data->useMonitorWhite = 1;
+    }
+    data->printerColourSpace = FourChar("RGB ");
+
+    *status = ReadReferenceInverse(profiles.reference.Get(), &data->referenceInverse);
+    if (*status != 0) return nullptr;
+    if (printerWhite) SetMediaWhitePoint(profiles.printerCopy.Get(), *printerWhite);
+    data->printerColourSpace = GetProfileColourSpace(profiles.printerCopy.Get());
+    *status = CreateTransforms(profiles, data.get());
+    if (*status == 0) *status = BuildMonitorModel(profiles.monitor.Get(), data.get());
+    if (*status == 0) *status = CopyShaper(data->monitorShaper, &data->baseShaper);
+    return *status == 0 ? std::move(data) : nullptr;
+}
+
+}  // namespace
+
+MatchingData* LoadMatchingData(const AliasHandle profiles[3], uint8_t useProofer, const FixedXYZ* monitorWhite, const FixedXYZ* printerWhite,
+                               OSErr* status) {
+    return Build(profiles, useProofer != 0, monitorWhite, printerWhite, status).release();
+}
+
+void DisposeMatchingData(MatchingData* data) {
+    if (!data) return;
+    DeleteShaperMatrix(&data->monitorShaper);
+    DeleteShaperMatrix(&data->baseShaper);
+    for (ThreeDTable* table : {&data->match3D, &data->predict3D, &data->gamut3D, &data->proof3D}) std::free(table->table);
+    DisposeTablePixel16(&data->matchTable);
+    DisposeTablePixel16(&data->proofTable);
+    DisposeTablePixel16(&data->predictTable);
+    DisposeTableUInt8(&data->gamutTable);
+    for (ColorSyncTransformRef transform : {data->printerMatchTransform, data->printerPredictTransform, data->proofTransform}) {
+        const Owned<ColorSyncTransformRef> released(transform);
+    }
+    std::free(data);
+}

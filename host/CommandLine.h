@@ -1,0 +1,36 @@
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <variant>
+
+enum class Operation { Match, Proof, Gamut, Predict, PrinterMatch, PrinterPredict };
+
+/// What the user asked for; the file names are not looked at yet.
+struct Request {
+    Operation operation = Operation::Match;
+    std::string input, output;
+    std::string monitor, printer, proofer;  // profile files; proofer may be empty
+    int quality = 2;                        // 0, 1 or 2
+    std::optional<int> depth;               // 8 or 16
+    bool printerGamut = false;
+    bool quiet = false;
+};
+
+/// A text to show on standard output instead of working.
+struct Answer {
+    std::string text;
+};
+
+/// Reads the arguments after the program's name. Throws Complaint.
+std::variant<Request, Answer> ReadCommandLine(std::span<char* const> arguments);
+
+/// The name of the sub-command, as it is typed.
+std::string_view OperationName(Operation operation);
+
+/// True for the operations whose input is device values: the monitor's or the printer's.
+constexpr bool ReadsDeviceValues(Operation operation) {
+    return operation == Operation::Predict || operation == Operation::PrinterPredict;
+}

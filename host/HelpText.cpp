@@ -1,0 +1,76 @@
+#include "host/HelpText.h"
+
+namespace {
+
+/// What a command does, and what goes in and comes out.
+constexpr std::string_view About(Operation operation) {
+    switch (operation) {
+        case Operation::Match:
+            return "Matches an image to the monitor: the output holds monitor RGB and carries the monitor profile.\n"
+                   "An alpha channel is kept.\n";
+        case Operation::Proof:
+            return "Soft-proofs an image: the output holds the monitor RGB that shows what the printer would render,\n"
+                   "and carries the monitor profile. An alpha channel is kept.\n";
+        case Operation::Gamut:
+            return "Marks the colours that a device cannot show: the output is a grey mask of 8 bits, 255 = out of gamut.\n"
+                   "With --quality 0 the monitor's mask has values between at the boundary. OUTPUT is a PNG or TIFF file.\n";
+        case Operation::Predict:
+            return "Turns monitor RGB into reference RGB (linear, 16 bits), with the reference profile embedded.\n"
+                   "A profile embedded in INPUT is ignored: its values are taken for the monitor's. OUTPUT is a PNG or TIFF file.\n";
+        case Operation::PrinterMatch:
+            return "Matches an image to the printer: the output holds printer RGB or CMYK and carries the printer profile.\n"
+                   "For a CMYK printer OUTPUT is a TIFF or JPEG file, and an alpha channel is flattened onto white.\n";
+        case Operation::PrinterPredict:
+            return "Turns printer values into reference RGB (linear, 16 bits), with the reference profile embedded.\n"
+                   "A profile embedded in INPUT is ignored: its values are taken for the printer's. OUTPUT is a PNG or TIFF file.\n";
+    }
+    return "";
+}
+
+constexpr std::string_view kOptions =
+    "  --monitor PROFILE   the monitor's ICC profile: a matrix model with tone curves\n"
+    "  --printer PROFILE   the printer's ICC profile: class prtr, RGB or CMYK\n"
+    "  --proofer PROFILE   a proofing device whose rendering stands before the printer's\n"
+    "  --quality 0|1|2     0 reads precomputed tables (fastest); 1 and 2 evaluate every colour. Default 2\n";
+
+}  // namespace
+
+std::string GeneralHelp() {
+    std::string text =
+        "Usage: orlo COMMAND INPUT OUTPUT --monitor PROFILE --printer PROFILE [OPTIONS]\n"
+        "\n"
+        "Matches the colours of image files (PNG, TIFF, JPEG) between monitor, printer and proofing device.\n"
+        "\n"
+        "  match            image to monitor RGB\n"
+        "  proof            image to the monitor RGB that shows what the printer would render\n"
+        "  gamut            image to a mask of the colours that the monitor or the printer cannot show\n"
+        "  predict          monitor RGB to reference RGB\n"
+        "  printer-match    image to printer values\n"
+        "  printer-predict  printer values to reference RGB\n"
+        "\n";
+    text += kOptions;
+    text +=
+        "  --depth 8|16        bits of a sample of OUTPUT. Default: those of INPUT\n"
+        "  --device DEVICE     gamut: monitor (default) or printer\n"
+        "  --quiet             no summary line\n"
+        "  --help              this text; orlo COMMAND --help tells about one command\n"
+        "  --version           the version\n";
+    return text;
+}
+
+std::string CommandHelp(Operation operation) {
+    const std::string name(OperationName(operation));
+    std::string text = "Usage: orlo " + name + " INPUT OUTPUT --monitor PROFILE --printer PROFILE [OPTIONS]\n\n";
+    text += About(operation);
+    text += "\n";
+    text += kOptions;
+    if (operation == Operation::Gamut) {
+        text += "  --device DEVICE     monitor (default) or printer\n";
+    } else if (!ReadsDeviceValues(operation)) {
+        text += "  --depth 8|16        bits of a sample of OUTPUT. Default: those of INPUT; a JPEG file always has 8\n";
+    }
+    text +=
+        "  --quiet             no summary line\n"
+        "  --help              this text\n";
+    return text;
+}

@@ -1,0 +1,8 @@
+#pragma once
+
+#include <string>
+
+#include "host/CommandLine.h"
+
+std::string GeneralHelp();
+std::string CommandHelp(Operation operation);

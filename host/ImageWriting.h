@@ -1,0 +1,12 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "host/ImageReading.h"
+
+/// Told by the name's suffix, in capitals or small letters; nothing for another suffix.
+std::optional<ImageFormat> FormatOfName(const std::string& path);
+
+/// Pulls the image's pixels through and writes them to `descriptor`, which is open for reading and writing. False when either fails.
+bool WriteImage(VipsImage* image, ImageFormat format, int descriptor);

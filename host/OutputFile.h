@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+
+/// A file that replaces its target only when it is whole.
+///
+/// It is written under a temporary name in the target's folder. Destroying it without Commit, or SIGHUP, SIGINT or SIGTERM, removes the
+/// temporary file and leaves the target as it was. One at a time in a process.
+class OutputFile {
+public:
+    /// A target that is a symbolic link stands for the file that it leads to. Throws Complaint.
+    explicit OutputFile(const std::string& path);
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+    ~OutputFile();
+
+    /// Open for reading and writing.
+    int Descriptor() const { return descriptor_; }
+    /// Puts the file in the target's place, with its permissions. Throws Complaint.
+    void Commit();
+    [[noreturn]] void ComplainOfWriting() const;
+
+private:
+    std::string path_;  // as the user named it
+    std::string target_;
+    std::string temporary_;
+    int descriptor_ = -1;
+};

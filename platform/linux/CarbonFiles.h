@@ -1,0 +1,19 @@
+#pragma once
+
+/// What file references are made of, shared by forks and alias records. Paths are absolute, with the links in the folder part
+/// resolved and a link as the last component kept: a reference can name a link itself.
+
+#include <string>
+
+#include "platform/Carbon.h"
+
+namespace platform {
+
+/// The classic status for a failed file call.
+OSErr StatusFromErrno(int error);
+/// Makes a reference to what stands at `path`, absolute or relative to the working directory; -43 when nothing does.
+OSErr RefFromPath(const std::string& path, FSRef* ref);
+/// The path of a reference, whatever stands there now; -50 for a reference that was never filled, -43 when nothing stands there.
+OSErr PathFromRef(const FSRef* ref, std::string& path);
+
+}  // namespace platform

@@ -1,0 +1,197 @@
+#include <array>
+#include <atomic>
+#include <mutex>
+
+#include "platform/linux/ColorSyncObjects.h"
+#include "platform/linux/CoreFoundationString.h"
+#include "platform/linux/GamutTest.h"
+#include "platform/linux/LittleCmsEvaluator.h"
+#include "platform/linux/ProfileChain.h"
+
+using platform::ChainStep;
+using platform::Guarded;
+using platform::PixelEvaluator;
+using platform::PixelFormat;
+using platform::ProfileChain;
+
+namespace {
+
+constinit const __CFString kProfileText{u"ColorSyncProfile"};
+constinit const __CFString kIntentText{u"ColorSyncRenderingIntent"};
+constinit const __CFString kPerceptualText{u"ColorSyncRenderingIntentPerceptual"};
+constinit const __CFString kRelativeText{u"ColorSyncRenderingIntentRelative"};
+constinit const __CFString kSaturationText{u"ColorSyncRenderingIntentSaturation"};
+constinit const __CFString kAbsoluteText{u"ColorSyncRenderingIntentAbsolute"};
+constinit const __CFString kTransformTagText{u"ColorSyncTransformTag"};
+constinit const __CFString kDeviceToPCSText{u"ColorSyncTransformDeviceToPCS"};
+constinit const __CFString kPCSToPCSText{u"ColorSyncTransformPCSToPCS"};
+constinit const __CFString kPCSToDeviceText{u"ColorSyncTransformPCSToDevice"};
+constinit const __CFString kBlackPointCompensationText{u"ColorSyncBlackPointCompensation"};
+constinit const __CFString kConvertQualityText{u"ColorSyncConvertQuality"};
+constinit const __CFString kBestQualityText{u"ColorSyncBestQuality"};
+
+extern const platform::ObjectClass kTransformClass;
+
+}  // namespace
+
+const CFStringRef kColorSyncProfile = &kProfileText;
+const CFStringRef kColorSyncRenderingIntent = &kIntentText;
+const CFStringRef kColorSyncRenderingIntentPerceptual = &kPerceptualText;
+const CFStringRef kColorSyncRenderingIntentRelative = &kRelativeText;
+const CFStringRef kColorSyncRenderingIntentSaturation = &kSaturationText;
+const CFStringRef kColorSyncRenderingIntentAbsolute = &kAbsoluteText;
+const CFStringRef kColorSyncTransformTag = &kTransformTagText;
+const CFStringRef kColorSyncTransformDeviceToPCS = &kDeviceToPCSText;
+const CFStringRef kColorSyncTransformPCSToPCS = &kPCSToPCSText;
+const CFStringRef kColorSyncTransformPCSToDevice = &kPCSToDeviceText;
+const CFStringRef kColorSyncBlackPointCompensation = &kBlackPointCompensationText;
+const CFStringRef kColorSyncConvertQuality = &kConvertQualityText;
+const CFStringRef kColorSyncBestQuality = &kBestQualityText;
+
+struct ColorSyncTransform : platform::Object {
+    explicit ColorSyncTransform(std::unique_ptr<ProfileChain> ownChain) : Object(kTransformClass), chain(std::move(ownChain)) {}
+    ~ColorSyncTransform() {
+        for (auto& row : evaluators) {
+            for (auto& evaluator : row) delete evaluator.load();
+        }
+    }
+
+    /// The evaluator for a pair of formats (no destination: the gamut map). Made under the lock when first asked for, then read without one.
+    const PixelEvaluator* Evaluator(PixelFormat source, std::optional<PixelFormat> destination) {
+        std::atomic<const PixelEvaluator*>& slot = evaluators[source.Index()][destination ? destination->Index() : kGamutColumn];
+        if (const PixelEvaluator* made = slot.load(std::memory_order_acquire)) return made;
+        const std::lock_guard lock(making);
+        if (const PixelEvaluator* made = slot.load(std::memory_order_relaxed)) return made;
+        std::unique_ptr<PixelEvaluator> evaluator =
+            destination ? platform::MakeLittleCmsEvaluator(*chain, source, *destination) : platform::MakeGamutTest(*chain, source);
+        slot.store(evaluator.get(), std::memory_order_release);
+        return evaluator.release();
+    }
+
+    static constexpr std::size_t kGamutColumn = PixelFormat::kCount;
+
+    const std::unique_ptr<ProfileChain> chain;
+    std::mutex making;
+    std::array<std::array<std::atomic<const PixelEvaluator*>, PixelFormat::kCount + 1>, PixelFormat::kCount> evaluators = {};
+};
+
+namespace {
+
+constinit const platform::ObjectClass kTransformClass{"ColorSyncTransform", platform::Delete<ColorSyncTransform>};
+
+cmsUInt32Number Intent(const void* value) {
+    struct Row {
+        CFStringRef name;
+        cmsUInt32Number intent;
+    };
+    const Row rows[] = {{kColorSyncRenderingIntentPerceptual, INTENT_PERCEPTUAL},
+                        {kColorSyncRenderingIntentRelative, INTENT_RELATIVE_COLORIMETRIC},
+                        {kColorSyncRenderingIntentSaturation, INTENT_SATURATION},
+                        {kColorSyncRenderingIntentAbsolute, INTENT_ABSOLUTE_COLORIMETRIC}};
+    for (const Row& row : rows) {
+        if (CFEqual(value, row.name)) return row.intent;
+    }
+    return INTENT_PERCEPTUAL;
+}
+
+/// Nothing when the dictionary is not a step with the expected transform tag.
+std::optional<ChainStep> ReadStep(CFTypeRef entry, CFStringRef transformTag) {
+    if (!entry || CFGetTypeID(entry) != CFDictionaryGetTypeID()) return std::nullopt;
+    const auto dictionary = static_cast<CFDictionaryRef>(entry);
+    const void* profile = CFDictionaryGetValue(dictionary, kColorSyncProfile);
+    if (!platform::IsA(profile, platform::kProfileClass)) return std::nullopt;
+    if (!CFEqual(CFDictionaryGetValue(dictionary, kColorSyncTransformTag), transformTag)) return std::nullopt;
+    ChainStep step;
+    step.profile = static_cast<ColorSyncProfileRef>(profile)->container.ProfileBytes();
+    if (!step.profile) return std::nullopt;
+    step.intent = Intent(CFDictionaryGetValue(dictionary, kColorSyncRenderingIntent));
+    step.blackPointCompensation = CFDictionaryGetValue(dictionary, kColorSyncBlackPointCompensation) == kCFBooleanTrue;
+    return step;
+}
+
+/// What the system's own operations use: they find their evaluators made, and so neither wait nor allocate.
+constexpr PixelFormat UsualFormat(PixelFormat::Depth depth, std::size_t channels) {
+    const PixelFormat::Skipped fourth = depth == PixelFormat::k8Bit ? PixelFormat::kFirst : PixelFormat::kLast;
+    return {depth, channels == 3 ? fourth : PixelFormat::kNone};
+}
+
+bool MakeUsualEvaluators(ColorSyncTransform* transform) {
+    const std::size_t from = transform->chain->SourceChannels();
+    const std::size_t to = transform->chain->DestinationChannels();
+    const PixelFormat from16 = UsualFormat(PixelFormat::k16Bit, from);
+    const PixelFormat to16 = UsualFormat(PixelFormat::k16Bit, to);
+    if (!transform->Evaluator(from16, to16)) return false;
+    transform->Evaluator(from16, UsualFormat(PixelFormat::k8Bit, to));
+    transform->Evaluator(UsualFormat(PixelFormat::k8Bit, from), to16);
+    transform->Evaluator(from16, std::nullopt);
+    return true;
+}
+
+/// Whether `height` rows of `bytesPerRow` bytes hold `rowBytes` each and can be addressed at all.
+bool Fits(std::size_t height, std::size_t rowBytes, std::size_t bytesPerRow) {
+    std::size_t total;
+    return bytesPerRow >= rowBytes && !__builtin_mul_overflow(height, bytesPerRow, &total);
+}
+
+}  // namespace
+
+const char* platform::EvaluatorName(ColorSyncTransformRef transform, ColorSyncDataDepth dstDepth, ColorSyncDataLayout dstLayout,
+                                    ColorSyncDataDepth srcDepth, ColorSyncDataLayout srcLayout) {
+    const std::optional<PixelFormat> source = PixelFormat::Of(srcDepth, srcLayout);
+    const std::optional<PixelFormat> destination = PixelFormat::Of(dstDepth, dstLayout);
+    if (!source || (!destination && dstDepth != kColorSync1BitGamut)) return nullptr;
+    const PixelEvaluator* evaluator = transform->Evaluator(*source, destination);
+    return evaluator ? evaluator->Name() : nullptr;
+}
+
+CFTypeID ColorSyncTransformGetTypeID() {
+    return platform::TypeID(kTransformClass);
+}
+
+ColorSyncTransformRef ColorSyncTransformCreate(CFArrayRef profileSequence, CFDictionaryRef) {
+    return Guarded([&]() -> ColorSyncTransformRef {
+        const CFIndex count = profileSequence ? CFArrayGetCount(profileSequence) : 0;
+        if (count < 2) return nullptr;
+        std::vector<ChainStep> steps;
+        for (CFIndex i = 0; i < count; ++i) {
+            const CFStringRef place = i == 0           ? kColorSyncTransformDeviceToPCS
+                                      : i == count - 1 ? kColorSyncTransformPCSToDevice
+                                                       : kColorSyncTransformPCSToPCS;
+            const std::optional<ChainStep> step = ReadStep(CFArrayGetValueAtIndex(profileSequence, i), place);
+            if (!step) return nullptr;
+            steps.push_back(*step);
+        }
+        std::unique_ptr<ProfileChain> chain = ProfileChain::Create(steps);
+        if (!chain) return nullptr;
+        auto transform = std::make_unique<ColorSyncTransform>(std::move(chain));
+        return MakeUsualEvaluators(transform.get()) ? transform.release() : nullptr;
+    });
+}
+
+bool ColorSyncTransformConvert(ColorSyncTransformRef transform, size_t width, size_t height, void* dst, ColorSyncDataDepth dstDepth,
+                               ColorSyncDataLayout dstLayout, size_t dstBytesPerRow, const void* src, ColorSyncDataDepth srcDepth,
+                               ColorSyncDataLayout srcLayout, size_t srcBytesPerRow, CFDictionaryRef) {
+    const std::optional<PixelFormat> source = PixelFormat::Of(srcDepth, srcLayout);
+    const std::optional<PixelFormat> destination = PixelFormat::Of(dstDepth, dstLayout);
+    const bool wantsGamut = dstDepth == kColorSync1BitGamut && dstLayout == kCGImageAlphaNone;
+    if (!transform || !source || (!destination && !wantsGamut)) return false;
+    if (width == 0 || height == 0) return true;
+
+    std::size_t srcRowBytes, dstRowBytes;
+    if (__builtin_mul_overflow(width, source->PixelBytes(transform->chain->SourceChannels()), &srcRowBytes)) return false;
+    if (wantsGamut) {
+        dstRowBytes = width / 8 + (width % 8 != 0 ? 1 : 0);
+    } else if (__builtin_mul_overflow(width, destination->PixelBytes(transform->chain->DestinationChannels()), &dstRowBytes)) {
+        return false;
+    }
+    if (!src || !dst || !Fits(height, srcRowBytes, srcBytesPerRow) || !Fits(height, dstRowBytes, dstBytesPerRow)) return false;
+
+    return Guarded([&] {
+        const PixelEvaluator* evaluator = transform->Evaluator(*source, destination);
+        if (!evaluator) return false;
+        for (std::size_t row = 0; row < height; ++row) {
+            evaluator->ConvertRow(static_cast<const UInt8*>(src) + row * srcBytesPerRow, static_cast<UInt8*>(dst) + row * dstBytesPerRow, width);
+        }
+        return true;
+    });
+}

@@ -1,0 +1,59 @@
+#include "platform/Dispatch.h"
+
+#include <atomic>
+#include <mutex>
+#include <new>
+
+namespace {
+
+constexpr dispatch_once_t kRunning = 1;
+constexpr dispatch_once_t kDone = ~dispatch_once_t{0};
+
+/// What is raised in the work stops the program here, as it must not cross the caller's C frames.
+void Run(dispatch_function_t work, void* context) noexcept {
+    work(context);
+}
+
+}  // namespace
+
+struct dispatch_queue_s {
+    std::mutex mutex;
+    dispatch_queue_s* next;
+};
+
+namespace {
+
+/// Keeps every queue reachable.
+constinit std::atomic<dispatch_queue_s*> allQueues = nullptr;
+
+}  // namespace
+
+void dispatch_once_f(dispatch_once_t* predicate, void* context, dispatch_function_t work) {
+    std::atomic_ref<dispatch_once_t> state(*predicate);
+    if (state.load(std::memory_order_acquire) == kDone) return;
+    dispatch_once_t seen = 0;
+    if (state.compare_exchange_strong(seen, kRunning, std::memory_order_acquire)) {
+        Run(work, context);
+        state.store(kDone, std::memory_order_release);
+        state.notify_all();
+    } else {
+        while (seen != kDone) {
+            state.wait(seen, std::memory_order_acquire);
+            seen = state.load(std::memory_order_acquire);
+        }
+    }
+}
+
+dispatch_queue_t dispatch_queue_create(const char*, dispatch_queue_attr_t) {
+    auto* queue = new (std::nothrow) dispatch_queue_s{};
+    if (!queue) return nullptr;
+    queue->next = allQueues.load(std::memory_order_relaxed);
+    while (!allQueues.compare_exchange_weak(queue->next, queue, std::memory_order_release, std::memory_order_relaxed)) {
+    }
+    return queue;
+}
+
+void dispatch_sync_f(dispatch_queue_t queue, void* context, dispatch_function_t work) {
+    const std::lock_guard lock(queue->mutex);
+    Run(work, context);
+}

@@ -1,0 +1,59 @@
+#pragma once
+
+/// A sequence of profiles from a first device, through the round trips of devices between, to a last device.
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "platform/linux/LittleCms.h"
+#include "platform/linux/PixelFormat.h"
+
+namespace platform {
+
+struct ChainStep {
+    std::shared_ptr<const std::vector<std::uint8_t>> profile;
+    cmsUInt32Number intent = INTENT_PERCEPTUAL;
+    bool blackPointCompensation = false;
+};
+
+/// Making transforms reads the profiles: one thread at a time. What was made is independent of that.
+///
+/// Every transform is evaluated through the profiles' own curves, matrices and tables, stage by stage in floating point: an optimised one would
+/// resample them in even steps of the device values, which a linear device does not bear in the shadows.
+class ProfileChain {
+public:
+    /// steps     two or more
+    /// returns   null when a profile cannot be opened or is not of a device
+    static std::unique_ptr<ProfileChain> Create(const std::vector<ChainStep>& steps);
+
+    std::size_t SourceChannels() const { return Channels(links_.front()); }
+    std::size_t DestinationChannels() const { return Channels(links_.back()); }
+
+    /// The whole chain. Null when a profile lacks what its place asks for.
+    LcmsTransform MakeTransform(PixelFormat source, PixelFormat destination) const;
+    /// From the first device to the colour that is handed to the last one, as Lab in doubles under absolute colorimetric intent.
+    LcmsTransform MakeTransformToLab(PixelFormat source) const;
+    /// The last device alone, asked both ways absolutely: Lab in doubles, device values in floats without skipped samples.
+    LcmsTransform MakeLabToLastDevice() const;
+    LcmsTransform MakeLastDeviceToLab() const;
+
+private:
+    struct Link {
+        cmsHPROFILE profile;
+        cmsUInt32Number intent;
+        bool blackPointCompensation;
+    };
+
+    static std::size_t Channels(const Link& link) { return cmsChannelsOf(cmsGetColorSpace(link.profile)); }
+    LcmsTransform Make(const std::vector<Link>& links, cmsUInt32Number inputFormat, cmsUInt32Number outputFormat) const;
+    Link LabLink() const { return {lab_.get(), INTENT_ABSOLUTE_COLORIMETRIC, false}; }
+    Link LastDeviceLink() const { return {links_.back().profile, INTENT_ABSOLUTE_COLORIMETRIC, false}; }
+
+    LcmsContext context_;  // first: the profiles end before it
+    std::vector<LcmsProfile> profiles_;
+    LcmsProfile lab_;
+    std::vector<Link> links_;  // the devices between stand twice: into the device and out of it
+};
+
+}  // namespace platform

@@ -1,0 +1,55 @@
+#include "profile/CurveSampling.h"
+
+#include <cstdlib>
+
+#include "platform/FourCharCode.h"
+#include "profile/BigEndian.h"
+#include "profile/CurveTag.h"
+#include "profile/ProfileModel.h"
+#include "profile/StatusCodes.h"
+#include "profile/TagRegistry.h"
+
+namespace {
+
+/// The fixed part of a 16-bit multi-dimensional table tag, up to where its tables begin.
+constexpr CFIndex kTableTagHeaderSize = 52;
+
+bool HasLinearShapers(const UInt8* tag) {
+    const unsigned inputs = tag[8];
+    const unsigned outputs = tag[9];
+    return ReadBigEndian32(tag) == FourChar("mft2") && inputs == 3 && ReadBigEndian16(tag + 48) == 2 &&
+           (outputs < 2 || ReadBigEndian16(tag + 50) == 2);
+}
+
+}  // namespace
+
+OSErr GetColourantLUT(ColorSyncProfileRef profile, uint32_t signature, uint16_t** table, uint32_t* count) {
+    *table = nullptr;
+    if (!IsMatrixModel(profile)) return kProfileUnsuitable;
+    const Owned<CFDataRef> tag = CopyTag(profile, signature);
+    if (!tag) return kProfileUnsuitable;
+    return static_cast<OSErr>(SampleCurveTag(CFDataGetBytePtr(tag.Get()), static_cast<size_t>(CFDataGetLength(tag.Get())), table, count));
+}
+
+OSErr Get3DTable(ColorSyncProfileRef profile, uint32_t signature, int32_t matrix[9], uint32_t* gridPoints, uint16_t** table) {
+    *table = nullptr;
+    const Owned<CFDataRef> tag = CopyTag(profile, signature);
+    if (!tag) return kProfileUnsuitable;
+    const UInt8* bytes = CFDataGetBytePtr(tag.Get());
+    if (CFDataGetLength(tag.Get()) >= kTableTagHeaderSize && HasLinearShapers(bytes)) {
+        for (int i = 0; i < 9; ++i) matrix[i] = static_cast<int32_t>(ReadBigEndian32(bytes + 12 + 4 * i));
+        const size_t outputs = bytes[9];
+        const size_t side = size_t{bytes[10]} + 1;
+        *gridPoints = bytes[10];
+        *table = static_cast<uint16_t*>(std::calloc(side * side * side, outputs * sizeof(uint16_t)));
+        if (!*table) {
+            *gridPoints = 0;
+            return kNoMemory;
+        }
+    }
+    // Deliberate: no table is ever delivered, so that callers build theirs another way.
+    std::free(*table);
+    *table = nullptr;
+    *gridPoints = 0;
+    return kProfileUnsuitable;
+}

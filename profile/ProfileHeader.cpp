@@ -1,0 +1,47 @@
+#include "profile/ProfileHeader.h"
+
+#include <algorithm>
+#include <cstddef>
+
+#include "platform/FourCharCode.h"
+#include "platform/Owned.h"
+
+static_assert(sizeof(ICCProfileHeader) == 128);
+static_assert(offsetof(ICCProfileHeader, version) == 8 && offsetof(ICCProfileHeader, profileClass) == 12);
+static_assert(offsetof(ICCProfileHeader, dataColourSpace) == 16 && offsetof(ICCProfileHeader, connectionSpace) == 20);
+static_assert(offsetof(ICCProfileHeader, fileSignature) == 36 && offsetof(ICCProfileHeader, renderingIntent) == 64);
+static_assert(offsetof(ICCProfileHeader, illuminantX) == 68 && offsetof(ICCProfileHeader, creator) == 80);
+
+ICCProfileHeader GetProfileHeader(ColorSyncProfileRef profile) {
+    ICCProfileHeader header = {};
+    const Owned<CFDataRef> data(ColorSyncProfileCopyHeader(profile));
+    if (data) {
+        const CFIndex length = std::min(CFDataGetLength(data.Get()), static_cast<CFIndex>(sizeof header));
+        CFDataGetBytes(data.Get(), CFRangeMake(0, length), reinterpret_cast<UInt8*>(&header));
+    }
+    return header;
+}
+
+void SetProfileHeader(ColorSyncMutableProfileRef profile, ICCProfileHeader header) {
+    const Owned<CFDataRef> data(CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(&header), sizeof header));
+    if (data) ColorSyncProfileSetHeader(profile, data.Get());
+}
+
+uint32_t GetProfileClass(ColorSyncProfileRef profile) {
+    return GetProfileHeader(profile).profileClass;
+}
+
+uint32_t GetProfileColourSpace(ColorSyncProfileRef profile) {
+    return GetProfileHeader(profile).dataColourSpace;
+}
+
+Boolean IsRGBOutputProfile(ColorSyncProfileRef profile) {
+    const ICCProfileHeader header = GetProfileHeader(profile);
+    return header.profileClass == FourChar("prtr") && header.dataColourSpace == FourChar("RGB ");
+}
+
+Boolean IsXYZToRGBLUTModelOutputProfile(ColorSyncProfileRef profile) {
+    const ICCProfileHeader header = GetProfileHeader(profile);
+    return header.version >> 24 == 2 && header.profileClass == FourChar("prtr") && header.dataColourSpace == FourChar("RGB ") &&
+           header.connectionSpace == FourChar("XYZ ");
+}

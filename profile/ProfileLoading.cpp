@@ -1,0 +1,103 @@
+#include "profile/ProfileLoading.h"
+
+#include <cstdio>
+
+#include "platform/Owned.h"
+#include "profile/StatusCodes.h"
+
+namespace {
+
+/// A profile file may be this long, and no longer.
+constexpr SInt64 kLargestProfile = 20 * 1024 * 1024;
+
+/// An open data fork, closed at the end of the scope.
+class DataFork {
+public:
+    explicit DataFork(const FSRef& file) {
+        HFSUniStr255 name;
+        status_ = FSGetDataForkName(&name);
+        if (status_ == 0) status_ = FSOpenFork(&file, name.length, name.unicode, fsRdPerm, &fork_);
+        open_ = status_ == 0;
+    }
+    DataFork(const DataFork&) = delete;
+    DataFork& operator=(const DataFork&) = delete;
+    ~DataFork() {
+        if (open_) FSCloseFork(fork_);
+    }
+
+    OSErr Status() const { return status_; }
+    FSIORefNum Number() const { return fork_; }
+
+private:
+    FSIORefNum fork_ = 0;
+    OSErr status_ = 0;
+    bool open_ = false;
+};
+
+OSErr ReadWholeFork(const DataFork& fork, Owned<CFMutableDataRef>* bytes) {
+    if (fork.Status() != 0) return fork.Status();
+    SInt64 size = 0;
+    const OSErr status = FSGetForkSize(fork.Number(), &size);
+    if (status != 0) return status;
+    if (size > kLargestProfile) return kParameterError;
+    const auto length = static_cast<CFIndex>(size);
+    bytes->Reset(CFDataCreateMutable(kCFAllocatorDefault, length));
+    if (!*bytes) return kNoMemory;
+    CFDataSetLength(bytes->Get(), length);
+    if (CFDataGetLength(bytes->Get()) != length) return kNoMemory;
+    unsigned long read = 0;
+    return FSReadFork(fork.Number(), fsFromStart, 0, static_cast<unsigned long>(length), CFDataGetMutableBytePtr(bytes->Get()), &read);
+}
+
+Owned<CFURLRef> CopyResourceProfileURL(CFStringRef name) {
+    CFBundleRef bundle = CFBundleGetBundleWithIdentifier(CFSTR("com.brenwick.ColourMatch"));
+    return Owned<CFURLRef>(bundle ? CFBundleCopyResourceURL(bundle, name, CFSTR("icc"), nullptr) : nullptr);
+}
+
+}  // namespace
+
+OSErr GetAliasTarget(AliasHandle alias, FSRef* target) {
+    Boolean wasChanged = FALSE;
+    const OSErr status = FSResolveAliasWithMountFlags(nullptr, alias, target, &wasChanged, kResolveAliasFileNoUI);
+    if (status != 0) return status;
+    Boolean isFolder = FALSE;
+    Boolean wasAliased = FALSE;
+    return FSResolveAliasFileWithMountFlags(target, TRUE, &isFolder, &wasAliased, kResolveAliasFileNoUI);
+}
+
+CFStringRef LocateProfilePath(AliasHandle alias) {
+    FSRef target;
+    if (!alias || GetAliasTarget(alias, &target) != 0) return nullptr;
+    const Owned<CFURLRef> url(CFURLCreateFromFSRef(kCFAllocatorDefault, &target));
+    return url ? CFURLCopyFileSystemPath(url.Get(), kCFURLPOSIXPathStyle) : nullptr;
+}
+
+CFStringRef LocateResourceProfilePath(CFStringRef name) {
+    const Owned<CFURLRef> url = CopyResourceProfileURL(name);
+    return url ? CFURLCopyFileSystemPath(url.Get(), kCFURLPOSIXPathStyle) : nullptr;
+}
+
+ColorSyncProfileRef CreateProfileFromAlias(AliasHandle alias, OSErr* error) {
+    FSRef target;
+    const OSErr status = GetAliasTarget(alias, &target);
+    if (status != 0) {
+        std::fprintf(stderr, "CreateProfileFromAlias, GetAliasTarget failed (%d)\n", status);
+        *error = status;
+        return nullptr;
+    }
+    return CreateProfileFromFSRef(&target, error);
+}
+
+ColorSyncProfileRef CreateProfileFromFSRef(const FSRef* file, OSErr* error) {
+    const DataFork fork(*file);
+    Owned<CFMutableDataRef> bytes;
+    *error = ReadWholeFork(fork, &bytes);
+    return *error == 0 ? ColorSyncProfileCreate(bytes.Get(), nullptr) : nullptr;
+}
+
+ColorSyncProfileRef CreateProfileFromNamedResource(CFStringRef name, OSErr* error) {
+    const Owned<CFURLRef> url = CopyResourceProfileURL(name);
+    ColorSyncProfileRef profile = url ? ColorSyncProfileCreateWithURL(url.Get(), nullptr) : nullptr;
+    *error = profile ? 0 : kFileNotFound;
+    return profile;
+}

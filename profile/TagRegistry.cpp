@@ -1,0 +1,58 @@
+#include "profile/TagRegistry.h"
+
+#include "platform/Dispatch.h"
+#include "platform/Owned.h"
+#include "profile/BigEndian.h"
+
+namespace {
+
+dispatch_once_t sRegistryOnce;
+dispatch_queue_t sRegistryQueue;
+CFMutableDictionaryRef sTagKeys;
+
+void CreateRegistry(void*) {
+    sRegistryQueue = dispatch_queue_create("ICC Profile Tag Registry", DISPATCH_QUEUE_SERIAL);
+    // No key callbacks: the signature itself is the key.
+    sTagKeys = CFDictionaryCreateMutable(kCFAllocatorDefault, 0, nullptr, &kCFTypeDictionaryValueCallBacks);
+}
+
+struct Lookup {
+    uint32_t signature;
+    CFStringRef key;
+};
+
+void FindOrAddKey(void* context) {
+    auto* lookup = static_cast<Lookup*>(context);
+    const auto* signature = reinterpret_cast<const void*>(uintptr_t{lookup->signature});
+    if (!CFDictionaryContainsKey(sTagKeys, signature)) {
+        UInt8 characters[4];
+        WriteBigEndian32(lookup->signature, characters);
+        const Owned<CFStringRef> key(CFStringCreateWithBytes(kCFAllocatorDefault, characters, 4, kCFStringEncodingASCII, FALSE));
+        if (key) CFDictionarySetValue(sTagKeys, signature, key.Get());
+    }
+    lookup->key = static_cast<CFStringRef>(CFDictionaryGetValue(sTagKeys, signature));
+}
+
+}  // namespace
+
+CFStringRef TagKey(uint32_t signature) {
+    dispatch_once_f(&sRegistryOnce, nullptr, CreateRegistry);
+    Lookup lookup = {signature, nullptr};
+    dispatch_sync_f(sRegistryQueue, &lookup, FindOrAddKey);
+    return lookup.key;
+}
+
+bool ContainsTag(ColorSyncProfileRef profile, uint32_t signature) {
+    CFStringRef key = TagKey(signature);
+    return key && ColorSyncProfileContainsTag(profile, key);
+}
+
+Owned<CFDataRef> CopyTag(ColorSyncProfileRef profile, uint32_t signature) {
+    CFStringRef key = TagKey(signature);
+    return Owned<CFDataRef>(key ? ColorSyncProfileCopyTag(profile, key) : nullptr);
+}
+
+void SetTag(ColorSyncMutableProfileRef profile, uint32_t signature, CFDataRef data) {
+    CFStringRef key = TagKey(signature);
+    if (key) ColorSyncProfileSetTag(profile, key, data);
+}

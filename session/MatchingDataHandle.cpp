@@ -1,0 +1,47 @@
+#include "session/MatchingDataHandle.h"
+
+#include "platform/Posix.h"
+
+namespace {
+
+/// Guards sMatchingData and the reference count of every record.
+OSSpinLock sMatchingDataSpinLock = OS_SPINLOCK_INIT;
+MatchingData* sMatchingData;
+
+class SpinLockHolder {
+public:
+    SpinLockHolder() { OSSpinLockLock(&sMatchingDataSpinLock); }
+    ~SpinLockHolder() { OSSpinLockUnlock(&sMatchingDataSpinLock); }
+    SpinLockHolder(const SpinLockHolder&) = delete;
+    SpinLockHolder& operator=(const SpinLockHolder&) = delete;
+};
+
+/// Gives back one reference, under the lock; true when it was the last.
+bool DropReference(MatchingData* data) {
+    return data->referenceCount-- < 2;
+}
+
+}  // namespace
+
+MatchingData* GetMatchingData() {
+    const SpinLockHolder lock;
+    if (sMatchingData) ++sMatchingData->referenceCount;
+    return sMatchingData;
+}
+
+void ReleaseMatchingData(MatchingData* data) {
+    const SpinLockHolder lock;
+    if (DropReference(data)) DisposeMatchingData(data);
+}
+
+void SetMatchingData(MatchingData* data) {
+    MatchingData* replaced = nullptr;
+    bool unused = false;
+    {
+        const SpinLockHolder lock;
+        replaced = sMatchingData;
+        sMatchingData = data;
+        if (replaced) unused = DropReference(replaced);
+    }
+    if (unused) DisposeMatchingData(replaced);
+}

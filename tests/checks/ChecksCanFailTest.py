@@ -1,0 +1,218 @@
+#!/usr/bin/env python3
+"""Shows that each check under tools/ accepts a sound tree and finds each thing planted in one."""
+
+import os
+import subprocess
+import sys
+import tempfile
+import unittest
+
+TOOLS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "tools")
+
+# A small sound tree.
+TREE = {
+    "CMakeLists.txt": "add_library(cm_pure OBJECT\n  colour/Sum.cpp)\n",
+    "include/ColourMatch/ColourMatch.h": '#pragma once\n#include "colour/Sum.h"\n#ifdef __cplusplus\n#include "colour/Value.h"\n#endif\n',
+    "platform/Export.h": "#pragma once\n#ifdef __APPLE__\n#include <Carbon/Carbon.h>\n#endif\n",
+    "platform/linux/Hidden.h": "#pragma once\n",
+    "colour/Sum.h": '#pragma once\n#include <stdint.h>\n#include "platform/Export.h"\nint32_t Sum(int32_t a);\n',
+    "colour/Sum.cpp": '#include "colour/Sum.h"\n#include <algorithm>\n',
+    "colour/Value.h": "#pragma once\nclass Value {};\n",
+    "engine/Table.h": '#pragma once\n#include "colour/Sum.h"\n',
+    "appearance/PixelMapping.h": "#pragma once\n",
+    "session/Failure.h": "#pragma once\n",
+    "session/Session.cpp": '#include "engine/Table.h"\n#include "session/Failure.h"\n',
+    "host/Orlo.cpp": '#include "ColourMatch/ColourMatch.h"\n',
+}
+
+
+def run(tool, *arguments, environment=None):
+    return subprocess.run([os.path.join(TOOLS, tool), *arguments], capture_output=True, text=True, env=environment)
+
+
+class PlantedTree(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.TemporaryDirectory()
+        self.addCleanup(self.folder.cleanup)
+        for path, text in TREE.items():
+            self.plant(path, text, mode="w")
+
+    def plant(self, path, text, mode="a"):
+        full = os.path.join(self.folder.name, path)
+        os.makedirs(os.path.dirname(full), exist_ok=True)
+        with open(full, mode, encoding="utf-8") as file:
+            file.write(text)
+
+    def expect(self, tool, finding, *arguments):
+        """`finding` None: the tree is sound; else the check fails and its output holds the text."""
+        result = run(tool, "--root", self.folder.name, *arguments)
+        self.assertEqual(result.returncode, 0 if finding is None else 1, result.stdout + result.stderr)
+        if finding is not None:
+            self.assertIn(finding, result.stdout)
+
+    def each(self, tool, rows, *arguments):
+        """Rows of (file, planted text, expected finding), each on a tree of its own."""
+        self.expect(tool, None, *arguments)
+        for path, text, finding in rows:
+            with self.subTest(path=path, text=text):
+                before = TREE.get(path)
+                self.plant(path, text)
+                self.expect(tool, finding, *arguments)
+                if before is None:
+                    os.remove(os.path.join(self.folder.name, path))
+                else:
+                    self.plant(path, before, mode="w")
+
+    def test_includes_that_climb_the_layers_are_found(self):
+        self.each(
+            "check_includes",
+            (
+                ("colour/Sum.h", '#include "engine/Table.h"\n', 'colour may not include "engine/Table.h"'),
+                ("engine/Table.h", '#include "session/Failure.h"\n', "engine may not include"),
+                ("session/Failure.h", '#include "colour/Sum.h"\n', "failure may not include"),
+                ("appearance/PixelMapping.h", '#include "colour/Sum.h"\n', "pixel mapping may not include"),
+                ("platform/Export.h", '#include "colour/Sum.h"\n', "platform may not include"),
+                ("calibration/Gamma.h", '#include "engine/Table.h"\n', "calibration may not include"),
+                ("session/Session.cpp", '#include "calibration/Gamma.h"\n', "does not stand under the root"),
+                ("session/Session.cpp", '#include "host/Orlo.cpp"\n', "session may not include"),
+            ),
+        )
+
+    def test_includes_not_written_from_the_root_are_found(self):
+        self.each(
+            "check_includes",
+            (
+                ("colour/Sum.cpp", '#include "Value.h"\n', "does not stand under the root"),
+                ("colour/Sum.cpp", '#include "../colour/Value.h"\n', "is not written from the root"),
+                ("colour/Sum.cpp", "#include <colour/Value.h>\n", "included with quotes"),
+            ),
+        )
+
+    def test_includes_past_the_public_headers_and_the_platform_are_found(self):
+        self.each(
+            "check_includes",
+            (
+                ("host/Orlo.cpp", '#include "colour/Sum.h"\n', "a host includes ColourMatch/ColourMatch.h"),
+                ("tests/unit/T.cpp", '#include "platform/linux/Hidden.h"\n', "belongs to platform/ alone"),
+                ("session/Session.cpp", "#  if defined(__APPLE__)\n#endif\n", "a condition on the system"),
+                ("session/Session.cpp", "    CFRelease(object);\n", "a bare CFRelease"),
+            ),
+        )
+
+    def test_system_headers_in_the_arithmetic_are_found(self):
+        self.each(
+            "check_includes",
+            (
+                ("colour/Sum.cpp", "#include <unistd.h>\n", "<unistd.h> in the arithmetic"),
+                ("colour/Sum.h", "#include <glib.h>\n", "<glib.h> in the arithmetic"),
+                ("colour/Sum.cpp", "#include <immintrin.h>\n", "<immintrin.h> in the arithmetic"),
+            ),
+        )
+
+    def test_a_tree_whose_arithmetic_is_not_listed_is_found(self):
+        self.plant("CMakeLists.txt", "\n", mode="w")
+        self.expect("check_includes", "names no files")
+
+    def test_american_spellings_are_found(self):
+        self.each(
+            "check_spelling",
+            (
+                ("colour/Sum.cpp", "int targetColor;\n", "targetColor: colour"),
+                ("colour/Sum.cpp", "// the behavior of neighbors\n", "behaviour"),
+                ("colour/Sum.cpp", "void InitializeTable();\n", "initialise"),
+                ("colour/Sum.cpp", "int gray_level;\n", "grey"),
+                ("docs/page.md", "Values are centered and normalized.\n", "normalised"),
+                ("docs/page.md", "It analyzes colors.\n", "analyses"),
+                ("docs/ColorGuide.md", "text\n", "docs/ColorGuide.md"),
+            ),
+        )
+
+    def test_names_of_others_keep_their_spelling(self):
+        self.plant("colour/Sum.cpp", "ColorSyncProfileRef p; kColorSyncProfile; CFNotificationCenterRef c; gtk_widget_set_center(w);\n")
+        self.plant("colour/Sum.cpp", "std::initializer_list<int> sizes; // the size of a prize, colord, colorimetric\n")
+        self.expect("check_spelling", None)
+
+    def test_wording_that_does_not_belong_is_found(self):
+        # Each word is put together here, so that this file holds none of them.
+        self.each(
+            "check_wording",
+            (
+                ("colour/Sum.cpp", "// TO" + "DO: more\n", "work left undone"),
+                ("colour/Sum.cpp", "// a st" + "ub\n", "work left undone"),
+                ("colour/Sum.cpp", "// not yet " + "implemented\n", "work left undone"),
+                ("colour/Sum.cpp", "// as the spe" + "cification says\n", "a paper that is not in the tree"),
+                ("docs/page.md", "see Par" + "t 4.2\n", "a paper that is not in the tree"),
+                ("docs/page.md", "see iss" + "ue 12\n", "a paper that is not in the tree"),
+                ("tools/run", "cd /ho" + "me/someone\n", "a folder of one machine"),
+                ("tools/run", "cd /t" + "mp/build\n", "a folder of one machine"),
+            ),
+        )
+
+    def test_headers_that_do_not_stand_alone_are_found(self):
+        self.each(
+            "check_headers_alone",
+            (
+                ("colour/Sum.h", "size_t Count(void);\n", "colour/Sum.h alone with gcc, c:"),
+                ("colour/Sum.h", "class OnlyCxx {};\n", "colour/Sum.h alone with clang, c:"),
+                ("colour/Value.h", "typedef Missing Other;\n", "colour/Value.h alone with clang++, c++:"),
+                ("colour/Sum.h", "static inline int32_t Unused(int32_t unused) { return 0; }\n", "unused"),
+            ),
+        )
+
+    def test_sources_that_do_not_compile_for_macos_are_found(self):
+        headers = tempfile.TemporaryDirectory()  # as little of the system's as the small tree needs
+        self.addCleanup(headers.cleanup)
+        for path, text in (
+            ("Frameworks/Carbon.framework/Headers/Carbon.h", "typedef int OSStatus;\n"),
+            ("include/stdint.h", "#pragma once\ntypedef int int32_t;\n"),
+            ("include/c++/v1/algorithm", ""),
+        ):
+            os.makedirs(os.path.dirname(os.path.join(headers.name, path)), exist_ok=True)
+            with open(os.path.join(headers.name, path), "w", encoding="utf-8") as file:
+                file.write(text)
+        self.each(
+            "check_macos",
+            (
+                ("colour/Sum.cpp", "Missing Sum(Missing a);\n", "colour/Sum.cpp for arm64-apple-macos11"),
+                ("colour/Sum.cpp", "int Narrow(long a) { return a; }\n", "colour/Sum.cpp for x86_64-apple-macos11"),
+                ("colour/Sum.h", "#include <unknown.h>\n", "'unknown.h' file not found"),
+            ),
+            "--sdk",
+            headers.name,
+        )
+
+    def test_macos_check_without_headers_counts_as_skipped(self):
+        environment = {name: value for name, value in os.environ.items() if name != "CM_MACOS_SDK"}
+        self.assertEqual(run("check_macos", "--root", self.folder.name, environment=environment).returncode, 77)
+
+
+class PlantedLibrary(unittest.TestCase):
+    def compare(self, source, listed):
+        with tempfile.TemporaryDirectory() as folder:
+            library, names = os.path.join(folder, "lib.so"), os.path.join(folder, "names.txt")
+            subprocess.run(["g++", "-shared", "-fPIC", "-nostdlib", "-xc++", "-", "-o", library], input=source, text=True, check=True)
+            with open(names, "w", encoding="utf-8") as file:
+                file.write("# names\n" + "".join(name + "\n" for name in listed))
+            return run("check_exports", library, names)
+
+    def test_differences_are_found_both_ways(self):
+        rows = (
+            # source, listed names, expected finding or None
+            ('extern "C" void Match() {}\nvoid Mix(float) {}\n', ["Match", "_Z3Mixf"], None),
+            ('extern "C" void Match() {}\nvoid Mix(float) {}\n', ["Match"], "exported, not listed: _Z3Mixf (Mix(float))"),
+            ('extern "C" void Match() {}\n', ["Match", "Predict"], "listed, not exported: Predict"),
+            ('extern "C" void Match() {}\n', ["Match", "Match"], "listed twice: Match"),
+            ('extern "C" { int gValue = 1; }\n', [], "exported, not listed: gValue"),
+            ("static int hidden;\n", [], "exports nothing"),
+        )
+        for source, listed, finding in rows:
+            with self.subTest(listed=listed, finding=finding):
+                result = self.compare(source, listed)
+                self.assertEqual(result.returncode, 0 if finding is None else 1, result.stdout + result.stderr)
+                if finding:
+                    self.assertIn(finding, result.stdout)
+
+
+if __name__ == "__main__":
+    sys.dont_write_bytecode = True
+    unittest.main()

@@ -1,0 +1,102 @@
+"""What the tests of the orlo command share: its call, a folder of their own, profiles and photographs.
+
+Usage: TEST.py ORLO TEST_DATA [--sanitised] [unittest arguments]
+"""
+
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+from OrloImages import Picture, run_tool
+
+SYSTEM_PROFILES = "/usr/share/color/icc"
+ADOBE_RGB = f"{SYSTEM_PROFILES}/colord/AdobeRGB1998.icc"
+APPLE_RGB = f"{SYSTEM_PROFILES}/colord/AppleRGB.icc"
+SRGB = f"{SYSTEM_PROFILES}/sRGB.icc"
+GREY = f"{SYSTEM_PROFILES}/Gray.icc"
+NAMED_COLOURS = f"{SYSTEM_PROFILES}/colord/Crayons.icc"
+
+ORLO = DATA = ""
+SANITISED = False
+
+
+def test_data(*path):
+    return os.path.join(DATA, *path)
+
+
+def cmyk_printer():
+    return test_data("profiles", "fogra39l.icc")
+
+
+def rgb_printer():
+    return test_data("profiles", "rgb-printer.icc")
+
+
+def photograph(name):
+    return test_data("photographs", name)
+
+
+def bytes_of(path):
+    with open(path, "rb") as file:
+        return file.read()
+
+
+def reference_profile():
+    """The profile that stands beside the library."""
+    return os.path.join(os.path.dirname(os.path.dirname(ORLO)), "lib", "colourmatch", "MatrixCalRGB.icc")
+
+
+class OrloCase(unittest.TestCase):
+    """A fresh folder for every test, and the command with the profiles that most tests take."""
+
+    def setUp(self):
+        self.folder = tempfile.mkdtemp(prefix="orlo-test-")
+        self.addCleanup(shutil.rmtree, self.folder)
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def arguments(self, command, source, target, *options, monitor=ADOBE_RGB, printer=None):
+        return [ORLO, command, source, target, "--monitor", monitor, "--printer", printer or cmyk_printer(), *options]
+
+    def run_orlo(self, command, source, target, *options, **profiles):
+        """Runs the command, which must succeed, and returns the picture that it made."""
+        done = subprocess.run(self.arguments(command, source, self.path(target), *options, **profiles), capture_output=True, check=False)
+        self.assertEqual((done.returncode, done.stderr), (0, b""), done.args)
+        return self.read(self.path(target))
+
+    def read(self, path):
+        return Picture(path, self.path("scratch.raw"))
+
+    def vips(self, operation, source, target, *arguments):
+        """One operation of the vips tool; returns the new file's path. target may carry [options] of the saver."""
+        path = self.path(target)
+        run_tool("vips", operation, source, path, *arguments)
+        return path.split("[")[0]
+
+    def assert_close(self, actual, expected, tolerance, note=""):
+        self.assertEqual(len(actual), len(expected), note)
+        for a, e in zip(actual, expected):
+            self.assertEqual(len(a), len(e), note)
+            for x, y in zip(a, e):
+                self.assertLessEqual(abs(x - y), tolerance, f"{note}: {a} for {e}")
+
+
+def main():
+    global ORLO, DATA, SANITISED
+    if len(sys.argv) < 3:
+        sys.exit(__doc__)
+    ORLO, DATA = os.path.abspath(sys.argv[1]), sys.argv[2]
+    del sys.argv[1:3]
+    if "--sanitised" in sys.argv:
+        SANITISED = True
+        sys.argv.remove("--sanitised")
+        # The thread sanitizer does not see the locks inside libvips and GLib.
+        os.environ["TSAN_OPTIONS"] = "ignore_noninstrumented_modules=1:" + os.environ.get("TSAN_OPTIONS", "")
+    for needed in (ORLO, cmyk_printer(), rgb_printer(), photograph("coffee.png"), ADOBE_RGB, SRGB):
+        if not os.path.exists(needed):
+            sys.exit(f"{needed} is missing: tools/install_packages and tools/make_test_data bring what the tests need")
+    unittest.main(module="__main__", verbosity=2)

@@ -1,0 +1,116 @@
+"""Makes and reads the images of OrloTest: PNG and TIFF files written byte by byte, everything else through the tools of libvips."""
+
+import array
+import base64
+import struct
+import subprocess
+import sys
+import zlib
+
+
+def run_tool(*command):
+    """Runs a tool that must succeed and returns its standard output."""
+    return subprocess.run([str(part) for part in command], check=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE).stdout
+
+
+class Picture:
+    """A decoded image: samples row by row, interleaved, as an array of integers."""
+
+    def __init__(self, path, scratch):
+        fields = dict(line.split(": ", 1) for line in run_tool("vipsheader", "-a", path).decode().splitlines() if ": " in line)
+        self.width, self.height, self.bands = (int(fields[name]) for name in ("width", "height", "bands"))
+        self.depth = {"uchar": 8, "ushort": 16}[fields["format"]]
+        self.interpretation = fields["interpretation"]
+        self.fields = fields
+        self.path = path
+        run_tool("vips", "rawsave", path, scratch)
+        self.samples = array.array("B" if self.depth == 8 else "H")
+        with open(scratch, "rb") as file:
+            self.samples.frombytes(file.read())
+
+    def form(self):
+        return self.bands, self.depth, self.interpretation
+
+    def profile(self):
+        """The embedded profile, read from the file; None where there is none."""
+        if "icc-profile-data" not in self.fields:
+            return None
+        return base64.b64decode(run_tool("vipsheader", "-f", "icc-profile-data", self.path))
+
+    def pixels(self):
+        """The first row, a tuple a pixel."""
+        bands = self.bands
+        return [tuple(self.samples[i * bands:(i + 1) * bands]) for i in range(self.width)]
+
+    def band(self, index):
+        return self.samples[index::self.bands]
+
+
+def write_png(path, rows, depth, channels, profile=None):
+    """rows: lists of samples, interleaved; channels 1 grey, 2 grey and alpha, 3 RGB, 4 RGB and alpha."""
+    width = len(rows[0]) // channels
+    code = "B" if depth == 8 else "H"
+
+    def chunk(kind, body):
+        return struct.pack(">I", len(body)) + kind + body + struct.pack(">I", zlib.crc32(kind + body))
+
+    data = bytearray()
+    for row in rows:
+        data.append(0)
+        data += struct.pack(f">{len(row)}{code}", *row)
+    with open(path, "wb") as file:
+        file.write(b"\x89PNG\r\n\x1a\n")
+        file.write(chunk(b"IHDR", struct.pack(">IIBBBBB", width, len(rows), depth, {1: 0, 2: 4, 3: 2, 4: 6}[channels], 0, 0, 0)))
+        if profile is not None:
+            file.write(chunk(b"iCCP", b"profile\0\0" + zlib.compress(profile)))
+        file.write(chunk(b"IDAT", zlib.compress(bytes(data))))
+        file.write(chunk(b"IEND", b""))
+
+
+def write_tiff(path, rows, depth, channels, photometric=None, extra=None, sample_format=1, orientation=1, profile=None, private_tag=None):
+    """Uncompressed, directory first, so that a cut file still opens. photometric: 1 grey, 2 RGB, 5 CMYK; extra: 2 = alpha not multiplied in."""
+    width, height = len(rows[0]) // channels, len(rows)
+    data = b"".join(struct.pack(f"<{len(row)}{ {8: 'B', 16: 'H', 32: 'f'}[depth]}", *row) for row in rows)
+    if photometric is None:
+        photometric = {1: 1, 2: 1, 3: 2, 4: 5}[channels]
+    entries = [(256, 4, [width]), (257, 4, [height]), (258, 3, [depth] * channels), (259, 3, [1]), (262, 3, [photometric]), (273, 4, [0]),
+               (274, 3, [orientation]), (277, 3, [channels]), (278, 4, [height]), (279, 4, [len(data)]), (284, 3, [1])]
+    if extra is not None:
+        entries.append((338, 3, [extra]))
+    entries.append((339, 3, [sample_format] * channels))
+    if profile is not None:
+        entries.append((34675, 7, list(profile)))
+    if private_tag is not None:
+        entries.append((private_tag, 4, [1]))
+    after = 8 + 2 + 12 * len(entries) + 4
+    long_values, directory = b"", b""
+    start = after + sum(len(v) * {3: 2, 4: 4, 7: 1}[t] for _, t, v in entries if len(v) * {3: 2, 4: 4, 7: 1}[t] > 4)
+    for tag, kind, values in entries:
+        body = struct.pack(f"<{len(values)}{ {3: 'H', 4: 'I', 7: 'B'}[kind]}", *([start] if tag == 273 else values))
+        if len(body) > 4:
+            body, place = struct.pack("<I", after + len(long_values)), body
+            long_values += place
+        directory += struct.pack("<HHI", tag, kind, len(values)) + body.ljust(4, b"\0")
+    with open(path, "wb") as file:
+        file.write(struct.pack("<2sHIH", b"II", 42, 8, len(entries)) + directory + struct.pack("<I", 0) + long_values + data)
+
+
+def lcms_convert(source, destination, colours, intent, full_in, full_out):
+    """Colours through Little CMS's own calculator, in floating point without clipping; full_in, full_out: what stands for full scale.
+
+    A profile is a file name, or one of the calculator's built-in names such as *sRGB. Inks are per cent there, everything else 0..255.
+    """
+    def scale(profile):
+        if profile.startswith("*"):
+            return 255
+        with open(profile, "rb") as file:
+            return 100 if file.read(20)[16:20] == b"CMYK" else 255
+
+    factor = scale(source) / full_in
+    lines = "".join(" ".join(repr(v * factor) for v in colour) + "\n" for colour in colours)
+    command = ["transicc", "-n", f"-t{intent}", f"-i{source}", f"-o{destination}"]
+    done = subprocess.run(command, input=lines.encode(), stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
+    rows = [[float(v) * full_out / scale(destination) for v in line.split()] for line in done.stdout.decode().splitlines() if line.strip()]
+    if len(rows) != len(colours):
+        sys.exit(f"transicc answered {len(rows)} of {len(colours)} colours: {done.stdout[:300]!r} {done.stderr[:300]!r}")
+    return rows

@@ -1,0 +1,234 @@
+#!/usr/bin/env python3
+"""What orlo refuses, and what it leaves behind: one line on standard error, exit status 2, no output file, no temporary one."""
+
+import os
+import subprocess
+
+import OrloCommand
+from OrloCommand import ADOBE_RGB, APPLE_RGB, GREY, NAMED_COLOURS, OrloCase, bytes_of, cmyk_printer, photograph, rgb_printer
+from OrloImages import write_png, write_tiff
+
+ROW = [[(x * 7 + c * 60) % 256 for x in range(64) for c in range(3)]] * 64
+
+
+class Refusals(OrloCase):
+    def setUp(self):
+        super().setUp()
+        write_png(self.path("good.png"), ROW, 8, 3)
+        self.output_folder = self.path("out")
+        os.mkdir(self.output_folder)
+
+    def write(self, name, contents):
+        with open(self.path(name), "wb") as file:
+            file.write(contents)
+        return self.path(name)
+
+    def out(self, name="out.png"):
+        return os.path.join(self.output_folder, name)
+
+    def assert_refused(self, arguments, about, *words, **how):
+        """One line that begins with the file or option at fault and holds the words; nothing written."""
+        done = subprocess.run([OrloCommand.ORLO, *arguments], capture_output=True, check=False, **how)
+        self.assertEqual((done.returncode, done.stdout), (2, b""), done.stderr)
+        line = done.stderr.decode()
+        self.assertEqual((line.count("\n"), line[-1:]), (1, "\n"), line)
+        self.assertTrue(line.startswith(f"orlo: {about}: "), line)
+        self.assertIn("; ", line)
+        for word in words:
+            self.assertIn(word, line)
+        self.assertEqual(os.listdir(self.output_folder), [])
+
+    def match(self, source=None, target=None, *options, monitor=ADOBE_RGB, printer=None, command="match"):
+        return self.arguments(command, source or self.path("good.png"), target or self.out(), *options, monitor=monitor, printer=printer)[1:]
+
+    def test_unusable_input(self):
+        whole = {name: bytes_of(photograph(name)) for name in ("coffee.png", "rocket.jpg")}
+        write_tiff(self.path("whole.tif"), ROW, 8, 3)
+        broken = bytearray(whole["coffee.png"])
+        broken[len(broken) // 2] ^= 0x55
+        folder = self.path("folder.png")
+        os.mkdir(folder)
+        lab = self.vips("colourspace", self.path("good.png"), "lab.tif", "lab")
+        write_tiff(self.path("float.tif"), [[v / 255 for v in row] for row in ROW], 32, 3, sample_format=3)
+        write_tiff(self.path("five.tif"), [[1, 2, 3, 4, 5] * 4], 8, 5, photometric=2, extra=0)
+        rows = [
+            ("a name that nobody has", self.path("missing.png"), "no such file"),
+            ("a folder", folder, "not a file"),
+            ("no bytes", self.write("empty.png", b""), "empty"),
+            ("a text", self.write("text.png", b"This is not an image.\n" * 50), "not an image"),
+            ("an image of another kind", self.write("other.png", b"GIF89a" + bytes(100)), "PNG, TIFF or JPEG"),
+            ("a PNG's first bytes only", self.write("start.png", whole["coffee.png"][:20]), "damaged"),
+            ("half a PNG", self.write("half.png", whole["coffee.png"][:len(whole["coffee.png"]) // 2]), "damaged"),
+            ("a PNG with a wrong byte", self.write("wrong.png", bytes(broken)), "damaged"),
+            ("half a JPEG", self.write("half.jpg", whole["rocket.jpg"][:len(whole["rocket.jpg"]) // 2]), "damaged"),
+            ("a JPEG's first bytes only", self.write("start.jpg", whole["rocket.jpg"][:30]), "damaged"),
+            ("half a TIFF", self.write("half.tif", bytes_of(self.path("whole.tif"))[:6000]), "damaged"),
+            ("a TIFF without its directory", self.write("start.tif", bytes_of(self.path("whole.tif"))[:8]), "damaged"),
+            ("Lab", lab, "neither"),
+            ("real numbers", self.path("float.tif"), "8 nor 16 bits"),
+            ("five channels of RGB", self.path("five.tif"), "5 channels"),
+        ]
+        for note, source, word in rows:
+            with self.subTest(note):
+                self.assert_refused(self.match(source), source, word)
+
+    def as_nobody(self):
+        """How to run the command as somebody whom file permissions bind."""
+        if os.geteuid() != 0:
+            return {}
+        how = {"user": 65534, "group": 65534, "extra_groups": []}
+        try:
+            subprocess.run([OrloCommand.ORLO, "--version"], capture_output=True, check=True, **how)
+        except (OSError, subprocess.CalledProcessError):
+            self.skipTest("the superuser's files are closed to everybody else, and permissions do not bind the superuser")
+        os.chmod(self.folder, 0o755)
+        os.chmod(self.output_folder, 0o777)
+        return how
+
+    def test_an_unreadable_file(self):
+        how = self.as_nobody()
+        os.chmod(self.path("good.png"), 0)
+        self.assert_refused(self.match(), self.path("good.png"), "cannot be read", **how)
+
+    def test_an_unreadable_profile(self):
+        how = self.as_nobody()
+        profile = self.write("closed.icc", bytes_of(ADOBE_RGB))
+        os.chmod(profile, 0)
+        self.assert_refused(self.match(monitor=profile), profile, "cannot be read", **how)
+
+    def test_an_unwritable_folder(self):
+        how = self.as_nobody()
+        folder = self.path("closed")
+        os.mkdir(folder, 0o555)
+        target = os.path.join(folder, "out.png")
+        self.assert_refused(self.match(None, target), target, "can be written in its folder", **how)
+        self.assertEqual(os.listdir(folder), [])
+
+    def test_embedded_profiles_that_do_not_serve(self):
+        cmyk = [[10, 20, 30, 40] * 8] * 8
+        write_tiff(self.path("untagged.tif"), cmyk, 8, 4)
+        write_tiff(self.path("rgb-in-cmyk.tif"), cmyk, 8, 4, profile=bytes_of(ADOBE_RGB))
+        write_tiff(self.path("cmyk-in-rgb.tif"), ROW, 8, 3, profile=bytes_of(cmyk_printer()))
+        write_tiff(self.path("grey-in-rgb.tif"), ROW, 8, 3, profile=bytes_of(GREY))
+        write_tiff(self.path("damaged.tif"), ROW, 8, 3, profile=bytes_of(ADOBE_RGB)[:200])
+        write_tiff(self.path("named.tif"), ROW, 8, 3, profile=bytes_of(NAMED_COLOURS))
+        for name, word in (("untagged.tif", "CMYK image without a profile"), ("rgb-in-cmyk.tif", "Adobe"), ("cmyk-in-rgb.tif", "FOGRA39L"),
+                           ("grey-in-rgb.tif", "not for this kind"), ("damaged.tif", "damaged"), ("named.tif", "not for this kind")):
+            with self.subTest(name):
+                self.assert_refused(self.match(self.path(name)), self.path(name), "profile", word)
+
+    def test_device_values_of_another_kind(self):
+        write_tiff(self.path("inks.tif"), [[1, 2, 3, 4] * 8] * 8, 8, 4)
+        inks, rgb = self.path("inks.tif"), self.path("good.png")
+        self.assert_refused(self.match(inks, command="predict"), inks, "CMYK")
+        self.assert_refused(self.match(inks, command="printer-predict", printer=rgb_printer()), inks, "CMYK")
+        self.assert_refused(self.match(rgb, command="printer-predict"), rgb, "no CMYK")
+
+    def test_unfit_profiles(self):
+        text = self.write("text.icc", b"no profile at all\n" * 20)
+        cut = self.write("cut.icc", bytes_of(ADOBE_RGB)[:300])
+        large = self.write("large.icc", bytes(20 * 1024 * 1024 + 1))
+        missing = self.path("missing.icc")
+        # A device link: a profile like any other, but for its class.
+        link = bytearray(bytes_of(cmyk_printer()))
+        link[12:16] = b"link"
+        link = self.write("link.icc", bytes(link))
+        lut_only = cmyk_printer()
+        rows = [
+            ("--monitor", missing, "no such file"), ("--monitor", text, "ICC profile"), ("--monitor", cut, "ICC profile"),
+            ("--monitor", self.folder, ""), ("--monitor", large, "20 MiB"), ("--monitor", lut_only, "matrix model"),
+            ("--monitor", GREY, "matrix model"),
+            ("--printer", missing, "no such file"), ("--printer", text, "ICC profile"), ("--printer", ADOBE_RGB, "'mntr'"),
+            ("--printer", link, "'link'"), ("--printer", NAMED_COLOURS, "'nmcl'"),
+            ("--proofer", missing, "no such file"), ("--proofer", text, "ICC profile"), ("--proofer", link, "'link'"),
+            ("--proofer", NAMED_COLOURS, "'nmcl'"),
+        ]
+        for option, profile, word in rows:
+            with self.subTest(f"{option} {os.path.basename(profile)}"):
+                self.assert_refused(self.match(None, None, option, profile), profile, word)
+
+    def test_a_grey_printer(self):
+        grey = bytearray(bytes_of(GREY))
+        grey[12:16] = b"prtr"
+        profile = self.write("grey-printer.icc", bytes(grey))
+        self.assert_refused(self.match(printer=profile), profile, "colour space")
+
+    def test_a_monitor_with_curves_of_no_known_type(self):
+        contents = bytes_of(APPLE_RGB)
+        self.assertIn(b"para", contents)
+        profile = self.write("odd.icc", contents.replace(b"para", b"cura"))
+        self.assert_refused(self.match(monitor=profile), profile, "tone curves")
+
+    def test_unusable_output(self):
+        rows = [
+            ("no suffix", self.out("out"), "suffix"),
+            ("a suffix of another kind", self.out("out.gif"), "suffix"),
+            ("a folder that is not there", self.out("nowhere/out.png"), "folder does not exist"),
+            ("a folder that takes no files", "/proc/orlo-test.png", "folder"),
+            ("a device", "/dev/null", "suffix"),
+        ]
+        for note, target, word in rows:
+            with self.subTest(note):
+                self.assert_refused(self.match(None, target), target, word)
+        folder = self.path("folder.png")
+        os.mkdir(folder)
+        self.assert_refused(self.match(None, folder), folder, "not a file")
+
+    def test_a_read_only_target(self):
+        how = self.as_nobody()
+        target = self.write("there.png", b"old")
+        os.chmod(target, 0o444)
+        self.assert_refused(self.match(None, target), target, "cannot be written", **how)
+        self.assertEqual(bytes_of(target), b"old")
+
+    def test_forms_that_the_output_cannot_hold(self):
+        rows = [
+            ("printer-match", "out.png", [], "out.png", "CMYK"),
+            ("match", "out.jpg", ["--depth", "16"], "out.jpg", "8 bits"),
+            ("predict", "out.jpg", [], "out.jpg", "16 bits"),
+            ("printer-predict", "out.jpg", [], "out.jpg", "16 bits"),
+            ("gamut", "out.jpg", [], "out.jpg", "mask"),
+            ("gamut", "out.png", ["--depth", "16"], "--depth", "8 bits"),
+            ("predict", "out.png", ["--depth", "8"], "--depth", "16 bits"),
+            ("match", "out.png", ["--device", "printer"], "--device", "only gamut"),
+        ]
+        for command, target, options, about, word in rows:
+            with self.subTest(f"{command} {target} {options}"):
+                self.assert_refused(self.match(None, self.out(target), *options, command=command),
+                                    about if about.startswith("--") else self.out(about), word)
+
+    def test_a_jpeg_has_a_longest_side(self):
+        write_png(self.path("long.png"), [[90, 80, 70] * 65501], 8, 3)
+        self.assert_refused(self.match(self.path("long.png"), self.out("out.jpg")), self.out("out.jpg"), "65500")
+
+    def test_command_lines_that_say_nothing_sensible(self):
+        good, out = self.path("good.png"), self.out()
+        profiles = ["--monitor", ADOBE_RGB, "--printer", cmyk_printer()]
+        rows = [
+            ([], "command line", "no command"),
+            (["mach", good, out], "mach", "no such command"),
+            (["match"], "match", "two files"),
+            (["match", good, *profiles], "match", "two files"),
+            (["match", good, out, out, *profiles], "match", "two files"),
+            (["match", good, "", *profiles], "match", "empty"),
+            (["match", good, out, "--printer", cmyk_printer()], "match", "--monitor"),
+            (["match", good, out, "--monitor", ADOBE_RGB], "match", "--printer"),
+            (["match", good, out, *profiles, "--monitor"], "--monitor", "missing"),
+            (["match", good, out, *profiles, "--quality", "3"], "--quality", "0, 1 or 2"),
+            (["match", good, out, *profiles, "--quality=best"], "--quality", "'best'"),
+            (["match", good, out, *profiles, "--depth", "12"], "--depth", "8 or 16"),
+            (["gamut", good, out, *profiles, "--device", "plotter"], "--device", "monitor or printer"),
+            (["match", good, out, *profiles, "--quiet=yes"], "--quiet", "no value"),
+            (["match", good, out, *profiles, "--verbose"], "--verbose", "no such option"),
+        ]
+        for arguments, about, word in rows:
+            with self.subTest(arguments[-2:]):
+                self.assert_refused(arguments, about, word)
+
+    def test_line_ends_in_a_name_do_not_make_a_second_line(self):
+        done = subprocess.run([OrloCommand.ORLO, *self.match(self.path("two\nlines.png"))], capture_output=True, check=False)
+        self.assertEqual((done.returncode, done.stderr.count(b"\n")), (2, 1), done.stderr)
+
+
+if __name__ == "__main__":
+    OrloCommand.main()

@@ -1,0 +1,168 @@
+#!/usr/bin/env python3
+"""How orlo goes about its work: large images, replacing files, interruptions, a full disk, the progress bar."""
+
+import os
+import pty
+import resource
+import signal
+import subprocess
+import time
+
+import OrloCommand
+from OrloCommand import OrloCase, bytes_of, photograph
+from OrloImages import run_tool, write_png
+
+SMALL = [[(x * 5 + c * 50) % 256 for x in range(200) for c in range(3)]] * 100
+
+
+class LargeImages(OrloCase):
+    WIDTH, HEIGHT = 12000, 6000
+
+    def large_image(self, name):
+        """A photograph many times over."""
+        run_tool("vips", "replicate", photograph("coffee.png"), self.path("tile.v"), "20", "15")
+        run_tool("vips", "crop", self.path("tile.v"), self.path(name), "0", "0", self.WIDTH, self.HEIGHT)
+        os.remove(self.path("tile.v"))
+        return self.path(name)
+
+    def peak_memory(self, *arguments):
+        """Bytes that the process had resident at most."""
+        process = subprocess.Popen(arguments, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+        message = process.stderr.read()
+        process.stderr.close()
+        _, status, usage = os.wait4(process.pid, 0)
+        process.returncode = os.waitstatus_to_exitcode(status)
+        self.assertEqual((process.returncode, message), (0, b""))
+        return usage.ru_maxrss * 1024
+
+    def test_an_image_is_never_held_as_a_whole(self):
+        if OrloCommand.SANITISED:
+            self.skipTest("instrumented code is too slow, and its memory says nothing")
+        small = self.path("small.png")
+        write_png(small, SMALL, 8, 3)
+        for kind in ("png", "tif", "jpg"):
+            with self.subTest(kind):
+                source = self.large_image("large." + kind)
+                target = self.path("out." + kind)
+                used = self.peak_memory(*self.arguments("match", source, target, "--quality=1"))
+                base = self.peak_memory(*self.arguments("match", small, self.path("small-out.png"), "--quality=1"))
+                decoded = self.WIDTH * self.HEIGHT * 3
+                self.assertLess(used - base, decoded / 4, f"{used} bytes against {base} for a small image")
+                fields = run_tool("vipsheader", target).decode()
+                self.assertIn(f"{self.WIDTH}x{self.HEIGHT} uchar, 3 bands", fields)
+                os.remove(source)
+                os.remove(target)
+
+
+class Replacing(OrloCase):
+    def setUp(self):
+        super().setUp()
+        self.source = self.path("in.png")
+        write_png(self.source, SMALL, 8, 3)
+
+    def test_the_output_may_be_the_input(self):
+        expected = self.run_orlo("match", self.source, "other.png")
+        after = self.run_orlo("match", self.source, "in.png")
+        self.assertEqual(after.samples, expected.samples)
+        self.assertNotEqual(after.samples.tobytes(), bytes(v for row in SMALL for v in row))
+        self.assertEqual(sorted(os.listdir(self.folder)), ["in.png", "other.png", "scratch.raw"])
+
+    def test_a_failed_run_leaves_the_target_as_it_was(self):
+        cut = self.path("cut.png")
+        with open(cut, "wb") as file:
+            file.write(bytes_of(photograph("coffee.png"))[:100000])
+        for target in (cut, self.source):
+            with self.subTest(os.path.basename(target)):
+                before = bytes_of(target)
+                done = subprocess.run(self.arguments("match", cut, target), capture_output=True, check=False)
+                self.assertEqual((done.returncode, done.stderr.count(b"\n")), (2, 1))
+                self.assertEqual(bytes_of(target), before)
+        self.assertEqual(sorted(os.listdir(self.folder)), ["cut.png", "in.png"])
+
+    def test_a_replaced_file_keeps_its_permissions_and_a_new_one_follows_the_mask(self):
+        with open(self.path("there.png"), "wb"):
+            pass
+        os.chmod(self.path("there.png"), 0o640)
+        mask = os.umask(0o027)
+        try:
+            for name in ("there.png", "new.png"):
+                self.run_orlo("match", self.source, name)
+        finally:
+            os.umask(mask)
+        self.assertEqual([os.stat(self.path(name)).st_mode & 0o777 for name in ("there.png", "new.png")], [0o640, 0o640])
+        os.chmod(self.path("there.png"), 0o604)
+        self.run_orlo("match", self.source, "there.png")
+        self.assertEqual(os.stat(self.path("there.png")).st_mode & 0o777, 0o604)
+
+    def test_a_symbolic_link_stays_one(self):
+        os.mkdir(self.path("folder"))
+        with open(self.path("folder/real.png"), "wb"):
+            pass
+        os.symlink("folder/real.png", self.path("link.png"))
+        self.run_orlo("match", self.source, "link.png")
+        self.assertTrue(os.path.islink(self.path("link.png")))
+        self.assertEqual(self.read(self.path("folder/real.png")).form(), (3, 8, "srgb"))
+        self.assertEqual(os.listdir(self.path("folder")), ["real.png"])
+
+    def test_no_room_for_the_image(self):
+        def limit():
+            resource.setrlimit(resource.RLIMIT_FSIZE, (4096, 4096))
+
+        os.mkdir(self.path("out"))
+        for target in ("out.png", "out.tif", "out.jpg"):
+            with self.subTest(target):
+                path = os.path.join(self.folder, "out", target)
+                done = subprocess.run(self.arguments("match", photograph("coffee.png"), path), capture_output=True, check=False, preexec_fn=limit)
+                self.assertEqual((done.returncode, done.stdout, done.stderr.count(b"\n")), (2, b"", 1), done.stderr)
+                self.assertTrue(done.stderr.startswith(f"orlo: {path}: the image cannot be written".encode()), done.stderr)
+                self.assertEqual(os.listdir(self.path("out")), [])
+
+
+class Interruptions(OrloCase):
+    def test_an_interrupted_run_leaves_nothing(self):
+        # Large enough to be caught at work: the pixels are many, their file is small.
+        source = self.path("plain.png")
+        run_tool("vips", "black", self.path("black.v"), "9000", "6000", "--bands", "3")
+        run_tool("vips", "copy", self.path("black.v"), source + "[compression=1]")
+        os.mkdir(self.path("out"))
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            with self.subTest(number.name):
+                process = subprocess.Popen(self.arguments("match", source, self.path("out/out.tif"), "--quality=1"), stdout=subprocess.PIPE,
+                                           stderr=subprocess.PIPE)
+                while not os.listdir(self.path("out")) and process.poll() is None:
+                    time.sleep(0.01)
+                self.assertIsNone(process.poll(), "it was over before it could be interrupted")
+                self.assertNotIn("out.tif", os.listdir(self.path("out")))
+                process.send_signal(number)
+                out, message = process.communicate()
+                self.assertEqual((process.returncode, out, message), (-number, b"", b""))
+                self.assertEqual(os.listdir(self.path("out")), [])
+
+
+class Progress(OrloCase):
+    def test_a_bar_on_a_terminal_only(self):
+        arguments = self.arguments("match", photograph("coffee.png"), self.path("out.png"))
+        self.assertEqual(subprocess.run(arguments, capture_output=True, check=True).stderr, b"")
+
+        ours, theirs = pty.openpty()
+        process = subprocess.Popen(arguments, stdout=subprocess.PIPE, stderr=theirs)
+        os.close(theirs)
+        shown = b""
+        while True:
+            try:
+                piece = os.read(ours, 4096)
+            except OSError:  # how a terminal says that the other side is closed
+                break
+            if not piece:
+                break
+            shown += piece
+        os.close(ours)
+        summary, _ = process.communicate()
+        self.assertEqual(process.returncode, 0)
+        self.assertIn(b"%", shown)
+        self.assertTrue(shown.endswith(b"\r\x1b[K"), shown[-40:])
+        self.assertEqual(summary.count(b"\n"), 1)
+
+
+if __name__ == "__main__":
+    OrloCommand.main()

@@ -1,0 +1,189 @@
+#!/usr/bin/env python3
+"""The colours that orlo computes, against Little CMS's own calculator working in floating point from profile to profile."""
+
+import os
+import subprocess
+
+import OrloCommand
+from OrloCommand import ADOBE_RGB, APPLE_RGB, GREY, SRGB, OrloCase, bytes_of, cmyk_printer, photograph, reference_profile, rgb_printer
+from OrloImages import lcms_convert, write_png, write_tiff
+
+RELATIVE, ABSOLUTE = 1, 3
+# Inside every gamut in use, none of them near black, where one step of 16-bit linear light is many steps of the monitor.
+COLOURS = [(128, 128, 128), (200, 180, 170), (90, 110, 100), (150, 120, 140), (60, 70, 90), (180, 170, 100), (120, 160, 150), (220, 220, 215)]
+INKS = [(10, 20, 30, 0), (100, 50, 40, 30), (60, 90, 120, 10), (0, 0, 0, 128), (150, 20, 10, 5), (40, 40, 40, 40)]
+
+
+class Values(OrloCase):
+    def image(self, colours, depth=8, channels=3, profile=None):
+        row = [v * (1 if depth == 8 else 257) for colour in colours for v in colour]
+        if channels == 4:
+            write_tiff(self.path("in.tif"), [row], depth, 4, profile=profile)
+            return self.path("in.tif")
+        write_png(self.path("in.png"), [row], depth, channels, profile=profile)
+        return self.path("in.png")
+
+    # The monitor's tone curve is searched among its 772 samples, and read with its pieces mirrored: up to one piece, 85 of 65535, beside the
+    # true inverse; a little more where the linear light is rounded.
+    CURVE = 120
+
+    def test_match_is_the_monitors_own_inverse(self):
+        for monitor in (ADOBE_RGB, APPLE_RGB):
+            expected = lcms_convert("*sRGB", monitor, COLOURS, RELATIVE, 255, 65535)
+            for depth in (8, 16):
+                for quality in (1, 2):
+                    with self.subTest(f"{os.path.basename(monitor)} {depth} quality {quality}"):
+                        after = self.run_orlo("match", self.image(COLOURS, depth), "out.tif", "--depth=16", f"--quality={quality}", monitor=monitor)
+                        self.assert_close(after.pixels(), expected, self.CURVE)
+
+    def test_the_precomputed_tables_come_near_in_the_light_half(self):
+        # The grid's steps are even in linear light: light colours are interpolated well, dark ones coarsely.
+        light = [colour for colour in COLOURS if min(colour) > 100]
+        expected = lcms_convert("*sRGB", ADOBE_RGB, light, RELATIVE, 255, 65535)
+        after = self.run_orlo("match", self.image(light), "out.tif", "--depth=16", "--quality=0")
+        self.assert_close(after.pixels(), expected, 100)
+
+    def test_the_embedded_profile_is_used(self):
+        for name, profile, channels, colours in (("Apple RGB", APPLE_RGB, 3, COLOURS), ("grey", GREY, 1, [(40,), (128,), (250,)])):
+            with self.subTest(name):
+                expected = lcms_convert(profile, ADOBE_RGB, colours, RELATIVE, 255, 65535)
+                source = self.image(colours, channels=channels, profile=bytes_of(profile))
+                after = self.run_orlo("match", source, "out.tif", "--depth=16", "--quality=1")
+                self.assert_close(after.pixels(), expected, self.CURVE)
+
+    def test_cmyk_input_goes_through_its_profile(self):
+        expected = lcms_convert(cmyk_printer(), ADOBE_RGB, INKS, RELATIVE, 255, 65535)
+        for depth in (8, 16):
+            with self.subTest(depth):
+                source = self.image(INKS, depth, 4, bytes_of(cmyk_printer()))
+                after = self.run_orlo("match", source, "out.tif", "--depth=16", "--quality=1")
+                self.assert_close(after.pixels(), expected, self.CURVE)
+
+    def test_an_image_without_a_profile_is_taken_for_sRGB(self):
+        untagged = self.run_orlo("match", self.image(COLOURS), "a.tif", "--depth=16", "--quality=1")
+        tagged = self.run_orlo("match", self.image(COLOURS, profile=bytes_of(SRGB)), "b.tif", "--depth=16", "--quality=1")
+        self.assert_close(untagged.pixels(), tagged.pixels(), self.CURVE)
+
+    def test_grey_without_a_profile_stands_for_equal_red_green_and_blue(self):
+        greys = [(v,) for v in range(0, 256, 5)]
+        grey = self.run_orlo("match", self.image(greys, channels=1), "a.png")
+        rgb = self.run_orlo("match", self.image([v * 3 for v in greys]), "b.png")
+        self.assertEqual(grey.samples, rgb.samples)
+
+    def test_proof_is_the_printers_rendering_on_the_monitor(self):
+        for printer in (cmyk_printer(), rgb_printer()):
+            with self.subTest(os.path.basename(printer)):
+                reference = lcms_convert("*sRGB", reference_profile(), COLOURS, RELATIVE, 255, 255)
+                printed = lcms_convert(reference_profile(), printer, reference, ABSOLUTE, 255, 255)
+                seen = lcms_convert(printer, reference_profile(), printed, ABSOLUTE, 255, 255)
+                expected = lcms_convert(reference_profile(), ADOBE_RGB, seen, RELATIVE, 255, 65535)
+                after = self.run_orlo("proof", self.image(COLOURS), "out.tif", "--depth=16", "--quality=1", printer=printer)
+                self.assert_close(after.pixels(), expected, self.CURVE)
+
+    def test_a_proofing_device_renders_before_the_printer(self):
+        reference = lcms_convert("*sRGB", reference_profile(), COLOURS, RELATIVE, 255, 255)
+        proofed = lcms_convert(reference_profile(), rgb_printer(), reference, ABSOLUTE, 255, 255)
+        seen = lcms_convert(rgb_printer(), reference_profile(), proofed, ABSOLUTE, 255, 255)
+        expected = lcms_convert(reference_profile(), cmyk_printer(), seen, ABSOLUTE, 255, 65535)
+        without = self.run_orlo("printer-match", self.image(COLOURS), "a.tif", "--depth=16")
+        after = self.run_orlo("printer-match", self.image(COLOURS), "b.tif", "--depth=16", "--proofer", rgb_printer())
+        self.assert_close(after.pixels(), expected, 100)
+        self.assertNotEqual(without.samples, after.samples)
+
+    def test_printer_match_is_absolute_colorimetric(self):
+        for printer in (cmyk_printer(), rgb_printer()):
+            reference = lcms_convert("*sRGB", reference_profile(), COLOURS, RELATIVE, 255, 255)
+            expected = lcms_convert(reference_profile(), printer, reference, ABSOLUTE, 255, 65535)
+            for depth, tolerance in ((16, 20), (8, 1)):
+                with self.subTest(f"{os.path.basename(printer)} {depth}"):
+                    after = self.run_orlo("printer-match", self.image(COLOURS), "out.tif", f"--depth={depth}", printer=printer)
+                    scaled = [[v / (1 if depth == 16 else 257) for v in colour] for colour in expected]
+                    self.assert_close(after.pixels(), scaled, tolerance)
+
+    def test_printer_predict_is_absolute_colorimetric(self):
+        for printer, colours, channels in ((cmyk_printer(), INKS, 4), (rgb_printer(), COLOURS, 3)):
+            expected = lcms_convert(printer, reference_profile(), colours, ABSOLUTE, 255, 65535)
+            expected = [[min(max(v, 0), 65535) for v in colour] for colour in expected]
+            for depth in (8, 16):
+                with self.subTest(f"{os.path.basename(printer)} {depth}"):
+                    after = self.run_orlo("printer-predict", self.image(colours, depth, channels), "out.tif", printer=printer)
+                    self.assert_close(after.pixels(), expected, 4)
+
+    def test_predict_takes_the_samples_for_the_monitors_whatever_is_embedded(self):
+        expected = lcms_convert(ADOBE_RGB, reference_profile(), COLOURS, RELATIVE, 255, 65535)
+        for depth in (8, 16):
+            for embedded in (None, APPLE_RGB):
+                with self.subTest(f"{depth} {embedded}"):
+                    source = self.image(COLOURS, depth, profile=embedded and bytes_of(embedded))
+                    after = self.run_orlo("predict", source, "out.png", "--quality=1")
+                    self.assert_close(after.pixels(), expected, 10)
+
+    def test_grey_values_of_the_monitor_stand_for_equal_channels(self):
+        greys = [(0,), (77,), (128,), (255,)]
+        for depth in (8, 16):
+            with self.subTest(depth):
+                grey = self.run_orlo("predict", self.image(greys, depth, 1), "a.png")
+                rgb = self.run_orlo("predict", self.image([v * 3 for v in greys], depth), "b.png")
+                self.assertEqual(grey.samples, rgb.samples)
+
+    def test_8_bits_are_those_of_the_8_bit_operations_not_rounded_ones(self):
+        rounding_matters = False
+        for command in ("match", "proof"):
+            for quality in (0, 1):
+                with self.subTest(f"{command} quality {quality}"):
+                    wide = self.run_orlo(command, photograph("coffee.png"), "a.tif", "--depth=16", f"--quality={quality}")
+                    narrow = self.run_orlo(command, photograph("coffee.png"), "b.tif", "--depth=8", f"--quality={quality}")
+                    self.assertEqual(list(narrow.samples), [v >> 8 for v in wide.samples])
+                    rounding_matters = rounding_matters or list(narrow.samples) != [(v + 128) // 257 for v in wide.samples]
+        self.assertTrue(rounding_matters)
+
+    def test_every_colour_is_evaluated_unless_the_tables_are_asked_for(self):
+        picture = photograph("coffee.png")
+        plain, exact, tables = (self.run_orlo("match", picture, f"{name}.tif", *options).samples
+                                for name, options in (("plain", []), ("exact", ["--quality=2"]), ("tables", ["--quality=0"])))
+        self.assertEqual(plain, exact)
+        self.assertNotEqual(plain, tables)
+
+    def test_the_result_does_not_depend_on_the_number_of_threads(self):
+        results = set()
+        for threads in ("1", "2", "7"):
+            done = subprocess.run(self.arguments("match", photograph("retina.jpg"), self.path("out.tif"), "--quality=1"),
+                                  env={**os.environ, "VIPS_CONCURRENCY": threads}, capture_output=True, check=False)
+            self.assertEqual((done.returncode, done.stderr), (0, b""))
+            results.add(bytes(self.read(self.path("out.tif")).samples))
+        self.assertEqual(len(results), 1)
+
+
+class Gamut(OrloCase):
+    def mask(self, colours, *options, profile=None, monitor=ADOBE_RGB, printer=None):
+        write_png(self.path("in.png"), [[v for colour in colours for v in colour]], 8, 3, profile=profile)
+        return list(self.run_orlo("gamut", self.path("in.png"), "out.png", *options, monitor=monitor, printer=printer).samples)
+
+    def test_a_small_monitor_cannot_show_a_wide_images_pure_colours(self):
+        colours = [(0, 255, 0), (255, 0, 0), (0, 255, 255), (128, 128, 128), (150, 140, 130), (200, 200, 200)]
+        wide = lcms_convert(ADOBE_RGB, APPLE_RGB, colours, RELATIVE, 255, 255)
+        expected = [255 if min(colour) < 0 or max(colour) > 255 else 0 for colour in wide]
+        self.assertEqual(expected, [255, 255, 255, 0, 0, 0])
+        for quality in (1, 2):
+            with self.subTest(quality):
+                mask = self.mask(colours, f"--quality={quality}", profile=bytes_of(ADOBE_RGB), monitor=APPLE_RGB)
+                self.assertEqual(mask, expected)
+
+    def test_a_wide_monitor_shows_all_of_a_small_images_colours(self):
+        colours = [(r, g, b) for r in (40, 128, 220) for g in (40, 128, 220) for b in (40, 128, 220)]
+        self.assertEqual(self.mask(colours, "--quality=1", profile=bytes_of(APPLE_RGB)), [0] * len(colours))
+
+    def test_a_printer_shows_soft_colours_and_not_the_pure_ones_of_a_monitor(self):
+        colours = [(0, 255, 0), (0, 0, 255), (255, 0, 255), (128, 128, 128), (150, 120, 110), (110, 130, 150)]
+        mask = self.mask(colours, "--device", "printer", printer=cmyk_printer())
+        self.assertEqual(mask, [255, 255, 255, 0, 0, 0])
+
+    def test_the_exact_mask_has_two_values(self):
+        for options in (["--quality=1"], ["--quality=2"], ["--device=printer"]):
+            with self.subTest(options):
+                mask = self.run_orlo("gamut", photograph("coffee.png"), "out.png", *options)
+                self.assertEqual(set(mask.samples), {0, 255})
+
+
+if __name__ == "__main__":
+    OrloCommand.main()

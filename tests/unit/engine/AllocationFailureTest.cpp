@@ -1,0 +1,141 @@
+// Each allocation of a build fails in turn: the program is linked so that calloc, and the making of data objects, pass through here.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "engine/MatchingData.h"
+#include "tests/fixtures/MatchingRecords.h"
+#include "tests/fixtures/ProfileBytes.h"
+#include "tests/fixtures/TemporaryFolder.h"
+
+namespace {
+
+constexpr uint32_t kQua0 = 0x51756130;
+
+bool sFailing = false;
+int sAllowed = 0;
+bool sDataObjectsFail = false;
+
+/// Lets `allowed` allocations through and refuses all others, until the end of the scope.
+class FailingAllocations {
+public:
+    explicit FailingAllocations(int allowed) {
+        sAllowed = allowed;
+        sFailing = true;
+    }
+    ~FailingAllocations() { sFailing = false; }
+    FailingAllocations(const FailingAllocations&) = delete;
+    FailingAllocations& operator=(const FailingAllocations&) = delete;
+};
+
+/// Data objects are the platform's: their memory does not count.
+class Uncounted {
+public:
+    Uncounted() : failing_(sFailing) { sFailing = false; }
+    ~Uncounted() { sFailing = failing_; }
+    Uncounted(const Uncounted&) = delete;
+    Uncounted& operator=(const Uncounted&) = delete;
+
+private:
+    bool failing_;
+};
+
+}  // namespace
+
+extern "C" {
+
+void* __real_calloc(size_t count, size_t size);
+void* __wrap_calloc(size_t count, size_t size);
+CFDataRef __real_CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length);
+CFDataRef __wrap_CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length);
+CFMutableDataRef __real_CFDataCreateMutable(CFAllocatorRef allocator, CFIndex capacity);
+CFMutableDataRef __wrap_CFDataCreateMutable(CFAllocatorRef allocator, CFIndex capacity);
+
+void* __wrap_calloc(size_t count, size_t size) {
+    if (sFailing && sAllowed-- <= 0) return nullptr;
+    return __real_calloc(count, size);
+}
+
+CFDataRef __wrap_CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length) {
+    const Uncounted uncounted;
+    return __real_CFDataCreate(allocator, bytes, length);
+}
+
+CFMutableDataRef __wrap_CFDataCreateMutable(CFAllocatorRef allocator, CFIndex capacity) {
+    if (sDataObjectsFail) return nullptr;
+    const Uncounted uncounted;
+    return __real_CFDataCreateMutable(allocator, capacity);
+}
+
+}  // extern "C"
+
+namespace {
+
+/// The number of builds that failed before one was left alone long enough to succeed.
+int FailuresOf(const Choice& choice) {
+    const Alias monitor(choice.monitor);
+    const Alias printer(choice.printer);
+    const AliasHandle aliases[3] = {monitor.Get(), printer.Get(), nullptr};
+    for (int allowed = 0; allowed < 200; ++allowed) {
+        OSErr status = 12345;
+        MatchingData* data = nullptr;
+        {
+            const FailingAllocations failing(allowed);
+            data = LoadMatchingData(aliases, 0, nullptr, nullptr, &status);
+        }
+        const OwnedRecord owner(data);
+        if (data) {
+            EXPECT_EQ(status, 0);
+            return allowed;
+        }
+        EXPECT_EQ(status, -108) << allowed;
+    }
+    ADD_FAILURE() << "no build succeeded";
+    return 0;
+}
+
+TEST(AllocationFailure, EveryOneOfABuildGivesItsStatusAndLeavesNothing) {
+    // The record, three curves, their copies, and what six reverse tables take. A leak checker sees what a failed build leaves behind.
+    EXPECT_GE(FailuresOf({kGammaMonitor, kCMYKPrinter}), 1 + 3 + 3 + 6);
+    const TemporaryFolder folder;
+    EXPECT_GE(FailuresOf({folder.Write("linear.icc", MatrixMonitor(CurvTag({})).Make()), kCMYKPrinter}), 1 + 3 + 3 + 6);
+    EXPECT_GE(FailuresOf({kSRGBMonitor, kCMYKPrinter}), 1 + 3 + 3 + 6);
+}
+
+TEST(AllocationFailure, NoMemoryForAProfilesBytesIsReported) {
+    sDataObjectsFail = true;
+    const Loaded loaded = Load({kSRGBMonitor, kCMYKPrinter});
+    sDataObjectsFail = false;
+    EXPECT_EQ(loaded.data, nullptr);
+    EXPECT_EQ(loaded.status, -108);
+}
+
+TEST(AllocationFailure, TablesMadeBeforeAFailureStay) {
+    const Loaded loaded = Load({kSRGBMonitor, kCMYKPrinter});
+    ASSERT_EQ(loaded.status, 0);
+    MatchingData* data = loaded.data.get();
+    const PixelTable* const tables[] = {&data->matchTable, &data->proofTable, &data->predictTable, &data->gamutTable};
+    void* made[4] = {};
+    for (int step = 0; step < 4; ++step) {
+        // Tables from the step before are there already and take no allocation.
+        OSErr status = 0;
+        {
+            const FailingAllocations failing(step == 0 ? 0 : 1);
+            status = SetDirectMatchingQuality(data, kQua0);
+        }
+        EXPECT_EQ(status, -108) << step;
+        EXPECT_EQ(data->tablesBuilt, 0u) << step;
+        for (int t = 0; t < 4; ++t) {
+            EXPECT_EQ(tables[t]->table != nullptr, t < step) << step << " " << t;
+            if (made[t]) {
+                EXPECT_EQ(tables[t]->table, made[t]) << step << " " << t;
+            }
+            made[t] = tables[t]->table;
+        }
+    }
+    EXPECT_EQ(SetDirectMatchingQuality(data, kQua0), 0);
+    EXPECT_EQ(data->tablesBuilt, 1u);
+}
+
+}  // namespace
