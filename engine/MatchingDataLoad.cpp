@@ -67,12 +67,12 @@ bool HasInverse(const FixedMatrix& matrix) {
     const int32_t* m = matrix.element;
     Int128 determinant = 0;
     Int128 largestCofactor = 0;
-    for (int row = 0; row < 3; ++row) {
+    for (size_t row = 0; row < 3; ++row) {
         const int32_t* next = m + 3 * ((row + 1) % 3);
         const int32_t* last = m + 3 * ((row + 2) % 3);
-        for (int column = 0; column < 3; ++column) {
-            const int right = (column + 1) % 3;
-            const int left = (column + 2) % 3;
+        for (size_t column = 0; column < 3; ++column) {
+            const size_t right = (column + 1) % 3;
+            const size_t left = (column + 2) % 3;
             const Int128 cofactor = Int128{next[right]} * last[left] - Int128{next[left]} * last[right];
             largestCofactor = std::max(largestCofactor, Magnitude(cofactor));
             if (row == 0) determinant += m[column] * cofactor;
@@ -118,6 +118,7 @@ OSErr CreateTransform(std::initializer_list<Step> steps, ColorSyncTransformRef* 
     const void* optionValue = kColorSyncBestQuality;
     const Owned<CFDictionaryRef> options(
         CFDictionaryCreate(kCFAllocatorDefault, &optionKey, &optionValue, 1, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+    if (!options) return kParameterError;
     *transform = ColorSyncTransformCreate(sequence.Get(), options.Get());
     return *transform ? 0 : kParameterError;
 }

@@ -28,10 +28,11 @@ void FillTable(const PixelTable& table, const PixelScale& inputs, size_t nodeSiz
         for (uint32_t j = 0; j < gridSize; ++j) {
             for (uint32_t first = 0; first < gridSize; first += kRunLength) {
                 const uint32_t count = std::min(gridSize - first, kRunLength);
-                for (uint32_t k = 0; k < count; ++k) {
-                    pixels[4 * k] = NodeInput(inputs, 0, i, gridSize);
-                    pixels[4 * k + 1] = NodeInput(inputs, 1, j, gridSize);
-                    pixels[4 * k + 2] = NodeInput(inputs, 2, first + k, gridSize);
+                uint16_t* pixel = pixels;
+                for (uint32_t k = first; k < first + count; ++k, pixel += 4) {
+                    pixel[0] = NodeInput(inputs, 0, i, gridSize);
+                    pixel[1] = NodeInput(inputs, 1, j, gridSize);
+                    pixel[2] = NodeInput(inputs, 2, k, gridSize);
                 }
                 convert(pixels, node, count);
                 node += count * nodeSize;

@@ -37,7 +37,7 @@ OSErr Get3DTable(ColorSyncProfileRef profile, uint32_t signature, int32_t matrix
     if (!tag) return kProfileUnsuitable;
     const UInt8* bytes = CFDataGetBytePtr(tag.Get());
     if (CFDataGetLength(tag.Get()) >= kTableTagHeaderSize && HasLinearShapers(bytes)) {
-        for (int i = 0; i < 9; ++i) matrix[i] = static_cast<int32_t>(ReadBigEndian32(bytes + 12 + 4 * i));
+        for (size_t i = 0; i < 9; ++i) matrix[i] = static_cast<int32_t>(ReadBigEndian32(bytes + 12 + 4 * i));
         const size_t outputs = bytes[9];
         const size_t side = size_t{bytes[10]} + 1;
         *gridPoints = bytes[10];

@@ -88,7 +88,10 @@ int SampleFormulaCurve(const std::uint8_t* tag, std::size_t length, std::uint16_
 int SampleGammaCurve(double gamma, std::uint32_t count, std::uint16_t** table, std::uint32_t* countOut) {
     std::uint16_t* entries = AllocateTable(count);
     if (!entries) return kNoMemory;
-    for (std::uint32_t i = 0; i < count; ++i) entries[i] = static_cast<std::uint16_t>(std::pow(i / (count - 1.0), gamma) * kFull65535 + 0.5);
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const double value = std::pow(i / (count - 1.0), gamma) * kFull65535 + 0.5;
+        entries[i] = static_cast<std::uint16_t>(value);
+    }
     SetGuard(entries, count);
     *table = entries;
     *countOut = count;

@@ -7,8 +7,8 @@
 
 namespace {
 
-/// A profile file may be this long, and no longer.
-constexpr SInt64 kLargestProfile = 20 * 1024 * 1024;
+/// A profile file may be this long, and no longer: 20 MiB.
+constexpr SInt64 kLargestProfile = 20971520;
 
 /// An open data fork, closed at the end of the scope.
 class DataFork {
@@ -69,11 +69,13 @@ CFStringRef LocateProfilePath(AliasHandle alias) {
     FSRef target;
     if (!alias || GetAliasTarget(alias, &target) != 0) return nullptr;
     const Owned<CFURLRef> url(CFURLCreateFromFSRef(kCFAllocatorDefault, &target));
+    // NOLINTNEXTLINE(clang-analyzer-osx.cocoa.RetainCount): the caller releases it.
     return url ? CFURLCopyFileSystemPath(url.Get(), kCFURLPOSIXPathStyle) : nullptr;
 }
 
 CFStringRef LocateResourceProfilePath(CFStringRef name) {
     const Owned<CFURLRef> url = CopyResourceProfileURL(name);
+    // NOLINTNEXTLINE(clang-analyzer-osx.cocoa.RetainCount): the caller releases it.
     return url ? CFURLCopyFileSystemPath(url.Get(), kCFURLPOSIXPathStyle) : nullptr;
 }
 

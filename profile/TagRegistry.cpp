@@ -12,7 +12,7 @@ CFMutableDictionaryRef sTagKeys;
 
 void CreateRegistry(void*) {
     sRegistryQueue = dispatch_queue_create("ICC Profile Tag Registry", DISPATCH_QUEUE_SERIAL);
-    // No key callbacks: the signature itself is the key.
+    // No key callbacks: the signature itself is the key, in a pointer's place.
     sTagKeys = CFDictionaryCreateMutable(kCFAllocatorDefault, 0, nullptr, &kCFTypeDictionaryValueCallBacks);
 }
 
@@ -23,6 +23,7 @@ struct Lookup {
 
 void FindOrAddKey(void* context) {
     auto* lookup = static_cast<Lookup*>(context);
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): never followed as a pointer.
     const auto* signature = reinterpret_cast<const void*>(uintptr_t{lookup->signature});
     if (!CFDictionaryContainsKey(sTagKeys, signature)) {
         UInt8 characters[4];

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <iterator>
 #include <random>
+#include <utility>
 
 #include "colour/ColourDifferences.h"
 #include "tests/reference/ColourDifferenceReference.h"
@@ -318,6 +319,28 @@ TEST(CIE2000DeltaE, LeavesOnlyTheChromaAgainstANeutral) {
         const double C = std::hypot(g * coloured.a, double{coloured.b});
         EXPECT_NEAR(CIE2000deltaE(neutral, coloured), C / (1 + 0.045 * C / 2), 1e-4) << degrees;
         EXPECT_NEAR(CIE2000deltaE(coloured, neutral), C / (1 + 0.045 * C / 2), 1e-4) << degrees;
+    }
+}
+
+// Hues of 0 and 180 degrees: their mean is 90 both ways, never 270.
+TEST(CIE2000DeltaE, TakesTheNearerMeanOfHuesExactlyOpposite) {
+    const LabColour red(50, 10, 0), green(50, -30, 0);
+    for (const auto& [first, second] : {std::pair(red, green), std::pair(green, red)}) {
+        const double expected = static_cast<double>(kExact.E2000(first, second));
+        EXPECT_NEAR(CIE2000deltaE(first, second), expected, 1e-5);
+        const double C1 = 10, C2 = 30, M = std::pow(20.0, 7), g = 1 + (1 - std::sqrt(M / (M + std::pow(25.0, 7)))) / 2;
+        const double mean = (C1 + C2) * g / 2;
+        // At a mean hue of 90 degrees; at 270 the weight is another.
+        const auto weight = [](double hue) {
+            const double r = kPi / 180;
+            return 1 - 0.17 * std::cos((hue - 30) * r) + 0.24 * std::cos(2 * hue * r) + 0.32 * std::cos((3 * hue + 6) * r) -
+                   0.2 * std::cos((4 * hue - 63) * r);
+        };
+        const double dH = 2 * std::sqrt(C1 * C2) * g, dC = (C2 - C1) * g / (1 + 0.045 * mean);
+        const double at90 = std::hypot(dC, dH / (1 + 0.015 * mean * weight(90)));
+        const double at270 = std::hypot(dC, dH / (1 + 0.015 * mean * weight(270)));
+        EXPECT_NEAR(CIE2000deltaE(first, second), at90, 0.01) << "the rotation term is next to nothing here";
+        EXPECT_GT(std::fabs(at270 - at90), 0.5);
     }
 }
 

@@ -139,6 +139,15 @@ TEST(OneDLookup32768, EqualsTheSlowVersion) {
     }
 }
 
+TEST(OneDLookup32768, FindsItsPlaceIn64BitsInLongTables) {
+    Random random(4);
+    const Table values = random.Words(100000);
+    const GuardedArray<uint16_t> table(values);
+    for (uint16_t x : {uint16_t{60000}, uint16_t{65534}, uint16_t{65535}}) {
+        EXPECT_EQ(ICC_OneDLookup32768(x, table.Data(), CountOf(table)), reference::OneDLookup32768(x, values)) << "at " << x;
+    }
+}
+
 // ---- ICC_OneDLookupWithExtrapolation ----
 
 TEST(OneDLookupWithExtrapolation, InterpolatesUpToOneAndThenFollowsTheRawSlope) {

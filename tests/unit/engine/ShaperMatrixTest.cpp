@@ -46,6 +46,18 @@ TEST(ShaperMatrix, KeepsTheOrderOfItsFields) {
     EXPECT_EQ(offsetof(ICC_ShaperMatrix, reverse), 112u);
 }
 
+TEST(ShaperMatrix, AnswersZeroInGamutWithoutReverseTables) {
+    ICC_ShaperMatrix shaper = {};
+    shaper.inverseMatrix = kIdentity;
+    const uint16_t in[3] = {1, 2, 3};
+    uint16_t out[3] = {9, 9, 9};
+    Match_ShaperMatrix(&shaper, in, out);
+    EXPECT_EQ((Colour16{out[0], out[1], out[2]}), (Colour16{0, 0, 0}));
+    uint8_t flag = 7;
+    Gamut_ShaperMatrix(&shaper, in, &flag);
+    EXPECT_EQ(flag, 0);
+}
+
 TEST(ShaperMatrix, EvaluatorsEqualTheSlowVersions) {
     for (const NamedModel& named : reference::ManyModels()) {
         const OwnedShaper shaper(named.model);
