@@ -4,6 +4,7 @@ function(cm_export_names target list)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${list})
   file(STRINGS ${list} names REGEX "^[A-Za-z_]")
   if(APPLE)
+    list(APPEND names VImageConvertorExample)  # the one name that only this system has
     list(TRANSFORM names PREPEND "_" OUTPUT_VARIABLE names)
     string(REPLACE ";" "\n" text "${names}")
     file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/exported-names.txt CONTENT "${text}\n" @ONLY)

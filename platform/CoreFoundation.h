@@ -1,6 +1,7 @@
 #pragma once
 
-/// Retained objects: strings, numbers, booleans, data, arrays, dictionaries, URLs, errors and bundles.
+/// Retained objects: strings, numbers, booleans, data, arrays, dictionaries, URLs, errors and bundles; preferences, distributed notifications
+/// and the main run loop.
 ///
 /// On macOS this is the system framework. On Linux the same names stand for the objects in `platform/linux/CoreFoundation*.cpp`.
 /// Create and Copy results belong to the caller, who releases them with CFRelease; Get results are borrowed. Reference
@@ -248,6 +249,75 @@ CM_EXPORT CFStringRef CFErrorCopyDescription(CFErrorRef error);
 CM_EXPORT CFBundleRef CFBundleGetBundleWithIdentifier(CFStringRef identifier);
 /// The URL of an existing resource, else null.
 CM_EXPORT CFURLRef CFBundleCopyResourceURL(CFBundleRef bundle, CFStringRef name, CFStringRef type, CFStringRef subdirectory);
+
+// ---- preferences (per user, per host) ----
+
+typedef const void* CFPropertyListRef;
+CM_EXPORT_DATA extern const CFStringRef kCFPreferencesCurrentUser;
+CM_EXPORT_DATA extern const CFStringRef kCFPreferencesCurrentHost;
+
+/// The pending or stored value of a key; null when there is none. Any thread.
+CM_EXPORT CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef application, CFStringRef user, CFStringRef host);
+/// A pending change, seen at once by this process; a null value removes the key.
+CM_EXPORT void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef application, CFStringRef user, CFStringRef host);
+/// Merges the pending changes into the file and reads what other processes wrote. False when the file could not be written or read.
+CM_EXPORT Boolean CFPreferencesSynchronize(CFStringRef application, CFStringRef user, CFStringRef host);
+
+// ---- distributed notifications ----
+
+typedef struct __CFNotificationCenter* CFNotificationCenterRef;
+typedef void (*CFNotificationCallback)(CFNotificationCenterRef centre, void* observer, CFStringRef name, const void* object,
+                                       CFDictionaryRef userInfo);
+typedef CFIndex CFNotificationSuspensionBehavior;
+enum { CFNotificationSuspensionBehaviorCoalesce = 2, CFNotificationSuspensionBehaviorDeliverImmediately = 4 };
+
+/// The centre that reaches every process of the user; null when there is neither a session bus nor a preferences folder to watch. Borrowed.
+CM_EXPORT CFNotificationCenterRef CFNotificationCenterGetDistributedCenter(void);
+/// Null name or object: any. Callbacks run on the main run loop.
+CM_EXPORT void CFNotificationCenterAddObserver(CFNotificationCenterRef centre, const void* observer, CFNotificationCallback callback,
+                                               CFStringRef name, const void* object, CFNotificationSuspensionBehavior suspensionBehaviour);
+CM_EXPORT void CFNotificationCenterRemoveEveryObserver(CFNotificationCenterRef centre, const void* observer);
+/// Reaches this process's observers too.
+CM_EXPORT void CFNotificationCenterPostNotification(CFNotificationCenterRef centre, CFStringRef name, const void* object, CFDictionaryRef userInfo,
+                                                    Boolean deliverImmediately);
+
+// ---- main run loop ----
+
+typedef struct __CFRunLoop* CFRunLoopRef;
+typedef struct __CFRunLoopSource* CFRunLoopSourceRef;
+typedef CFStringRef CFRunLoopMode;
+typedef double CFTimeInterval;
+typedef SInt32 CFRunLoopRunResult;
+enum { kCFRunLoopRunFinished = 1, kCFRunLoopRunStopped = 2, kCFRunLoopRunTimedOut = 3, kCFRunLoopRunHandledSource = 4 };
+CM_EXPORT_DATA extern const CFRunLoopMode kCFRunLoopCommonModes;
+CM_EXPORT_DATA extern const CFRunLoopMode kCFRunLoopDefaultMode;
+
+typedef struct {
+    CFIndex version;
+    void* info;
+    const void* (*retain)(const void* info);
+    void (*release)(const void* info);
+    CFStringRef (*copyDescription)(const void* info);
+    Boolean (*equal)(const void* a, const void* b);
+    CFHashCode (*hash)(const void* info);
+    void (*schedule)(void* info, CFRunLoopRef loop, CFRunLoopMode mode);
+    void (*cancel)(void* info, CFRunLoopRef loop, CFRunLoopMode mode);
+    void (*perform)(void* info);
+} CFRunLoopSourceContext;
+
+/// GLib's default main context, whoever runs it.
+CM_EXPORT CFRunLoopRef CFRunLoopGetMain(void);
+CM_EXPORT CFRunLoopSourceRef CFRunLoopSourceCreate(CFAllocatorRef allocator, CFIndex order, CFRunLoopSourceContext* context);
+CM_EXPORT void CFRunLoopAddSource(CFRunLoopRef loop, CFRunLoopSourceRef source, CFRunLoopMode mode);
+/// Marks the source; it performs once when the loop comes round, however often it was marked. Any thread.
+CM_EXPORT void CFRunLoopSourceSignal(CFRunLoopSourceRef source);
+CM_EXPORT void CFRunLoopSourceInvalidate(CFRunLoopSourceRef source);
+CM_EXPORT Boolean CFRunLoopSourceIsValid(CFRunLoopSourceRef source);
+CM_EXPORT void CFRunLoopWakeUp(CFRunLoopRef loop);
+/// Runs what is due on the main run loop, for hosts that run no GLib loop of their own. Main thread.
+///
+/// seconds   how long to wait for something to do; 0 never waits
+CM_EXPORT CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode mode, CFTimeInterval seconds, Boolean returnAfterSourceHandled);
 
 CM_C_END
 

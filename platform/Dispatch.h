@@ -26,6 +26,10 @@ CM_EXPORT dispatch_queue_t dispatch_queue_create(const char* label, dispatch_que
 /// Runs `work(context)` alone among the queue's users, on the calling thread, and returns when it is done.
 CM_EXPORT void dispatch_sync_f(dispatch_queue_t queue, void* context, dispatch_function_t work);
 
+/// The queue whose work runs on the main run loop: dispatch_sync_f waits until somebody runs that loop. On the main thread itself the work runs
+/// at once.
+CM_EXPORT dispatch_queue_t dispatch_get_main_queue(void);
+
 CM_C_END
 
 #else

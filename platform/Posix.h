@@ -1,12 +1,13 @@
 #pragma once
 
-/// The short lock.
+/// The short lock, and which thread is the main one.
 
 #include "platform/Export.h"
 
 #if defined(__APPLE__)
 
 #include <libkern/OSAtomic.h>
+#include <pthread.h>
 
 #elif defined(__linux__)
 
@@ -20,6 +21,9 @@ typedef int32_t OSSpinLock;
 
 void OSSpinLockLock(volatile OSSpinLock* lock);
 void OSSpinLockUnlock(volatile OSSpinLock* lock);
+
+/// 1 on the process's first thread, else 0.
+int pthread_main_np(void);
 
 CM_C_END
 

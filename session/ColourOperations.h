@@ -4,7 +4,8 @@
 /// the matching data is replaced, and returns 0, or 1000 (with nothing touched) when there is no matching data.
 ///
 /// Reference RGB is linear, in the space of the installed profile MatrixCalRGB.icc: four 16-bit words a colour, 0..65535 = full scale, the
-/// fourth padding. 8-bit device colours are four bytes, the first padding (a CMYK printer: four inks). Gamut answers are one byte a colour: 255 = out.
+/// fourth padding. 8-bit device colours are four bytes, the first padding (a CMYK printer: four inks). Gamut answers are one byte a colour: 255 =
+/// out.
 
 #include <stddef.h>
 

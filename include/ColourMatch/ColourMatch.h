@@ -2,7 +2,9 @@
 
 /// Everything a host of the colour-matching library needs.
 
+#include "appearance/AppearanceDescriptor.h"
 #include "appearance/PixelMapping.h"
+#include "appearance/ViewingConditions.h"
 #include "colour/ChromaticAdaptation.h"
 #include "colour/FixedPoint.h"
 #include "colour/MatrixArithmetic.h"
@@ -13,6 +15,7 @@
 #include "engine/OneDTables.h"
 #include "engine/ShaperMatrix.h"
 #include "engine/ThreeDTables.h"
+#include "platform/AppleEvents.h"
 #include "platform/Carbon.h"
 #include "platform/ColorSync.h"
 #include "platform/CoreFoundation.h"
@@ -21,9 +24,14 @@
 #include "profile/ProfileLoading.h"
 #include "profile/ProfileModel.h"
 #include "session/ColourOperations.h"
+#include "session/ControlInterface.h"
 #include "session/Failure.h"
 #include "session/MatchingDataHandle.h"
+#include "session/MatchingSession.h"
+#include "session/MatchingSettings.h"
 #include "session/UserNotices.h"
+#include "settings/PreferenceStore.h"
+#include "settings/ProfileLocations.h"
 
 #ifdef __cplusplus
 #include "colour/ColourDifferences.h"

@@ -1,8 +1,13 @@
 #include "platform/Dispatch.h"
 
+#include <glib.h>
+
 #include <atomic>
+#include <condition_variable>
 #include <mutex>
 #include <new>
+
+#include "platform/Posix.h"
 
 namespace {
 
@@ -53,7 +58,55 @@ dispatch_queue_t dispatch_queue_create(const char*, dispatch_queue_attr_t) {
     return queue;
 }
 
+namespace {
+
+constinit dispatch_queue_s mainQueue = {};
+
+/// One piece of work on its way to the main run loop.
+struct MainWork {
+    dispatch_function_t work;
+    void* context;
+    std::mutex lock;
+    std::condition_variable changed;
+    bool isDone = false;  // guarded by the lock
+};
+
+gboolean RunMainWork(gpointer data) {
+    MainWork* const item = static_cast<MainWork*>(data);
+    Run(item->work, item->context);
+    // Told under the lock: the waiting thread ends the item's life.
+    const std::lock_guard guard(item->lock);
+    item->isDone = true;
+    item->changed.notify_one();
+    return G_SOURCE_REMOVE;
+}
+
+void RunOnMainLoop(dispatch_function_t work, void* context) {
+    if (pthread_main_np()) {
+        Run(work, context);
+        return;
+    }
+    MainWork item{work, context, {}, {}};
+    GSource* const source = g_idle_source_new();
+    g_source_set_priority(source, G_PRIORITY_DEFAULT);
+    g_source_set_callback(source, RunMainWork, &item, nullptr);
+    g_source_attach(source, nullptr);
+    g_source_unref(source);
+    std::unique_lock waiting(item.lock);
+    item.changed.wait(waiting, [&item] { return item.isDone; });
+}
+
+}  // namespace
+
+dispatch_queue_t dispatch_get_main_queue(void) {
+    return &mainQueue;
+}
+
 void dispatch_sync_f(dispatch_queue_t queue, void* context, dispatch_function_t work) {
+    if (queue == &mainQueue) {
+        RunOnMainLoop(work, context);
+        return;
+    }
     const std::lock_guard lock(queue->mutex);
     Run(work, context);
 }

@@ -1,6 +1,7 @@
 #include "platform/Posix.h"
 
 #include <sched.h>
+#include <unistd.h>
 
 #include <atomic>
 
@@ -39,4 +40,8 @@ void OSSpinLockLock(volatile OSSpinLock* lock) {
 
 void OSSpinLockUnlock(volatile OSSpinLock* lock) {
     State(lock).store(0, std::memory_order_release);
+}
+
+int pthread_main_np(void) {
+    return gettid() == getpid();
 }

@@ -96,6 +96,7 @@ class PlantedTree(unittest.TestCase):
                 ("tests/unit/T.cpp", '#include "platform/linux/Hidden.h"\n', "belongs to platform/ alone"),
                 ("session/Session.cpp", "#  if defined(__APPLE__)\n#endif\n", "a condition on the system"),
                 ("session/Session.cpp", "    CFRelease(object);\n", "a bare CFRelease"),
+                ("colour/Sum.h", "CM_EXPORT extern const int kSum;\n", "an exported variable without CM_EXPORT_DATA"),
             ),
         )
 

@@ -1,0 +1,20 @@
+#pragma once
+
+#include "engine/MatchingData.h"
+
+CM_C_BEGIN
+
+typedef struct ViewingConditions {
+    double flare;     // upper bound of the flare term; negative lifts black
+    double contrast;  // tone curves are raised to 1 / contrast
+    double aOffset;   // a* and b* shift of the adapted white
+    double bOffset;
+    Boolean usePrinter;  // adapt the monitor to the printer white instead
+} ViewingConditions;
+
+/// Bends the record's working monitor model: curves, matrices and reverse tables. For a record that no other thread uses yet.
+///
+/// renderingIntent   'Rdr0' to 'Rdr3'; 'Rdr3' takes the unadjusted monitor on its absolute luminance
+CM_EXPORT void DirectICCSetViewingConditions(MatchingData* data, uint32_t renderingIntent, const ViewingConditions* conditions);
+
+CM_C_END

@@ -1,0 +1,173 @@
+#include "session/MatchingSession.h"
+
+#include <cstdio>
+
+#include "colour/WhitePointText.h"
+#include "platform/Dispatch.h"
+#include "platform/FourCharCode.h"
+#include "platform/Owned.h"
+#include "platform/Posix.h"
+#include "session/Failure.h"
+#include "session/MatchingSettings.h"
+#include "session/UserNotices.h"
+#include "settings/PreferenceStore.h"
+
+namespace {
+
+MatchingNotifyProc gNotify = nullptr;
+void* gUserData = nullptr;
+CFRunLoopSourceRef sColourChangedRunloopSource = nullptr;
+
+/// The identity under which the session registers its observers.
+const void* ObserverIdentity() {
+    return CFSTR("OBJECT");
+}
+
+/// Several signals before the main run loop comes round bring one rebuild.
+void SignalChange() {
+    if (sColourChangedRunloopSource) CFRunLoopSourceSignal(sColourChangedRunloopSource);
+}
+
+void SettingsChanged(CFNotificationCenterRef, void*, CFStringRef, const void*, CFDictionaryRef) {
+    SignalChange();
+}
+
+void DevicesChanged(CFNotificationCenterRef, void*, CFStringRef, const void*, CFDictionaryRef) {
+    SignalChange();
+}
+
+CFStringRef CopySourceDescription(const void*) {
+    return static_cast<CFStringRef>(CFRetain(CFSTR("Orlo ColourMatching event source")));
+}
+
+void RebuildAfterChange(void*) {
+    try {
+        if (ReloadPreferences() == 0 && gNotify) gNotify(FourChar("CHNG"), gUserData);
+    } catch (...) {
+        std::printf("Matching system error\n");
+    }
+}
+
+/// A stored white and whether it is to be used.
+struct StoredWhite {
+    FixedXYZ colour = {0, 0, 0};
+    Boolean use = false;
+
+    const FixedXYZ* InForce() const { return use ? &colour : nullptr; }
+};
+
+StoredWhite ReadStoredWhite(OSErr (*recall)(CFStringRef*, Boolean*)) {
+    StoredWhite white;
+    CFStringRef text = nullptr;
+    recall(&text, &white.use);
+    const Owned<CFStringRef> owner(text);
+    if (white.use) white.use = ExtractPCSXYZ(text, &white.colour);
+    return white;
+}
+
+OSErr ReloadOnMainThread() {
+    SynchronisePreferences(false);
+    RecallICCProfileLocation();
+    ICCProfileLocation location;
+    GetICCProfileLocation(&location);
+    return RebuildMatchingSystemIfValidProfiles(location);
+}
+
+/// Registers for the three notifications, puts the change source on the main run loop, and builds the first matching data.
+void BeginSession(CFNotificationCenterRef centre) {
+    CFNotificationCenterAddObserver(centre, ObserverIdentity(), SettingsChanged, CFSTR("com.brenwick.orlocms"), CFSTR("Change"),
+                                    CFNotificationSuspensionBehaviorDeliverImmediately);
+    CFNotificationCenterAddObserver(centre, ObserverIdentity(), DevicesChanged, CFSTR("CMDeviceStateNotification"), nullptr,
+                                    CFNotificationSuspensionBehaviorCoalesce);
+    CFNotificationCenterAddObserver(centre, ObserverIdentity(), DevicesChanged, CFSTR("CMDeviceProfilesNotification"), nullptr,
+                                    CFNotificationSuspensionBehaviorCoalesce);
+
+    CFRunLoopSourceContext context = {};
+    context.copyDescription = CopySourceDescription;
+    context.perform = RebuildAfterChange;
+    // Deliberate: a source from an earlier open is neither invalidated nor released.
+    sColourChangedRunloopSource = CFRunLoopSourceCreate(kCFAllocatorDefault, 0, &context);
+    FailNIL(sColourChangedRunloopSource);
+    CFRunLoopAddSource(CFRunLoopGetMain(), sColourChangedRunloopSource, kCFRunLoopCommonModes);
+
+    LoadPreferences();
+    ICCProfileLocation location;
+    GetICCProfileLocation(&location);
+    RebuildMatchingSystemIfValidProfiles(location);
+}
+
+}  // namespace
+
+OSErr OpenMatching(MatchingNotifyProc callback, void* userData) {
+    const CFNotificationCenterRef centre = CFNotificationCenterGetDistributedCenter();
+    if (!centre) {
+        NotifyUser(CFSTR("Can't use colour matching"), CFSTR("CFNotificationCenterGetDistributedCenter: failed"));
+        return -1;
+    }
+    gNotify = callback;
+    gUserData = userData;
+    try {
+        BeginSession(centre);
+    } catch (...) {
+        // What was registered stays registered: CloseMatching takes it away.
+    }
+    return 0;
+}
+
+OSErr CloseMatching(void) {
+    try {
+        if (const CFNotificationCenterRef centre = CFNotificationCenterGetDistributedCenter()) {
+            CFNotificationCenterRemoveEveryObserver(centre, ObserverIdentity());
+        }
+        if (sColourChangedRunloopSource) {
+            const Owned<CFRunLoopSourceRef> source(sColourChangedRunloopSource);
+            CFRunLoopSourceInvalidate(source.Get());
+            sColourChangedRunloopSource = nullptr;
+        }
+        gNotify = nullptr;
+        ICC_Null();
+        NotifyWaitForQuit();
+    } catch (...) {
+        // The remaining steps are skipped.
+    }
+    return 0;
+}
+
+OSErr ReloadPreferences(void) {
+    if (!pthread_main_np()) {
+        // The main thread's status is not reported here.
+        dispatch_sync_f(dispatch_get_main_queue(), nullptr, [](void*) {
+            try {
+                ReloadOnMainThread();
+            } catch (...) {
+                // The old matching data stays current.
+            }
+        });
+        return 0;
+    }
+    try {
+        return ReloadOnMainThread();
+    } catch (...) {
+        return -1;
+    }
+}
+
+void LoadPreferences(void) {
+    RecallICCProfileLocation();
+    ICC_RecallViewingConditions();
+    ICC_RecallMatchingQuality();
+}
+
+OSErr RebuildMatchingSystemIfValidProfiles(ICCProfileLocation location) {
+    const OSErr status = ICC_Validate(&location);
+    if (status != 0) return status;
+    if (!location.printer) return 0;
+
+    const StoredWhite monitorWhite = ReadStoredWhite(ICC_RecallMonitorWhitepoint);
+    const StoredWhite printerWhite = ReadStoredWhite(ICC_RecallPrinterWhitepoint);
+    ICC_SetMonitorWhitepoint(monitorWhite.InForce());
+    ICC_SetPrinterWhitepoint(printerWhite.InForce());
+    ICC_RecallViewingConditions();
+    ICC_RecallMatchingQuality();
+    return ICC_Load(&location);
+}

@@ -1,0 +1,27 @@
+#pragma once
+
+/// The host's matching session: rebuilds the matching data whenever settings, display devices or their profiles change, and tells the host.
+
+#include "settings/ProfileLocations.h"
+
+CM_C_BEGIN
+
+/// Called on the main thread with 'CHNG' (0x43484E47) after each rebuild that a change brought about: colours computed before are stale.
+typedef long (*MatchingNotifyProc)(OSType code, void* userData);
+
+/// Registers for changes and builds the first matching data. Main thread.
+///
+/// callback   may be null
+/// returns    0; -1 when no distributed notification centre exists (nothing is then registered, and the user is told)
+CM_EXPORT OSErr OpenMatching(MatchingNotifyProc callback, void* userData);
+/// Ends it and drops the current matching data; harmless without an open session. Always 0.
+CM_EXPORT OSErr CloseMatching(void);
+/// Reads the store and rebuilds. Off the main thread it waits for the main thread to do so and answers 0 whatever came of it;
+/// -1 when a failure was raised.
+CM_EXPORT OSErr ReloadPreferences(void);
+/// Recalls profile locations, viewing conditions and quality.
+CM_EXPORT void LoadPreferences(void);
+/// Validates the location and rebuilds from it and the stored settings; without a printer nothing is built and 0 returned.
+CM_EXPORT OSErr RebuildMatchingSystemIfValidProfiles(ICCProfileLocation location);
+
+CM_C_END

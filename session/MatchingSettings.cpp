@@ -1,0 +1,230 @@
+#include "session/MatchingSettings.h"
+
+#include <cstdio>
+
+#include "platform/FourCharCode.h"
+#include "platform/Owned.h"
+#include "profile/ProfileHeader.h"
+#include "profile/ProfileLoading.h"
+#include "profile/ProfileModel.h"
+#include "session/MatchingDataHandle.h"
+#include "settings/PreferenceStore.h"
+
+namespace {
+
+constexpr OSErr kProfileUnsuitable = -170;
+constexpr double kDefaultFlare = -0.03;
+constexpr double kDefaultContrast = 1.0;
+
+OSType sRenderingIntent = FourChar("Rdr0");
+ViewingConditions sViewingConditions = {kDefaultFlare, kDefaultContrast, 0.0, 0.0, false};
+OSType sMatchingQuality = FourChar("Qua0");
+
+struct FixedWhite {
+    bool use;
+    FixedXYZ colour;
+};
+FixedWhite sMonitorWhite = {false, {0, 0, 0}};
+FixedWhite sPrinterWhite = {false, {0, 0, 0}};
+
+void SetWhite(FixedWhite* setting, const FixedXYZ* white) {
+    setting->use = white != nullptr;
+    if (white) setting->colour = *white;
+}
+
+const FixedXYZ* WhiteInForce(const FixedWhite& setting) {
+    return setting.use ? &setting.colour : nullptr;
+}
+
+OSErr RecallWhite(CFStringRef textKey, CFStringRef useKey, CFStringRef* text, Boolean* use) {
+    *text = CopyStringPreference(textKey, CFSTR(""));
+    *use = GetBooleanPreference(useKey, false);
+    return 0;
+}
+
+OSErr RememberWhite(CFStringRef textKey, CFStringRef useKey, CFStringRef text, Boolean use) {
+    SetStringPreference(textKey, text);
+    SetBooleanPreference(useKey, use);
+    return 0;
+}
+
+bool SuitsMonitor(ColorSyncProfileRef profile) {
+    return IsMatrixModel(profile);
+}
+
+bool SuitsPrinter(ColorSyncProfileRef profile) {
+    const uint32_t space = GetProfileColourSpace(profile);
+    return GetProfileClass(profile) == FourChar("prtr") && (space == FourChar("CMYK") || space == FourChar("RGB "));
+}
+
+bool SuitsProofer(ColorSyncProfileRef profile) {
+    const uint32_t profileClass = GetProfileClass(profile);
+    return profileClass != FourChar("nmcl") && profileClass != FourChar("link");
+}
+
+OSErr ValidateAlias(AliasHandle alias, bool (*suits)(ColorSyncProfileRef)) {
+    if (!alias) return 0;
+    OSErr error = 0;
+    const Owned<ColorSyncProfileRef> profile(CreateProfileFromAlias(alias, &error));
+    if (error != 0) return error;
+    return profile && suits(profile.Get()) ? OSErr{0} : kProfileUnsuitable;
+}
+
+}  // namespace
+
+OSErr ICC_InitServer(void) {
+    return 0;
+}
+
+void ICC_CloseServer(void) {
+    SetMatchingData(nullptr);
+}
+
+OSErr ICC_Null(void) {
+    SetMatchingData(nullptr);
+    return 0;
+}
+
+OSType ICC_GetRenderingIntent(void) {
+    return sRenderingIntent;
+}
+
+OSErr ICC_SetRenderingIntent(OSType intent) {
+    sRenderingIntent = intent;
+    return 0;
+}
+
+OSErr ICC_RecallRenderingIntent(void) {
+    // Deliberate: what an empty store answers differs from the intent that a process starts with.
+    sRenderingIntent = GetOSTypePreference(CFSTR("Rendering Intent"), FourChar("Rdr3"));
+    return 0;
+}
+
+OSErr ICC_RememberRenderingIntent(void) {
+    SetOSTypePreference(CFSTR("Rendering Intent"), sRenderingIntent);
+    return 0;
+}
+
+ViewingConditions* ICC_GetViewingConditions(void) {
+    return &sViewingConditions;
+}
+
+OSErr ICC_SetViewingConditions(OSType intent, const ViewingConditions* conditions) {
+    sViewingConditions = *conditions;
+    sRenderingIntent = intent;
+    return 0;
+}
+
+OSErr ICC_RecallViewingConditions(void) {
+    const Owned<CFDictionaryRef> stored(CopyDictionaryPreference(CFSTR("Viewing Conditions")));
+    if (!stored) {
+        std::fprintf(stderr, " ICC_RecallViewingConditions: dictionary not found\n");
+        return 0;
+    }
+    sViewingConditions.flare = GetRealFromDictionary(stored.Get(), CFSTR("Flare"), kDefaultFlare);
+    sViewingConditions.contrast = GetRealFromDictionary(stored.Get(), CFSTR("Contrast"), kDefaultContrast);
+    sViewingConditions.aOffset = GetRealFromDictionary(stored.Get(), CFSTR("A Offset"), 0.0);
+    sViewingConditions.bOffset = GetRealFromDictionary(stored.Get(), CFSTR("B Offset"), 0.0);
+    sViewingConditions.usePrinter = GetBooleanFromDictionary(stored.Get(), CFSTR("Use Printer"), false);
+    return 0;
+}
+
+OSErr ICC_RememberViewingConditions(void) {
+    const Owned<CFMutableDictionaryRef> dictionary(CreatePreferencesDictionary());
+    if (!dictionary) return 0;
+    AddRealToDictionary(dictionary.Get(), CFSTR("Flare"), sViewingConditions.flare);
+    AddRealToDictionary(dictionary.Get(), CFSTR("Contrast"), sViewingConditions.contrast);
+    AddRealToDictionary(dictionary.Get(), CFSTR("A Offset"), sViewingConditions.aOffset);
+    AddRealToDictionary(dictionary.Get(), CFSTR("B Offset"), sViewingConditions.bOffset);
+    AddBooleanToDictionary(dictionary.Get(), CFSTR("Use Printer"), sViewingConditions.usePrinter);
+    SetDictionaryPreference(CFSTR("Viewing Conditions"), dictionary.Get());
+    return 0;
+}
+
+OSType ICC_GetMatchingQuality(void) {
+    return sMatchingQuality;
+}
+
+OSErr ICC_SetMatchingQuality(OSType quality) {
+    sMatchingQuality = quality;
+    return 0;
+}
+
+OSErr ICC_RecallMatchingQuality(void) {
+    sMatchingQuality = GetOSTypePreference(CFSTR("Matching Quality"), FourChar("Qua0"));
+    return 0;
+}
+
+OSErr ICC_RememberMatchingQuality(void) {
+    SetOSTypePreference(CFSTR("Matching Quality"), sMatchingQuality);
+    return 0;
+}
+
+void ICC_SetMonitorWhitepoint(const FixedXYZ* white) {
+    SetWhite(&sMonitorWhite, white);
+}
+
+void ICC_SetPrinterWhitepoint(const FixedXYZ* white) {
+    SetWhite(&sPrinterWhite, white);
+}
+
+OSErr ICC_RecallMonitorWhitepoint(CFStringRef* text, Boolean* use) {
+    return RecallWhite(CFSTR("Monitor Whitepoint"), CFSTR("Use Monitor Whitepoint"), text, use);
+}
+
+OSErr ICC_RecallPrinterWhitepoint(CFStringRef* text, Boolean* use) {
+    return RecallWhite(CFSTR("Printer Whitepoint"), CFSTR("Use Printer Whitepoint"), text, use);
+}
+
+OSErr ICC_RememberMonitorWhitepoint(CFStringRef text, Boolean use) {
+    return RememberWhite(CFSTR("Monitor Whitepoint"), CFSTR("Use Monitor Whitepoint"), text, use);
+}
+
+OSErr ICC_RememberPrinterWhitepoint(CFStringRef text, Boolean use) {
+    return RememberWhite(CFSTR("Printer Whitepoint"), CFSTR("Use Printer Whitepoint"), text, use);
+}
+
+OSErr ICC_RecallUseProofingProfile(Boolean* use) {
+    *use = GetBooleanPreference(CFSTR("Use Proofer Profile"), false);
+    return 0;
+}
+
+OSErr ICC_RememberUseProofingProfile(Boolean use) {
+    SetBooleanPreference(CFSTR("Use Proofer Profile"), use);
+    return 0;
+}
+
+OSErr ICC_ValidateMonitorAlias(AliasHandle alias) {
+    return ValidateAlias(alias, SuitsMonitor);
+}
+
+OSErr ICC_ValidatePrinterAlias(AliasHandle alias) {
+    return ValidateAlias(alias, SuitsPrinter);
+}
+
+OSErr ICC_ValidateProoferAlias(AliasHandle alias) {
+    return ValidateAlias(alias, SuitsProofer);
+}
+
+OSErr ICC_Validate(const ICCProfileLocation* location) {
+    const OSErr status = ICC_ValidateMonitorAlias(location->monitor);
+    return status != 0 ? status : ICC_ValidatePrinterAlias(location->printer);
+}
+
+OSErr ICC_Load(const ICCProfileLocation* location) {
+    OSErr status = ICC_Validate(location);
+    if (status != 0) return status;
+    Boolean useProofer = false;
+    ICC_RecallUseProofingProfile(&useProofer);
+    if (!location->proofer) useProofer = false;
+
+    const AliasHandle profiles[3] = {location->monitor, location->printer, location->proofer};
+    MatchingData* const data = LoadMatchingData(profiles, useProofer, WhiteInForce(sMonitorWhite), WhiteInForce(sPrinterWhite), &status);
+    if (status != 0) return status;
+    DirectICCSetViewingConditions(data, sRenderingIntent, &sViewingConditions);
+    status = SetDirectMatchingQuality(data, sMatchingQuality);
+    // Deliberate: data that cannot have its tables is neither installed nor disposed of.
+    if (status != 0) return status;
+    SetMatchingData(data);
+    return 0;
+}
