@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <deque>
 #include <mutex>
 #include <new>
 
@@ -62,22 +63,34 @@ namespace {
 
 constinit dispatch_queue_s mainQueue = {};
 
-/// One piece of work on its way to the main run loop.
+/// One piece of work on its way to the main run loop; it lives in the waiting thread.
 struct MainWork {
     dispatch_function_t work;
     void* context;
-    std::mutex lock;
-    std::condition_variable changed;
-    bool isDone = false;  // guarded by the lock
+    bool isDone = false;
 };
 
-gboolean RunMainWork(gpointer data) {
-    MainWork* const item = static_cast<MainWork*>(data);
+/// Never destroyed: the loop may turn while the process ends.
+struct MainWorkQueue {
+    std::mutex lock;
+    std::condition_variable changed;
+    std::deque<MainWork*> waiting;  // guarded by the lock, as is what it points to
+};
+MainWorkQueue& MainWorks() {
+    static MainWorkQueue* const queue = new MainWorkQueue;
+    return *queue;
+}
+
+gboolean RunMainWork(gpointer) {
+    MainWorkQueue& queue = MainWorks();
+    std::unique_lock guard(queue.lock);
+    MainWork* const item = queue.waiting.front();
+    queue.waiting.pop_front();
+    guard.unlock();
     Run(item->work, item->context);
-    // Told under the lock: the waiting thread ends the item's life.
-    const std::lock_guard guard(item->lock);
+    guard.lock();
     item->isDone = true;
-    item->changed.notify_one();
+    queue.changed.notify_all();
     return G_SOURCE_REMOVE;
 }
 
@@ -86,14 +99,17 @@ void RunOnMainLoop(dispatch_function_t work, void* context) {
         Run(work, context);
         return;
     }
-    MainWork item{work, context, {}, {}};
+    MainWork item{work, context};
+    MainWorkQueue& queue = MainWorks();
+    std::unique_lock guard(queue.lock);
+    queue.waiting.push_back(&item);
+    // One turn of this source for each piece of work.
     GSource* const source = g_idle_source_new();
     g_source_set_priority(source, G_PRIORITY_DEFAULT);
-    g_source_set_callback(source, RunMainWork, &item, nullptr);
+    g_source_set_callback(source, RunMainWork, nullptr, nullptr);
     g_source_attach(source, nullptr);
     g_source_unref(source);
-    std::unique_lock waiting(item.lock);
-    item.changed.wait(waiting, [&item] { return item.isDone; });
+    queue.changed.wait(guard, [&item] { return item.isDone; });
 }
 
 }  // namespace

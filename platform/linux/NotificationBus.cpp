@@ -38,14 +38,13 @@ bool AddMatch(GDBusConnection* connection, const char* rule) {
 /// arguments too.
 class BusCarrier : public NotificationCarrier {
 public:
-    BusCarrier(Connection connection, NotificationArrival arrival, std::function<void()> lost)
-        : connection_(std::move(connection)), arrival_(std::move(arrival)), lost_(std::move(lost)) {
-        g_signal_connect(connection_.get(), "closed", G_CALLBACK(Closed), this);
-        filter_ = g_dbus_connection_add_filter(connection_.get(), Filter, this, nullptr);
+    BusCarrier(Connection connection, NotificationArrival arrival, void (*lost)()) : connection_(std::move(connection)) {
+        closed_ = g_signal_connect(connection_.get(), "closed", G_CALLBACK(Closed), reinterpret_cast<gpointer>(lost));
+        filter_ = g_dbus_connection_add_filter(connection_.get(), Filter, reinterpret_cast<gpointer>(arrival), nullptr);
     }
     ~BusCarrier() override {
         g_dbus_connection_remove_filter(connection_.get(), filter_);
-        g_signal_handlers_disconnect_by_data(connection_.get(), this);
+        g_signal_handler_disconnect(connection_.get(), closed_);
     }
 
     void Listen(const std::string&) override {
@@ -65,10 +64,10 @@ public:
     }
 
 private:
-    static void Closed(GDBusConnection*, gboolean, GError*, gpointer self) { static_cast<BusCarrier*>(self)->lost_(); }
+    static void Closed(GDBusConnection*, gboolean, GError*, gpointer lost) { reinterpret_cast<void (*)()>(lost)(); }
 
     /// Runs on the connection's own thread.
-    static GDBusMessage* Filter(GDBusConnection*, GDBusMessage* message, gboolean isIncoming, gpointer self) {
+    static GDBusMessage* Filter(GDBusConnection*, GDBusMessage* message, gboolean isIncoming, gpointer arrival) {
         GVariant* const body = g_dbus_message_get_body(message);
         const char* const path = g_dbus_message_get_path(message);
         if (!isIncoming || g_dbus_message_get_message_type(message) != G_DBUS_MESSAGE_TYPE_SIGNAL || !body || !path ||
@@ -78,13 +77,12 @@ private:
         const char* name = nullptr;
         const char* object = nullptr;
         g_variant_get(body, "(&s&s@a{sv})", &name, &object, nullptr);
-        static_cast<BusCarrier*>(self)->arrival_(name, object);
+        reinterpret_cast<NotificationArrival>(arrival)(name, object);
         return message;
     }
 
     Connection connection_;
-    NotificationArrival arrival_;
-    std::function<void()> lost_;
+    gulong closed_ = 0;
     guint filter_ = 0;
     std::atomic<bool> isListening_{false};
 };
@@ -100,13 +98,7 @@ constexpr DeviceSignal kDeviceSignals[] = {
     {"ProfileRemoved", "CMDeviceProfilesNotification"}, {"ProfileChanged", "CMDeviceProfilesNotification"},
 };
 
-/// Kept for the life of the process, by the connection's own thread.
-struct DeviceFollower {
-    NotificationArrival arrival;
-    Connection connection;
-};
-
-GDBusMessage* FilterDevices(GDBusConnection*, GDBusMessage* message, gboolean isIncoming, gpointer follower) {
+GDBusMessage* FilterDevices(GDBusConnection*, GDBusMessage* message, gboolean isIncoming, gpointer arrival) {
     const char* const interface = g_dbus_message_get_interface(message);
     const char* const member = g_dbus_message_get_member(message);
     if (!isIncoming || g_dbus_message_get_message_type(message) != G_DBUS_MESSAGE_TYPE_SIGNAL || !interface || !member ||
@@ -114,31 +106,31 @@ GDBusMessage* FilterDevices(GDBusConnection*, GDBusMessage* message, gboolean is
         return message;
     }
     for (const DeviceSignal& signal : kDeviceSignals) {
-        if (std::strcmp(signal.member, member) == 0) static_cast<DeviceFollower*>(follower)->arrival(signal.notification, "");
+        if (std::strcmp(signal.member, member) == 0) reinterpret_cast<NotificationArrival>(arrival)(signal.notification, "");
     }
     return message;
 }
 
 }  // namespace
 
-std::unique_ptr<NotificationCarrier> MakeBusCarrier(NotificationArrival arrival, std::function<void()> lost) {
+std::unique_ptr<NotificationCarrier> MakeBusCarrier(NotificationArrival arrival, void (*lost)()) {
     // Without an address there is no bus: starting one is the desktop's business.
     const char* const address = g_getenv("DBUS_SESSION_BUS_ADDRESS");
     if (!address || !*address) return nullptr;
     Connection connection = Connect(address);
     if (!connection) return nullptr;
-    return std::make_unique<BusCarrier>(std::move(connection), std::move(arrival), std::move(lost));
+    return std::make_unique<BusCarrier>(std::move(connection), arrival, lost);
 }
 
 void FollowColourDevices(NotificationArrival arrival) {
     char* const address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
     if (!address) return;
-    Connection connection = Connect(address);
+    // Kept for the life of the process.
+    static const Connection connection = Connect(address);
     g_free(address);
     if (!connection) return;
-    DeviceFollower* const follower = new DeviceFollower{std::move(arrival), std::move(connection)};
-    g_dbus_connection_add_filter(follower->connection.get(), FilterDevices, follower, nullptr);
-    AddMatch(follower->connection.get(), "type='signal',interface='org.freedesktop.ColorManager'");
+    g_dbus_connection_add_filter(connection.get(), FilterDevices, reinterpret_cast<gpointer>(arrival), nullptr);
+    AddMatch(connection.get(), "type='signal',interface='org.freedesktop.ColorManager'");
 }
 
 }  // namespace platform

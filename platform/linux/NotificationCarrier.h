@@ -2,14 +2,14 @@
 
 /// What carries notifications between the processes of a user.
 
-#include <functional>
 #include <memory>
 #include <string>
 
 namespace platform {
 
-/// Called on any thread with the name and object of an arrived notification.
-using NotificationArrival = std::function<void(const std::string& name, const std::string& object)>;
+/// Called on any thread with the name and object of an arrived notification. A plain function: a carrier's thread may still be in it after the
+/// carrier's end.
+using NotificationArrival = void (*)(const std::string& name, const std::string& object);
 
 class NotificationCarrier {
 public:
@@ -23,7 +23,7 @@ public:
 /// Signals on the user's session bus; null when there is none.
 ///
 /// lost    called once, on any thread, when the bus goes away
-std::unique_ptr<NotificationCarrier> MakeBusCarrier(NotificationArrival arrival, std::function<void()> lost);
+std::unique_ptr<NotificationCarrier> MakeBusCarrier(NotificationArrival arrival, void (*lost)());
 
 /// For processes without a bus: a notification named as an application, with the object "Change", arrives whenever that application's preference
 /// file is replaced or touched. Null when the preference folder cannot be had or watched.

@@ -1,5 +1,6 @@
 #include <glib.h>
 
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -37,6 +38,7 @@ struct Notification {
 struct __CFNotificationCenter {
     std::mutex lock;
     std::vector<Observer> observers;                         // guarded by the lock
+    std::deque<Notification> arrived;                        // guarded by the lock; each has its turn of the main run loop
     std::shared_ptr<platform::NotificationCarrier> carrier;  // guarded by the lock; null after the bus was lost
     unsigned long lastNumber = 0;                            // guarded by the lock
     bool followsDevices = false;                             // guarded by the lock
@@ -58,12 +60,14 @@ bool IsStillThere(__CFNotificationCenter* centre, unsigned long number) {
     return false;
 }
 
-gboolean CallObservers(gpointer context) {
-    const Notification& notification = *static_cast<Notification*>(context);
+gboolean CallObservers(gpointer) {
     __CFNotificationCenter& centre = TheCentre();
+    Notification notification;
     std::vector<Observer> wanting;
     {
         const std::lock_guard<std::mutex> guard(centre.lock);
+        notification = std::move(centre.arrived.front());
+        centre.arrived.pop_front();
         for (const Observer& observer : centre.observers) {
             if (observer.Wants(notification.name, notification.object)) wanting.push_back(observer);
         }
@@ -82,9 +86,14 @@ gboolean CallObservers(gpointer context) {
 }
 
 void Arrived(const std::string& name, const std::string& object) {
+    {
+        __CFNotificationCenter& centre = TheCentre();
+        const std::lock_guard<std::mutex> guard(centre.lock);
+        centre.arrived.push_back({name, object});
+    }
     GSource* const idle = g_idle_source_new();
     g_source_set_priority(idle, G_PRIORITY_DEFAULT);
-    g_source_set_callback(idle, CallObservers, new Notification{name, object}, [](gpointer context) { delete static_cast<Notification*>(context); });
+    g_source_set_callback(idle, CallObservers, nullptr, nullptr);
     g_source_attach(idle, nullptr);
     g_source_unref(idle);
 }

@@ -19,7 +19,7 @@ constexpr const char* kChangeObject = "Change";
 
 class WatchCarrier : public NotificationCarrier {
 public:
-    WatchCarrier(int descriptor, NotificationArrival arrival) : descriptor_(descriptor), arrival_(std::move(arrival)) {
+    WatchCarrier(int descriptor, NotificationArrival arrival) : descriptor_(descriptor), arrival_(arrival) {
         source_ = g_unix_fd_source_new(descriptor_, G_IO_IN);
         g_source_set_callback(source_, G_SOURCE_FUNC(ReadEvents), this, nullptr);
         g_source_attach(source_, nullptr);
@@ -96,7 +96,7 @@ std::unique_ptr<NotificationCarrier> MakeWatchCarrier(NotificationArrival arriva
     if (!FindPreferencePlace("any").IsValid()) return nullptr;
     const int descriptor = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
     if (descriptor < 0) return nullptr;
-    return std::make_unique<WatchCarrier>(descriptor, std::move(arrival));
+    return std::make_unique<WatchCarrier>(descriptor, arrival);
 }
 
 }  // namespace platform

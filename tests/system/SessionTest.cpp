@@ -19,6 +19,7 @@
 #include "session/MatchingSession.h"
 #include "tests/fixtures/ChangeCounter.h"
 #include "tests/fixtures/MatchingRecords.h"
+#include "tests/fixtures/PrivateBus.h"
 #include "tests/fixtures/ProfileBytes.h"
 #include "tests/fixtures/SettingsStore.h"
 
@@ -41,28 +42,6 @@ GPid Start(Words words) {
     if (!g_spawn_async(nullptr, arguments.data(), nullptr, flags, nullptr, nullptr, &pid, nullptr)) ADD_FAILURE() << words[0] << " cannot be run";
     return pid;
 }
-
-/// A session bus of our own, ended by its process id.
-class PrivateBus {
-public:
-    explicit PrivateBus(const TemporaryFolder& folder) {
-        const std::string address = "unix:path=" + (folder / "bus");
-        pid_ = Start({"dbus-daemon", "--session", "--nofork", "--nopidfile", "--address=" + address});
-        const gint64 end = g_get_monotonic_time() + kPatience;
-        while (!std::filesystem::exists(folder / "bus") && g_get_monotonic_time() < end) g_usleep(5000);
-        setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
-    }
-    PrivateBus(const PrivateBus&) = delete;
-    PrivateBus& operator=(const PrivateBus&) = delete;
-    ~PrivateBus() {
-        if (pid_ <= 0) return;
-        kill(pid_, SIGTERM);
-        waitpid(pid_, nullptr, 0);
-    }
-
-private:
-    GPid pid_ = 0;
-};
 
 struct Calls {
     int count = 0;
@@ -320,5 +299,6 @@ int main(int count, char** arguments) {
     sProgram = arguments[0];
     const PrivateStore store;
     const PrivateBus bus(store.Folder());
+    bus.MakeSessionBus();
     return RUN_ALL_TESTS();
 }
