@@ -14,8 +14,8 @@ CM_C_BEGIN
 /// returns   0; -170 when the profile is no matrix model or the tag is no usable curve; -108 without memory
 CM_EXPORT OSErr GetColourantLUT(ColorSyncProfileRef profile, uint32_t signature, uint16_t** table, uint32_t* count);
 
-/// Never delivers a table: always -170 (or -108), *table null and *gridPoints 0. A 16-bit table tag with three inputs and linear shapers
-/// still has its matrix written.
+/// Never delivers a table: always -170 (or -108), *table null and *gridPoints 0 (left as it was when there is no such tag). A 16-bit table tag
+/// with three inputs and linear shapers still has its matrix written.
 CM_EXPORT OSErr Get3DTable(ColorSyncProfileRef profile, uint32_t signature, int32_t matrix[9], uint32_t* gridPoints, uint16_t** table);
 
 CM_C_END

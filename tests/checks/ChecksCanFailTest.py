@@ -122,6 +122,7 @@ class PlantedTree(unittest.TestCase):
                 ("colour/Sum.cpp", "// the behavior of neighbors\n", "behaviour"),
                 ("colour/Sum.cpp", "void InitializeTable();\n", "initialise"),
                 ("colour/Sum.cpp", "int gray_level;\n", "grey"),
+                ("colour/Sum.cpp", "int __wrap_MatchColors(void);\n", "colours"),
                 ("docs/page.md", "Values are centered and normalized.\n", "normalised"),
                 ("docs/page.md", "It analyzes colors.\n", "analyses"),
                 ("docs/ColorGuide.md", "text\n", "docs/ColorGuide.md"),
@@ -130,6 +131,7 @@ class PlantedTree(unittest.TestCase):
 
     def test_names_of_others_keep_their_spelling(self):
         self.plant("colour/Sum.cpp", "ColorSyncProfileRef p; kColorSyncProfile; CFNotificationCenterRef c; gtk_widget_set_center(w);\n")
+        self.plant("colour/Sum.cpp", "bool __wrap_ColorSyncTransformConvert(void); bool __real_ColorSyncTransformConvert(void);\n")
         self.plant("colour/Sum.cpp", "std::initializer_list<int> sizes; // the size of a prize, colord, colorimetric\n")
         self.expect("check_spelling", None)
 

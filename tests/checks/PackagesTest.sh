@@ -51,11 +51,11 @@ for name in libcolourmatch-dev orlo; do
 done
 depends orlo | grep -q libvips || fail "orlo does not depend on libvips: $(depends orlo)"
 
-mkdir "$work/root"
-for name in libcolourmatch2 libcolourmatch-dev orlo; do dpkg-deb -x "$(package "$name")" "$work/root"; done
-"$cc" -std=c17 "$source/examples/match_colour.c" -I"$work/root/usr/include/colourmatch-2" -L"$work/root/usr/lib" -lcolourmatch -o "$work/match"
-LD_LIBRARY_PATH=$work/root/usr/lib "$work/match" /usr/share/color/argyll/ref/sRGB.icm /usr/share/color/icc/ghostscript/default_cmyk.icc >"$work/answer" ||
+mkdir "$work/unpacked"
+for name in libcolourmatch2 libcolourmatch-dev orlo; do dpkg-deb -x "$(package "$name")" "$work/unpacked"; done
+"$cc" -std=c17 "$source/examples/match_colour.c" -I"$work/unpacked/usr/include/colourmatch-2" -L"$work/unpacked/usr/lib" -lcolourmatch -o "$work/match"
+LD_LIBRARY_PATH=$work/unpacked/usr/lib "$work/match" /usr/share/color/argyll/ref/sRGB.icm /usr/share/color/icc/ghostscript/default_cmyk.icc >"$work/answer" ||
     fail "a host of the unpacked library failed"
 [[ $(wc -l <"$work/answer") -ge 7 ]] || fail "a host of the unpacked library answered too little"
-"$work/root/usr/bin/orlo" --help >/dev/null || fail "the unpacked command does not start"
+"$work/unpacked/usr/bin/orlo" --help >/dev/null || fail "the unpacked command does not start"
 echo "passed"

@@ -1,10 +1,12 @@
 // A host that knows the library by its file alone. It is not linked with it, and finds every name at run time.
 
 #include <cstring>
+#include <filesystem>
 #include <numeric>
 #include <string>
 #include <vector>
 
+#include "tests/fixtures/TemporaryFolder.h"
 #include "tests/system/LoadedLibrary.h"
 
 namespace {
@@ -67,14 +69,14 @@ TEST(DlopenHost, ClosingTheLibraryLeavesItLoaded) {
     EXPECT_EQ(operation(), 1u);
 }
 
-AliasHandle NewAlias(const char* path) {
-    const CFURLRef url = FIND(Library(), CFURLCreateFromFileSystemRepresentation)(nullptr, reinterpret_cast<const UInt8*>(path),
-                                                                                  static_cast<CFIndex>(std::strlen(path)), false);
+AliasHandle NewAlias(const char* path, const LoadedLibrary& library = Library()) {
+    const CFURLRef url = FIND(library, CFURLCreateFromFileSystemRepresentation)(nullptr, reinterpret_cast<const UInt8*>(path),
+                                                                                static_cast<CFIndex>(std::strlen(path)), false);
     FSRef file = {};
     AliasHandle alias = nullptr;
-    EXPECT_TRUE(FIND(Library(), CFURLGetFSRef)(url, &file)) << path;
-    EXPECT_EQ(FIND(Library(), FSNewAlias)(nullptr, &file, &alias), 0) << path;
-    FIND(Library(), CFRelease)(url);
+    EXPECT_TRUE(FIND(library, CFURLGetFSRef)(url, &file)) << path;
+    EXPECT_EQ(FIND(library, FSNewAlias)(nullptr, &file, &alias), 0) << path;
+    FIND(library, CFRelease)(url);
     return alias;
 }
 
@@ -101,6 +103,29 @@ TEST(DlopenHost, TheReferenceProfileIsFoundBesideTheLibraryAndColoursAreMatched)
     FIND(Library(), ReleaseMatchingData)(data);  // the reference that PrinterColourSpace leaves behind
     FIND(Library(), SetMatchingData)(nullptr);
     EXPECT_EQ(FIND(Library(), MonitorMatch16)(grey, monitor, 1), 1000);
+}
+
+// Before anything else is looked at: the monitor here is no profile.
+TEST(DlopenHost, WithoutItsReferenceProfileNothingIsFoundAndNothingIsBuilt) {
+    const TemporaryFolder folder;
+    std::filesystem::copy_file(kBuiltLibrary, folder / "libcolourmatch.so.2");
+    const LoadedLibrary alone(RTLD_LOCAL, folder / "libcolourmatch.so.2");
+    const std::string text = folder.Write("text.icc", std::vector<uint8_t>(500, 'x'));
+    const auto load = [&] {
+        const AliasHandle noProfile = NewAlias(text.c_str(), alone);
+        const AliasHandle profiles[3] = {noProfile, noProfile, nullptr};
+        OSErr status = 1;
+        EXPECT_EQ(FIND(alone, LoadMatchingData)(profiles, 0, nullptr, nullptr, &status), nullptr);
+        FIND(alone, DisposeHandle)(reinterpret_cast<Handle>(noProfile));
+        return status;
+    };
+    EXPECT_EQ(load(), -43) << "no file";
+    std::filesystem::create_directory(folder / "colourmatch");
+    folder.Write("colourmatch/MatrixCalRGB.icc", std::vector<uint8_t>(500, 'x'));
+    EXPECT_EQ(load(), -43) << "a file that is no profile";
+    std::filesystem::copy_file(CM_BINARY_DIR "/lib/colourmatch/MatrixCalRGB.icc", folder / "colourmatch/MatrixCalRGB.icc",
+                               std::filesystem::copy_options::overwrite_existing);
+    EXPECT_EQ(load(), -170) << "the monitor comes next";
 }
 
 }  // namespace

@@ -3,12 +3,16 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "ColourMatch/ColourMatch.h"
+
+inline const std::string kBuiltLibrary = CM_BINARY_DIR "/lib/libcolourmatch.so.2";
 
 /// The built library, opened at run time as a host opens a plug-in; this program is not linked with it.
 class LoadedLibrary {
 public:
-    explicit LoadedLibrary(int mode) : library_(dlopen(CM_BINARY_DIR "/lib/libcolourmatch.so.2", RTLD_NOW | mode)) {
+    explicit LoadedLibrary(int mode, const std::string& file = kBuiltLibrary) : library_(dlopen(file.c_str(), RTLD_NOW | mode)) {
         if (!library_) ADD_FAILURE() << dlerror();
     }
 

@@ -1,10 +1,12 @@
-// Each allocation of a build fails in turn: the program is linked so that calloc, and the making of data objects, pass through here.
+// Each allocation of a build fails in turn, and disposal is counted: the program is linked so that calloc, free and the making of data objects
+// pass through here.
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 
 #include "engine/MatchingData.h"
+#include "profile/CurveTag.h"
 #include "tests/fixtures/MatchingRecords.h"
 #include "tests/fixtures/ProfileBytes.h"
 #include "tests/fixtures/TemporaryFolder.h"
@@ -16,6 +18,7 @@ constexpr uint32_t kQua0 = 0x51756130;
 bool sFailing = false;
 int sAllowed = 0;
 bool sDataObjectsFail = false;
+int sFreed = 0;
 
 /// Lets `allowed` allocations through and refuses all others, until the end of the scope.
 class FailingAllocations {
@@ -47,6 +50,8 @@ extern "C" {
 
 void* __real_calloc(size_t count, size_t size);
 void* __wrap_calloc(size_t count, size_t size);
+void __real_free(void* block);
+void __wrap_free(void* block);
 CFDataRef __real_CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length);
 CFDataRef __wrap_CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length);
 CFMutableDataRef __real_CFDataCreateMutable(CFAllocatorRef allocator, CFIndex capacity);
@@ -55,6 +60,11 @@ CFMutableDataRef __wrap_CFDataCreateMutable(CFAllocatorRef allocator, CFIndex ca
 void* __wrap_calloc(size_t count, size_t size) {
     if (sFailing && sAllowed-- <= 0) return nullptr;
     return __real_calloc(count, size);
+}
+
+void __wrap_free(void* block) {
+    if (block) ++sFreed;
+    __real_free(block);
 }
 
 CFDataRef __wrap_CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length) {
@@ -101,6 +111,34 @@ TEST(AllocationFailure, EveryOneOfABuildGivesItsStatusAndLeavesNothing) {
     const TemporaryFolder folder;
     EXPECT_GE(FailuresOf({folder.Write("linear.icc", MatrixMonitor(CurvTag({})).Make()), kCMYKPrinter}), 1 + 3 + 3 + 6);
     EXPECT_GE(FailuresOf({kSRGBMonitor, kCMYKPrinter}), 1 + 3 + 3 + 6);
+    EXPECT_GE(FailuresOf({folder.Write("sampled.icc", MatrixMonitor(CurvTag({0, 9000, 65535})).Make()), kCMYKPrinter}), 1 + 3 + 3 + 6);
+}
+
+TEST(AllocationFailure, EveryKindOfCurveReportsItAndGivesNoTable) {
+    const struct {
+        const char* what;
+        Bytes tag;
+        int status;
+    } rows[] = {
+        {"identity", CurvTag({}), -108},
+        {"gamma", CurvTag({563}), -108},
+        {"entries", CurvTag({1, 2, 3}), -108},
+        {"formula", ParaTag(3, {2.4, 0.9, 0.1, 0.1, 0.04}), -108},
+        {"unknown function type: nothing is asked for", ParaTag(5, {1, 1, 1, 1, 1, 1, 1}), -170},
+        {"another type: nothing is asked for", XYZTag(1, 1, 1), -170},
+    };
+    for (const auto& row : rows) {
+        uint16_t unset = 0;
+        uint16_t* table = &unset;
+        uint32_t count = 0;
+        int status = 0;
+        {
+            const FailingAllocations failing(0);
+            status = SampleCurveTag(row.tag.data(), row.tag.size(), &table, &count);
+        }
+        EXPECT_EQ(status, row.status) << row.what;
+        EXPECT_EQ(table, nullptr) << row.what;
+    }
 }
 
 TEST(AllocationFailure, NoMemoryForAProfilesBytesIsReported) {
@@ -109,6 +147,24 @@ TEST(AllocationFailure, NoMemoryForAProfilesBytesIsReported) {
     sDataObjectsFail = false;
     EXPECT_EQ(loaded.data, nullptr);
     EXPECT_EQ(loaded.status, -108);
+}
+
+/// How many blocks the disposal of a record gives back.
+int FreedWith(MatchingData* data) {
+    const int before = sFreed;
+    DisposeMatchingData(data);
+    return sFreed - before;
+}
+
+TEST(Disposal, FreesWhatWasAllocatedAndNothingElse) {
+    EXPECT_EQ(FreedWith(nullptr), 0);
+    EXPECT_EQ(FreedWith(static_cast<MatchingData*>(std::calloc(1, sizeof(MatchingData)))), 1);
+    Loaded plain = Load({kSRGBMonitor, kCMYKPrinter});
+    Loaded withTables = Load({kSRGBMonitor, kCMYKPrinter});
+    ASSERT_EQ(SetDirectMatchingQuality(withTables.data.get(), kQua0), 0);
+    // The record, and in each of two models three curves with their reverse tables of three blocks.
+    EXPECT_EQ(FreedWith(plain.data.release()), 1 + 2 * 3 * (1 + 3));
+    EXPECT_EQ(FreedWith(withTables.data.release()), 1 + 2 * 3 * (1 + 3) + 4);
 }
 
 TEST(AllocationFailure, TablesMadeBeforeAFailureStay) {

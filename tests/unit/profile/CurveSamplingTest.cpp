@@ -68,6 +68,16 @@ TEST(ColourantLUT, TagsThatAreNoUsableCurveAreRefused) {
     }
 }
 
+TEST(ColourantLUT, A1024EntryCurveComesBackSwappedWithItsGuard) {
+    std::vector<uint16_t> entries(1024);
+    for (size_t i = 0; i < entries.size(); ++i) entries[i] = static_cast<uint16_t>(i * 64 + 0x1203);
+    const Sampled sampled = Sample(MatrixMonitor(CurvTag(entries)), "gTRC");
+    ASSERT_EQ(sampled.status, 0);
+    ASSERT_EQ(sampled.count, 1024u);
+    EXPECT_EQ(std::vector<uint16_t>(sampled.table.get(), sampled.table.get() + 1024), entries);
+    EXPECT_EQ(sampled.table.get()[1024], entries.back());
+}
+
 TEST(ColourantLUT, NoProfileIsNoMatrixModel) {
     uint16_t* table = nullptr;
     uint32_t count = 0;
@@ -158,6 +168,8 @@ TEST(ThreeDTableTag, AbsentTagIsRefused) {
     const TableAnswer answer = AskTable(CurvTag({}), "B2A0");
     EXPECT_EQ(answer.status, -170);
     EXPECT_EQ(answer.table, nullptr);
+    EXPECT_EQ(answer.gridPoints, 1234u) << "not looked at, so not cleared";
+    for (const std::int32_t element : answer.matrix) EXPECT_EQ(element, 42);
 }
 
 TEST(ThreeDTableTag, WithoutMemoryTheAnswerSaysSo) {

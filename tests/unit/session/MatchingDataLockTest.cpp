@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/Posix.h"
+#include "session/ColourOperations.h"
 #include "session/MatchingDataHandle.h"
 
 namespace {
@@ -18,6 +19,7 @@ struct Disposal {
     bool locked;
 };
 std::vector<Disposal> sDisposals;
+std::vector<bool> sOperations;  // whether the lock was held
 
 }  // namespace
 
@@ -29,6 +31,7 @@ void __real_DisposeMatchingData(MatchingData* data);
 void __wrap_OSSpinLockLock(volatile OSSpinLock* lock);
 void __wrap_OSSpinLockUnlock(volatile OSSpinLock* lock);
 void __wrap_DisposeMatchingData(MatchingData* data);
+void __wrap_DirectMonitorMatch16(const MatchingData* data, const uint16_t* in, uint16_t* out, size_t count);
 
 void __wrap_OSSpinLockLock(volatile OSSpinLock* lock) {
     __real_OSSpinLockLock(lock);
@@ -46,6 +49,10 @@ void __wrap_DisposeMatchingData(MatchingData* data) {
     __real_DisposeMatchingData(data);
 }
 
+void __wrap_DirectMonitorMatch16(const MatchingData*, const uint16_t*, uint16_t*, size_t) {
+    sOperations.push_back(sLocked);
+}
+
 }  // extern "C"
 
 namespace {
@@ -61,6 +68,7 @@ protected:
     void SetUp() override {
         SetMatchingData(nullptr);
         sDisposals.clear();
+        sOperations.clear();
         sLocks = 0;
     }
 };
@@ -76,6 +84,15 @@ TEST_F(MatchingDataLock, EachCallTakesTheLockOnce) {
     SetMatchingData(nullptr);
     EXPECT_EQ(sLocks, 4);
     EXPECT_FALSE(sLocked);
+}
+
+TEST_F(MatchingDataLock, AnOperationTakesItTwiceAndRunsWithoutIt) {
+    SetMatchingData(NewRecord());
+    sLocks = 0;
+    EXPECT_EQ(MonitorMatch16(nullptr, nullptr, 1), 0);
+    EXPECT_EQ(sLocks, 2);
+    EXPECT_EQ(sOperations, std::vector<bool>{false});
+    SetMatchingData(nullptr);
 }
 
 TEST_F(MatchingDataLock, AReplacedRecordIsDisposedOfOutsideTheLock) {

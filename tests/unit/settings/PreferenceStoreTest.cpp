@@ -4,6 +4,7 @@
 
 #include "platform/FourCharCode.h"
 #include "settings/PreferenceStore.h"
+#include "tests/fixtures/OpenProfiles.h"
 #include "tests/fixtures/SettingsStore.h"
 
 namespace {
@@ -26,16 +27,6 @@ std::string Characters(CFStringRef text) {
     char buffer[256] = {};
     EXPECT_TRUE(CFStringGetCString(text, buffer, sizeof buffer, kCFStringEncodingUTF8));
     return buffer;
-}
-
-AliasHandle NewAlias(const std::string& path) {
-    const Owned<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()),
-                                                                      static_cast<CFIndex>(path.size()), false));
-    FSRef file;
-    AliasHandle alias = nullptr;
-    EXPECT_TRUE(CFURLGetFSRef(url.Get(), &file));
-    EXPECT_EQ(FSNewAlias(nullptr, &file, &alias), 0);
-    return alias;
 }
 
 std::string BytesOf(AliasHandle alias) {
@@ -128,17 +119,16 @@ TEST(PreferenceStore, RemovesAKeyForANullStringOrLocation) {
 }
 
 TEST(PreferenceStore, BringsALocationBackByteForByte) {
-    const AliasHandle alias = NewAlias("/usr/share/color/icc/sRGB.icc");
-    SetFileLocationPreference(alias, Key(), false);
+    const Alias alias("/usr/share/color/icc/sRGB.icc");
+    SetFileLocationPreference(alias.Get(), Key(), false);
     const AliasHandle back = GetFileLocationPreference(Key());
-    EXPECT_EQ(BytesOf(back), BytesOf(alias));
+    EXPECT_EQ(BytesOf(back), BytesOf(alias.Get()));
     Dispose(back);
-    Dispose(alias);
 }
 
 TEST(PreferenceStore, WritesAURLTextThatItsReaderTakesForAPath) {
-    const AliasHandle alias = NewAlias("/usr/share/color/icc/sRGB.icc");
-    SetFileLocationPreference(alias, Key(), true);
+    const Alias alias("/usr/share/color/icc/sRGB.icc");
+    SetFileLocationPreference(alias.Get(), Key(), true);
     const Owned<CFTypeRef> stored = CopyRaw(Key());
     ASSERT_TRUE(stored);
     EXPECT_EQ(Characters(static_cast<CFStringRef>(stored.Get())), "file:///usr/share/color/icc/sRGB.icc");
@@ -147,7 +137,6 @@ TEST(PreferenceStore, WritesAURLTextThatItsReaderTakesForAPath) {
     const AliasHandle found = GetFileLocationPreference(Key());
     EXPECT_NE(found, nullptr) << "a path is";
     Dispose(found);
-    Dispose(alias);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "settings/ProfileLocations.h"
+#include "tests/fixtures/OpenProfiles.h"
 #include "tests/fixtures/SettingsStore.h"
 
 namespace {
@@ -9,26 +10,21 @@ const PrivateStore sStore;
 
 constexpr const char* kFile = "/usr/share/color/icc/sRGB.icc";
 
-AliasHandle NewAlias() {
-    const std::string path = kFile;
-    const Owned<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()),
-                                                                      static_cast<CFIndex>(path.size()), false));
-    FSRef file;
-    AliasHandle alias = nullptr;
-    EXPECT_TRUE(CFURLGetFSRef(url.Get(), &file));
-    EXPECT_EQ(FSNewAlias(nullptr, &file, &alias), 0);
-    return alias;
-}
-
 ICCProfileLocation Current() {
     ICCProfileLocation location;
     GetICCProfileLocation(&location);
     return location;
 }
 
+/// Sets each to the file, or to nothing. The handle that is given is gone when this returns.
+void Set(bool monitor, bool printer, bool proofer) {
+    const Alias alias(kFile);
+    const ICCProfileLocation given = {monitor ? alias.Get() : nullptr, printer ? alias.Get() : nullptr, proofer ? alias.Get() : nullptr};
+    EXPECT_EQ(SetICCProfileLocation(&given), 0);
+}
+
 void SetNone() {
-    const ICCProfileLocation none = {nullptr, nullptr, nullptr};
-    EXPECT_EQ(SetICCProfileLocation(&none), 0);
+    Set(false, false, false);
 }
 
 TEST(ProfileLocations, AreNullWhenAnEmptyStoreIsRecalled) {
@@ -39,10 +35,7 @@ TEST(ProfileLocations, AreNullWhenAnEmptyStoreIsRecalled) {
 }
 
 TEST(ProfileLocations, AreCopiedAndStored) {
-    const AliasHandle alias = NewAlias();
-    const ICCProfileLocation given = {alias, nullptr, alias};
-    EXPECT_EQ(SetICCProfileLocation(&given), 0);
-    DisposeHandle(reinterpret_cast<Handle>(alias));
+    Set(true, false, true);
     EXPECT_NE(Current().monitor, nullptr);
     EXPECT_EQ(Current().printer, nullptr);
     EXPECT_NE(Current().proofer, Current().monitor) << "each field has a copy of its own";
@@ -53,10 +46,7 @@ TEST(ProfileLocations, AreCopiedAndStored) {
 }
 
 TEST(ProfileLocations, TakeTheirOwnHandleBack) {
-    const AliasHandle alias = NewAlias();
-    const ICCProfileLocation given = {alias, nullptr, nullptr};
-    EXPECT_EQ(SetICCProfileLocation(&given), 0);
-    DisposeHandle(reinterpret_cast<Handle>(alias));
+    Set(true, false, false);
     const ICCProfileLocation again = Current();
     EXPECT_EQ(SetICCProfileLocation(&again), 0);
     FSRef file;
@@ -66,10 +56,7 @@ TEST(ProfileLocations, TakeTheirOwnHandleBack) {
 }
 
 TEST(ProfileLocations, LeaveNothingWhenSetToNone) {
-    const AliasHandle alias = NewAlias();
-    const ICCProfileLocation given = {alias, alias, alias};
-    EXPECT_EQ(SetICCProfileLocation(&given), 0);
-    DisposeHandle(reinterpret_cast<Handle>(alias));
+    Set(true, true, true);
     SetNone();
     EXPECT_EQ(Current().monitor, nullptr);
     for (const CFStringRef key : {CFSTR("Monitor Profile"), CFSTR("Printer Profile"), CFSTR("Proofer Profile")}) EXPECT_FALSE(CopyRaw(key));
@@ -77,10 +64,7 @@ TEST(ProfileLocations, LeaveNothingWhenSetToNone) {
 
 TEST(ProfileLocations, AreStoredAsURLTextsWherePathsAreAskedFor) {
     StoreRaw(CFSTR("Use Paths"), kCFBooleanTrue);
-    const AliasHandle alias = NewAlias();
-    const ICCProfileLocation given = {alias, nullptr, nullptr};
-    EXPECT_EQ(SetICCProfileLocation(&given), 0);
-    DisposeHandle(reinterpret_cast<Handle>(alias));
+    Set(true, false, false);
     const Owned<CFTypeRef> stored = CopyRaw(CFSTR("Monitor Profile"));
     EXPECT_TRUE(CFEqual(stored.Get(), CFSTR("file:///usr/share/color/icc/sRGB.icc")));
     StoreRaw(CFSTR("Use Paths"), nullptr);
