@@ -94,11 +94,13 @@ void CheckComplete(const Request& request, std::size_t fileCount) {
     const std::string command(OperationName(request.operation));
     if (fileCount != 2) throw Complaint{command, "it needs two files, INPUT and OUTPUT", "orlo " + command + " --help shows how"};
     if (request.input.empty() || request.output.empty()) throw Complaint{command, "a file name is empty", "name INPUT and OUTPUT"};
-    if (request.monitor.empty()) throw Complaint{command, "no monitor profile is given", "add --monitor PROFILE"};
-    if (request.printer.empty()) throw Complaint{command, "no printer profile is given", "add --printer PROFILE"};
 }
 
-std::variant<Request, Answer> ReadRequest(Operation operation, Arguments arguments) {
+bool IsHelp(std::string_view argument) {
+    return argument == "--help" || argument == "-h";
+}
+
+Wish ReadRequest(Operation operation, Arguments arguments) {
     Request request;
     request.operation = operation;
     std::size_t fileCount = 0;
@@ -107,7 +109,7 @@ std::variant<Request, Answer> ReadRequest(Operation operation, Arguments argumen
         const std::string_view argument = arguments.Next();
         if (!filesOnly && argument == "--") {
             filesOnly = true;
-        } else if (!filesOnly && (argument == "--help" || argument == "-h")) {
+        } else if (!filesOnly && IsHelp(argument)) {
             return Answer{CommandHelp(operation)};
         } else if (!filesOnly && argument.size() > 1 && argument.front() == '-') {
             ReadOption(request, argument, arguments);
@@ -120,16 +122,72 @@ std::variant<Request, Answer> ReadRequest(Operation operation, Arguments argumen
     return request;
 }
 
+/// Takes --json and --help away from the words; the rest are names and values. After "--" everything is.
+std::vector<std::string> PlainWords(std::string_view command, Arguments arguments, bool* json, bool* help) {
+    std::vector<std::string> words;
+    bool wordsOnly = false;
+    while (!arguments.AtEnd()) {
+        const std::string_view argument = arguments.Next();
+        const bool isNumber = argument.size() > 1 && (argument[1] == '.' || (argument[1] >= '0' && argument[1] <= '9'));
+        if (!wordsOnly && argument == "--") {
+            wordsOnly = true;
+        } else if (!wordsOnly && argument == "--json") {
+            *json = true;
+        } else if (!wordsOnly && IsHelp(argument)) {
+            *help = true;
+        } else if (!wordsOnly && argument.starts_with('-') && !isNumber) {
+            throw Complaint{std::string(argument), "there is no such option", "orlo " + std::string(command) + " --help lists them"};
+        } else {
+            words.emplace_back(argument);
+        }
+    }
+    return words;
+}
+
+Wish ReadSettingsRequest(Arguments arguments) {
+    SettingsRequest request;
+    bool help = false;
+    std::vector<std::string> words = PlainWords("settings", arguments, &request.json, &help);
+    if (help) return Answer{SettingsHelp()};
+    const std::string verb = words.empty() ? "" : words.front();
+    if (verb == "list") {
+        if (words.size() > 1) throw Complaint{words[1], "list takes no names", "use orlo settings get NAME"};
+    } else if (verb == "get") {
+        request.verb = SettingsRequest::kGet;
+        if (words.size() != 2) throw Complaint{"settings get", "it needs one name", "orlo settings list shows them"};
+        request.name = words[1];
+    } else if (verb == "set") {
+        request.verb = SettingsRequest::kSet;
+        if (words.size() < 3 || words.size() % 2 == 0) throw Complaint{"settings set", "it needs names, each with a value", "write NAME VALUE"};
+        if (request.json) throw Complaint{"--json", "set shows nothing", "leave it out"};
+        for (std::size_t i = 1; i < words.size(); i += 2) request.changes.push_back({words[i], words[i + 1]});
+    } else {
+        throw Complaint{"settings", verb.empty() ? "it is not said what to do" : "'" + verb + "' is not a thing to do", "use list, get or set"};
+    }
+    return request;
+}
+
+Wish ReadWatchRequest(Arguments arguments) {
+    WatchRequest request;
+    bool help = false;
+    const std::vector<std::string> words = PlainWords("watch", arguments, &request.json, &help);
+    if (help) return Answer{WatchHelp()};
+    if (!words.empty()) throw Complaint{words.front(), "watch takes no names", "leave it out"};
+    return request;
+}
+
 }  // namespace
 
 std::string_view OperationName(Operation operation) {
     return std::ranges::find(kCommands, operation, &CommandName::operation)->name;
 }
 
-std::variant<Request, Answer> ReadCommandLine(std::span<char* const> arguments) {
+Wish ReadCommandLine(std::span<char* const> arguments) {
     if (arguments.empty()) throw Complaint{"command line", "no command is given", "orlo --help lists the commands"};
     const std::string_view first = arguments.front();
     if (first == "--help" || first == "-h" || first == "help") return Answer{GeneralHelp()};
+    if (first == "settings") return ReadSettingsRequest(Arguments(arguments.subspan(1)));
+    if (first == "watch") return ReadWatchRequest(Arguments(arguments.subspan(1)));
     if (first == "--version") return Answer{"orlo " ORLO_VERSION "\n"};
     const auto command = std::ranges::find(kCommands, first, &CommandName::name);
     if (command == kCommands.end()) throw Complaint{std::string(first), "there is no such command", "orlo --help lists the commands"};

@@ -5,6 +5,9 @@
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
+
+#include "host/StoredSettings.h"
 
 enum class Operation { Match, Proof, Gamut, Predict, PrinterMatch, PrinterPredict };
 
@@ -12,11 +15,25 @@ enum class Operation { Match, Proof, Gamut, Predict, PrinterMatch, PrinterPredic
 struct Request {
     Operation operation = Operation::Match;
     std::string input, output;
-    std::string monitor, printer, proofer;  // profile files; proofer may be empty
-    int quality = 2;                        // 0, 1 or 2
+    std::string monitor, printer, proofer;  // profile files; empty: not given
+    std::optional<int> quality;             // 0, 1 or 2
     std::optional<int> depth;               // 8 or 16
     bool printerGamut = false;
     bool quiet = false;
+};
+
+/// Stored settings to show or to change.
+struct SettingsRequest {
+    enum Verb { kList, kGet, kSet };
+    Verb verb = kList;
+    std::string name;                    // kGet
+    std::vector<SettingChange> changes;  // kSet
+    bool json = false;
+};
+
+/// Changes of the stored settings to tell as they happen.
+struct WatchRequest {
+    bool json = false;
 };
 
 /// A text to show on standard output instead of working.
@@ -24,8 +41,10 @@ struct Answer {
     std::string text;
 };
 
+using Wish = std::variant<Request, SettingsRequest, WatchRequest, Answer>;
+
 /// Reads the arguments after the program's name. Throws Complaint.
-std::variant<Request, Answer> ReadCommandLine(std::span<char* const> arguments);
+Wish ReadCommandLine(std::span<char* const> arguments);
 
 /// The name of the sub-command, as it is typed.
 std::string_view OperationName(Operation operation);

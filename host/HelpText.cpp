@@ -1,5 +1,7 @@
 #include "host/HelpText.h"
 
+#include "host/StoredSettings.h"
+
 namespace {
 
 /// What a command does, and what goes in and comes out.
@@ -28,16 +30,18 @@ constexpr std::string_view About(Operation operation) {
 }
 
 constexpr std::string_view kOptions =
-    "  --monitor PROFILE   the monitor's ICC profile: a matrix model with tone curves\n"
-    "  --printer PROFILE   the printer's ICC profile: class prtr, RGB or CMYK\n"
+    "  --monitor PROFILE   the monitor's ICC profile: a matrix model with tone curves. Default: the stored one\n"
+    "  --printer PROFILE   the printer's ICC profile: class prtr, RGB or CMYK. Default: the stored one\n"
     "  --proofer PROFILE   a proofing device whose rendering stands before the printer's\n"
-    "  --quality 0|1|2     0 reads precomputed tables (fastest); 1 and 2 evaluate every colour. Default 2\n";
+    "  --quality 0|1|2     0 reads precomputed tables (fastest); 1 and 2 evaluate every colour (default)\n";
 
 }  // namespace
 
 std::string GeneralHelp() {
     std::string text =
-        "Usage: orlo COMMAND INPUT OUTPUT --monitor PROFILE --printer PROFILE [OPTIONS]\n"
+        "Usage: orlo COMMAND INPUT OUTPUT [--monitor PROFILE] [--printer PROFILE] [OPTIONS]\n"
+        "       orlo settings list | get NAME | set NAME VALUE...\n"
+        "       orlo watch\n"
         "\n"
         "Matches the colours of image files (PNG, TIFF, JPEG) between monitor, printer and proofing device.\n"
         "\n"
@@ -47,6 +51,8 @@ std::string GeneralHelp() {
         "  predict          monitor RGB to reference RGB\n"
         "  printer-match    image to printer values\n"
         "  printer-predict  printer values to reference RGB\n"
+        "  settings         shows and changes the settings that every host of this user shares\n"
+        "  watch            tells each change of them as it happens\n"
         "\n";
     text += kOptions;
     text +=
@@ -60,7 +66,7 @@ std::string GeneralHelp() {
 
 std::string CommandHelp(Operation operation) {
     const std::string name(OperationName(operation));
-    std::string text = "Usage: orlo " + name + " INPUT OUTPUT --monitor PROFILE --printer PROFILE [OPTIONS]\n\n";
+    std::string text = "Usage: orlo " + name + " INPUT OUTPUT [--monitor PROFILE] [--printer PROFILE] [OPTIONS]\n\n";
     text += About(operation);
     text += "\n";
     text += kOptions;
@@ -73,4 +79,29 @@ std::string CommandHelp(Operation operation) {
         "  --quiet             no summary line\n"
         "  --help              this text\n";
     return text;
+}
+
+std::string SettingsHelp() {
+    std::string text =
+        "Usage: orlo settings list [--json]\n"
+        "       orlo settings get NAME [--json]\n"
+        "       orlo settings set NAME VALUE [NAME VALUE ...]\n"
+        "\n"
+        "Shows and changes the settings that all hosts of this user on this machine share. Every open session takes a change up at once.\n"
+        "Of several changes none is stored unless all are right.\n"
+        "\n";
+    for (const SettingName& setting : SettingNames()) {
+        std::string name = setting.name;
+        name.resize(20, ' ');
+        text += "  " + name + setting.about + "\n";
+    }
+    return text;
+}
+
+std::string WatchHelp() {
+    return "Usage: orlo watch [--json]\n"
+           "\n"
+           "Opens a matching session and prints a line for each changed setting and each rebuild, until it is interrupted.\n"
+           "\n"
+           "  --json   each line is a JSON object\n";
 }

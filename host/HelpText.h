@@ -6,3 +6,5 @@
 
 std::string GeneralHelp();
 std::string CommandHelp(Operation operation);
+std::string SettingsHelp();
+std::string WatchHelp();

@@ -13,6 +13,7 @@
 #include "host/OutputFile.h"
 #include "host/ProfileChoice.h"
 #include "host/ProgressBar.h"
+#include "host/SettingsCommand.h"
 #include "host/SourceColour.h"
 
 namespace {
@@ -73,6 +74,38 @@ OutputForm FormOfOutput(const Request& request, ImageFormat format, const ImageS
     return form;
 }
 
+/// The profiles to work with, and the stored conditions when the store had a say.
+struct Devices {
+    ChosenProfile monitor, printer;
+    std::optional<ChosenProfile> proofer;
+    std::optional<StoredConditions> conditions;
+};
+
+/// A profile that is not given comes from the store, and with it everything else that a session takes from there.
+Devices ChooseDevices(const Request& request) {
+    std::string monitor = request.monitor, printer = request.printer, proofer = request.proofer;
+    std::optional<StoredConditions> conditions;
+    if (monitor.empty() || printer.empty()) {
+        const StoredProfiles stored = ReadStoredProfiles();
+        if (monitor.empty()) monitor = stored.monitor;
+        if (printer.empty()) printer = stored.printer;
+        if (proofer.empty()) proofer = stored.proofer;
+        conditions = ReadStoredConditions();
+    }
+    const std::string command(OperationName(request.operation));
+    if (monitor.empty()) {
+        throw Complaint{command, "no monitor profile is given, and none is stored",
+                        "add --monitor PROFILE, or store one with orlo settings set monitor-profile PROFILE"};
+    }
+    if (printer.empty()) {
+        throw Complaint{command, "no printer profile is given, and none is stored",
+                        "add --printer PROFILE, or store one with orlo settings set printer-profile PROFILE"};
+    }
+    Devices devices{ChooseMonitor(monitor), ChoosePrinter(printer), std::nullopt, conditions};
+    if (!proofer.empty()) devices.proofer = ChooseProofer(proofer);
+    return devices;
+}
+
 /// Device values go in as they are, so they must be of the device's own kind.
 void CheckDeviceValues(const Request& request, const ImageShape& input, ColorSyncProfileRef printer) {
     const bool wantsCMYK = request.operation == Operation::PrinterPredict && GetProfileColourSpace(printer) == kSpaceCMYK;
@@ -90,10 +123,8 @@ void Summarise(const Request& request, const ImageShape& output, VipsImage* imag
 void Run(const Request& request) {
     const auto start = std::chrono::steady_clock::now();
     const ImageFormat format = CheckOutputName(request);
-    const ChosenProfile monitor = ChooseMonitor(request.monitor);
-    const ChosenProfile printer = ChoosePrinter(request.printer);
-    std::optional<ChosenProfile> proofer;
-    if (!request.proofer.empty()) proofer = ChooseProofer(request.proofer);
+    const Devices devices = ChooseDevices(request);
+    const ChosenProfile &monitor = devices.monitor, &printer = devices.printer;
     const Owned<ColorSyncProfileRef> reference = OpenReferenceProfile();
 
     ImageHold image = OpenImage(request.input, false);
@@ -123,7 +154,8 @@ void Run(const Request& request) {
 
     // The printer's operations read no precomputed tables, so none are built for them.
     const bool printerOnly = request.operation == Operation::PrinterMatch || request.operation == Operation::PrinterPredict || request.printerGamut;
-    const CurrentMatching matching(monitor, printer, proofer, kQualities[printerOnly ? 1 : request.quality]);
+    const int quality = printerOnly ? 1 : request.quality.value_or(devices.conditions ? devices.conditions->quality.value_or(2) : 2);
+    const CurrentMatching matching(monitor, printer, devices.proofer, devices.conditions ? &*devices.conditions : nullptr, kQualities[quality]);
     OutputFile file(request.output);
     const Conversion conversion(image.get(), plan, form.profile);
     bool written = false;
@@ -155,6 +187,14 @@ int main(int argumentCount, char** arguments) {
         const auto wish = ReadCommandLine({arguments + 1, static_cast<std::size_t>(std::max(argumentCount, 1) - 1)});
         if (const Answer* answer = std::get_if<Answer>(&wish)) {
             std::fputs(answer->text.c_str(), stdout);
+            return 0;
+        }
+        if (const SettingsRequest* settings = std::get_if<SettingsRequest>(&wish)) {
+            RunSettings(*settings);
+            return 0;
+        }
+        if (const WatchRequest* watch = std::get_if<WatchRequest>(&wish)) {
+            RunWatch(*watch);
             return 0;
         }
         if (vips_init(arguments[0]) != 0) return Complain({"libvips", "it cannot be started", "install it again"});

@@ -80,10 +80,12 @@ std::string ProfileName(ColorSyncProfileRef profile) {
 }
 
 CurrentMatching::CurrentMatching(const ChosenProfile& monitor, const ChosenProfile& printer, const std::optional<ChosenProfile>& proofer,
-                                 uint32_t quality) {
+                                 const StoredConditions* conditions, uint32_t quality) {
+    const auto white = [](const std::optional<FixedXYZ>& colour) { return colour ? &*colour : nullptr; };
     const AliasHandle profiles[3] = {monitor.alias.get(), printer.alias.get(), proofer ? proofer->alias.get() : nullptr};
     OSErr status = 0;
-    MatchingData* data = LoadMatchingData(profiles, proofer ? 1 : 0, nullptr, nullptr, &status);
+    MatchingData* data = LoadMatchingData(profiles, proofer ? 1 : 0, conditions ? white(conditions->monitorWhite) : nullptr,
+                                          conditions ? white(conditions->printerWhite) : nullptr, &status);
     if (!data) {
         const std::string code = " (status " + std::to_string(status) + ")";
         if (status == -108) throw Complaint{printer.path, "there is not enough memory for the matching tables", "close other programs"};
@@ -91,6 +93,7 @@ CurrentMatching::CurrentMatching(const ChosenProfile& monitor, const ChosenProfi
         const std::string& device = proofer ? proofer->path + ", " + printer.path : printer.path;
         throw Complaint{device, "no colours can be converted through the profile" + code, "a profile with tables for both directions is needed"};
     }
+    if (conditions) DirectICCSetViewingConditions(data, conditions->intent, &conditions->viewing);
     const OSErr qualityStatus = SetDirectMatchingQuality(data, quality);
     if (qualityStatus != 0) {
         DisposeMatchingData(data);

@@ -55,6 +55,10 @@ class OrloCase(unittest.TestCase):
     def setUp(self):
         self.folder = tempfile.mkdtemp(prefix="orlo-test-")
         self.addCleanup(shutil.rmtree, self.folder)
+        # The user's own settings are neither read nor changed.
+        os.environ["XDG_CONFIG_HOME"] = self.path("config")
+        os.environ["DBUS_SYSTEM_BUS_ADDRESS"] = f"unix:path={self.path('no-system-bus')}"
+        os.environ.pop("DBUS_SESSION_BUS_ADDRESS", None)
 
     def path(self, name):
         return os.path.join(self.folder, name)

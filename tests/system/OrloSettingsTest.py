@@ -1,0 +1,285 @@
+#!/usr/bin/env python3
+"""The stored settings on the command line: shown, changed, refused, watched from another process, and used by the image commands."""
+
+import json
+import os
+import plistlib
+import select
+import shutil
+import signal
+import subprocess
+import sys
+import time
+
+import OrloCommand
+from OrloCommand import ADOBE_RGB, APPLE_RGB, OrloCase, bytes_of, cmyk_printer, photograph, reference_profile, rgb_printer
+from OrloImages import write_tiff
+
+PATIENCE = 60  # seconds; only against a test that would never end
+
+# Each setting with its value while nothing is stored, and two that it takes.
+SETTINGS = {
+    "use-proofer": (False, "on", "off"),
+    "quality": (0, "2", "1"),
+    "intent": (1, "3", "2"),
+    "flare": (-0.03, "0.25", "-0.125"),
+    "contrast": (1, "1.1", "0.30000000000000004"),
+    "a-offset": (0, "-7.5", "128e-3"),
+    "b-offset": (0, "12", "-0.5"),
+    "adapt-to-paper": (False, "on", "off"),
+    "monitor-white": (None, "xyz:95.05,100,108.9", "xyz:96.4,100,82.5\tD50"),
+    "use-monitor-white": (False, "on", "off"),
+    "printer-white": (None, "xyz:80,84,70", "none"),
+    "use-printer-white": (False, "on", "off"),
+    "illuminant": ("D65", "D50", "é€"),
+    "observer": ("2", "10", "zwei Grad, nach Müller und Söhne"[:29]),
+    "use-paths": (False, "on", "off"),
+}
+PROFILES = ("monitor-profile", "printer-profile", "proofer-profile")
+
+
+class SettingsCase(OrloCase):
+    def orlo(self, *arguments, status=0):
+        done = subprocess.run([OrloCommand.ORLO, *arguments], capture_output=True, check=False)
+        self.assertEqual(done.returncode, status, done.stderr)
+        self.assertEqual(bool(done.stderr), status != 0, done.stderr)
+        return (done.stderr if status else done.stdout).decode()
+
+    def set(self, *pairs):
+        self.assertEqual(self.orlo("settings", "set", *pairs), "")
+
+    def get(self, name):
+        return json.loads(self.orlo("settings", "get", name, "--json"))
+
+    def store_files(self):
+        folder = os.path.join(self.folder, "config", "com.brenwick.orlocms")
+        return {name: bytes_of(os.path.join(folder, name)) for name in os.listdir(folder)} if os.path.isdir(folder) else {}
+
+
+class ShowAndChange(SettingsCase):
+    def test_an_empty_store_shows_what_counts_without_it(self):
+        shown = json.loads(self.orlo("settings", "list", "--json"))
+        expected = {name: {"value": row[0], "stored": False} for name, row in SETTINGS.items()}
+        expected.update({name: {"value": None, "stored": False} for name in PROFILES})
+        self.assertEqual(shown, expected)
+        self.assertEqual(self.store_files(), {})
+
+    def test_each_value_comes_back_in_words_and_as_json(self):
+        for name, (_, *values) in SETTINGS.items():
+            for value in values:
+                with self.subTest(name=name, value=value):
+                    self.set(name, value)
+                    words = self.orlo("settings", "get", name)[:-1]
+                    shown = self.get(name)
+                    self.assertTrue(shown["stored"])
+                    expected = {"on": True, "off": False, "none": None}.get(value, value)
+                    if isinstance(shown["value"], (int, float)) and not isinstance(shown["value"], bool):
+                        expected = float(value)
+                        self.assertEqual(float(words), expected)
+                    else:
+                        self.assertEqual(words, value)
+                    self.assertEqual(shown["value"], expected)
+
+    def test_what_is_shown_is_what_is_set(self):
+        self.set(*[word for name, row in SETTINGS.items() for word in (name, row[1])])
+        before = self.orlo("settings", "list", "--json")
+        for name in SETTINGS:
+            self.set(name, self.orlo("settings", "get", name)[:-1])
+        self.assertEqual(self.orlo("settings", "list", "--json"), before)
+
+    def test_profiles_of_any_name_are_found_again(self):
+        for name, source in zip(PROFILES, (ADOBE_RGB, rgb_printer(), cmyk_printer())):
+            for file_name in ("plain.icc", "with a blank.icc", "-dash.icc", "quote\"back\\slash.icc", "ünïcödé €.icc", "new\nline.icc"):
+                with self.subTest(setting=name, file=file_name):
+                    path = self.path(file_name)
+                    shutil.copy(source, path)
+                    self.set(name, path)
+                    self.assertEqual(self.orlo("settings", "get", name), path + "\n")
+                    self.assertEqual(self.get(name), {"value": path, "stored": True})
+            self.set(name, "none")
+            self.assertEqual(self.get(name), {"value": None, "stored": False})
+
+    def test_a_profile_that_went_away_is_said_to_be_gone(self):
+        path = self.path("gone.icc")
+        shutil.copy(ADOBE_RGB, path)
+        self.set("monitor-profile", path)
+        os.remove(path)
+        self.assertIn("cannot be found", self.orlo("settings", "get", "monitor-profile"))
+
+    def test_the_store_holds_the_documented_kinds(self):
+        self.set("flare", "0.1", "quality", "1", "use-proofer", "on", "illuminant", "D50")
+        [contents] = [contents for name, contents in self.store_files().items() if name.endswith(".plist")]
+        stored = plistlib.loads(contents)
+        self.assertEqual(stored["Viewing Conditions"], {"Flare": 0.1, "Contrast": 1.0, "A Offset": 0.0, "B Offset": 0.0, "Use Printer": False})
+        self.assertEqual((stored["Matching Quality"], stored["Use Proofer Profile"], stored["Illuminant"]), ("Qua1", True, "D50"))
+
+    def test_refusals_name_the_fault_and_change_nothing(self):
+        self.set("flare", "0.5", "monitor-profile", ADOBE_RGB)
+        before = self.store_files()
+        text = self.path("text.icc")
+        with open(text, "wb") as file:
+            file.write(b"no profile " * 50)
+        rows = [
+            (("flares", "1"), "flares", "no such setting"),
+            (("flare", "much"), "flare", "-1 to 1"), (("flare", "1.01"), "flare", "-1 to 1"), (("flare", ""), "flare", "-1 to 1"),
+            (("flare", "nan"), "flare", "-1 to 1"), (("flare", "0.5x"), "flare", "-1 to 1"),
+            (("contrast", "0"), "contrast", "0.1 to 10"), (("a-offset", "200"), "a-offset", "-128 to 127"),
+            (("quality", "3"), "quality", "0, 1 or 2"), (("intent", "0"), "intent", "1, 2 or 3"), (("quality", "01"), "quality", "0, 1 or 2"),
+            (("use-proofer", "yes"), "use-proofer", "on or off"), (("monitor-white", "95,100,108"), "monitor-white", "xyz:"),
+            (("illuminant", "x" * 32), "illuminant", "31 bytes"), (("observer", ""), "observer", "31 bytes"),
+            (("monitor-profile", self.path("missing.icc")), self.path("missing.icc"), "no such file"),
+            (("monitor-profile", text), text, "ICC profile"), (("monitor-profile", cmyk_printer()), cmyk_printer(), "matrix model"),
+            (("printer-profile", ADOBE_RGB), ADOBE_RGB, "class"), (("printer-profile", ""), "printer-profile", "none"),
+            (("flare", "0.1", "contrast", "2", "quality", "9"), "quality", "0, 1 or 2"),
+            (("flare",), "settings set", "NAME VALUE"), (("flare", "0", "quality"), "settings set", "NAME VALUE"), ((), "settings set", "NAME VALUE"),
+            (("--sets", "0"), "--sets", "no such option"), (("flare", "0", "--json"), "--json", "leave it out"),
+        ]
+        for words, about, right in rows:
+            with self.subTest(words):
+                line = self.orlo("settings", "set", *words, status=2)
+                self.assertEqual(line.count("\n"), 1, line)
+                self.assertTrue(line.startswith(f"orlo: {about}: "), line)
+                self.assertIn(right, line)
+                self.assertEqual(self.store_files(), before)
+        for words, right in ((("settings",), "list, get or set"), (("settings", "put"), "list, get or set"), (("settings", "get"), "one name"),
+                             (("settings", "get", "flares"), "no such setting"), (("settings", "list", "flare"), "get NAME"),
+                             (("watch", "flare"), "takes no names"), (("watch", "--quick"), "no such option")):
+            with self.subTest(words):
+                self.assertIn(right, self.orlo(*words, status=2))
+
+    def test_a_store_that_cannot_be_written_is_told(self):
+        folder = os.path.join(self.folder, "config")
+        with open(folder, "wb"):
+            pass
+        self.assertIn("cannot be written", self.orlo("settings", "set", "flare", "0.5", status=2))
+
+    def test_help(self):
+        for words in (("settings", "--help"), ("watch", "-h"), ("--help",)):
+            self.assertIn("Usage: orlo", self.orlo(*words))
+
+
+class Watching(SettingsCase):
+    """`orlo watch` hears what another process changes."""
+
+    def start_bus(self):
+        bus = subprocess.Popen(["dbus-daemon", "--session", "--nofork", "--nopidfile", "--nosyslog", f"--address=unix:path={self.path('bus')}"],
+                               stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.addCleanup(bus.wait)
+        self.addCleanup(bus.terminate)
+        end = time.monotonic() + PATIENCE
+        while not os.path.exists(self.path("bus")) and time.monotonic() < end:
+            time.sleep(0.01)
+        os.environ["DBUS_SESSION_BUS_ADDRESS"] = f"unix:path={self.path('bus')}"
+
+    def next_line(self, watch):
+        ready, _, _ = select.select([watch.stdout], [], [], PATIENCE)
+        self.assertTrue(ready, "nothing was told")
+        return watch.stdout.readline().decode()
+
+    def start_watch(self, *options):
+        watch = subprocess.Popen([OrloCommand.ORLO, "watch", *options], stdout=subprocess.PIPE, bufsize=0)
+        self.addCleanup(watch.stdout.close)
+        self.addCleanup(watch.wait)
+        self.addCleanup(watch.kill)
+        return watch
+
+    def watch_changes(self):
+        self.set("monitor-profile", ADOBE_RGB, "printer-profile", rgb_printer(), "quality", "1")
+        watch = self.start_watch("--json")
+        first = json.loads(self.next_line(watch))
+        self.assertEqual((first["event"], first["matching"]), ("watching", True))
+        for name, value, told in (("flare", "0.25", (-0.03, 0.25)), ("monitor-profile", APPLE_RGB, (ADOBE_RGB, APPLE_RGB))):
+            self.set(name, value)
+            # A change may bring more than one rebuild: the file is both replaced and touched.
+            line = {"event": "rebuild"}
+            while line["event"] == "rebuild":
+                line = json.loads(self.next_line(watch))
+            self.assertEqual((line["event"], line["setting"], line["from"], line["to"]), ("change", name, *told))
+            line = json.loads(self.next_line(watch))
+            self.assertEqual((line["event"], line["new"]), ("rebuild", True))
+        watch.send_signal(signal.SIGTERM)
+        self.assertEqual(watch.wait(PATIENCE), 0)
+
+    def test_changes_and_rebuilds_over_the_bus(self):
+        self.start_bus()
+        self.watch_changes()
+
+    def test_changes_and_rebuilds_without_a_bus(self):
+        self.watch_changes()
+
+    def test_lines_for_people_and_the_end_by_interrupt(self):
+        watch = self.start_watch()
+        self.assertRegex(self.next_line(watch), r"^\d{4}-\d\d-\d\dT[0-9:.]+Z  watching; no matching data")
+        self.set("contrast", "2")
+        self.assertRegex(self.next_line(watch), r"Z  change   contrast: 1 -> 2\n$")
+        self.assertRegex(self.next_line(watch), r"Z  rebuild  nothing new, as no printer profile is chosen\n$")
+        watch.send_signal(signal.SIGINT)
+        self.assertEqual(watch.wait(PATIENCE), 0)
+
+
+class StoredProfiles(SettingsCase):
+    """The image commands without profile options."""
+
+    def matched(self, target, *options):
+        return subprocess.run([OrloCommand.ORLO, "match", photograph("coffee.png"), self.path(target), *options], capture_output=True, check=False)
+
+    def test_what_is_missing_is_said(self):
+        for pairs, option in (((), "--monitor"), (("monitor-profile", ADOBE_RGB), "--printer")):
+            if pairs:
+                self.set(*pairs)
+            done = self.matched("out.png")
+            self.assertEqual(done.returncode, 2)
+            self.assertIn(f"none is stored; add {option}", done.stderr.decode())
+            self.assertFalse(os.path.exists(self.path("out.png")))
+
+    def test_options_win_over_what_is_stored(self):
+        self.set("monitor-profile", APPLE_RGB, "printer-profile", rgb_printer(), "flare", "0.5", "quality", "0")
+        given = self.run_orlo("match", photograph("coffee.png"), "given.png", "--depth", "16")
+        self.assertEqual(self.matched("mixed.png", "--depth=16", f"--monitor={ADOBE_RGB}", "--quality=2").returncode, 0)
+        self.set("monitor-profile", ADOBE_RGB, "quality", "2")
+        self.assertEqual(self.matched("stored.png", "--depth=16").returncode, 0)
+        self.assertEqual(self.read(self.path("mixed.png")).samples, self.read(self.path("stored.png")).samples)
+        self.assertNotEqual(self.read(self.path("mixed.png")).samples, given.samples)
+        os.environ["XDG_CONFIG_HOME"] = self.path("another")
+        self.assertEqual(self.run_orlo("match", photograph("coffee.png"), "unset.png", "--depth", "16").samples, given.samples)
+
+    def session_values(self, colours):
+        """What a session of the library makes of reference RGB in this process's stead: another host, written in Python."""
+        script = """
+import ctypes, json, sys
+library = ctypes.CDLL(sys.argv[1])
+assert library.ICC_RecallRenderingIntent() == 0
+assert library.OpenMatching(None, None) == 0
+words = json.load(sys.stdin)
+source = (ctypes.c_uint16 * len(words))(*words)
+target = (ctypes.c_uint16 * len(words))()
+assert library.MonitorMatch16(source, target, ctypes.c_size_t(len(words) // 4)) == 0
+json.dump(list(target), sys.stdout)
+"""
+        library = os.path.join(os.path.dirname(os.path.dirname(OrloCommand.ORLO)), "lib", "libcolourmatch.so.2")
+        words = [word for colour in colours for word in (*colour, 0)]
+        done = subprocess.run([sys.executable, "-c", script, library], input=json.dumps(words).encode(), capture_output=True, check=True)
+        values = json.loads(done.stdout)
+        return [tuple(values[i:i + 3]) for i in range(0, len(values), 4)]
+
+    def test_colours_are_those_of_a_session(self):
+        if OrloCommand.SANITISED:
+            self.skipTest("the sanitizers want to be loaded before Python")
+        colours = [(r * 9362, g * 9362, b * 9362) for r in range(8) for g in range(8) for b in range(8)]
+        write_tiff(self.path("colours.tif"), [[word for colour in colours for word in colour]], 16, 3, profile=bytes_of(reference_profile()))
+        self.set("monitor-profile", ADOBE_RGB, "printer-profile", cmyk_printer())
+        seen = []
+        for pairs in (("quality", "1", "intent", "1"), ("flare", "0.1", "contrast", "1.3"), ("a-offset", "4", "b-offset", "-6"),
+                      ("quality", "0"), ("monitor-white", "xyz:96,100,90", "use-monitor-white", "on"), ("use-monitor-white", "off", "adapt-to-paper", "on")):
+            with self.subTest(pairs):
+                self.set(*pairs)
+                done = subprocess.run([OrloCommand.ORLO, "match", self.path("colours.tif"), self.path("out.tif")], capture_output=True, check=False)
+                self.assertEqual((done.returncode, done.stderr), (0, b""))
+                values = self.read(self.path("out.tif")).pixels()
+                self.assertTrue(values == self.session_values(colours))
+                self.assertFalse(values in seen, "the change made no difference")
+                seen.append(values)
+
+
+if __name__ == "__main__":
+    OrloCommand.main()
