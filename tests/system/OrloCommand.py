@@ -3,11 +3,14 @@
 Usage: TEST.py ORLO TEST_DATA [--sanitised] [unittest arguments]
 """
 
+import ctypes
 import os
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 from OrloImages import Picture, run_tool
@@ -21,6 +24,7 @@ NAMED_COLOURS = f"{SYSTEM_PROFILES}/colord/Crayons.icc"
 
 ORLO = DATA = ""
 SANITISED = False
+PATIENCE = 60  # seconds; only against a test that would never end
 
 
 def test_data(*path):
@@ -49,6 +53,15 @@ def reference_profile():
     return os.path.join(os.path.dirname(os.path.dirname(ORLO)), "lib", "colourmatch", "MatrixCalRGB.icc")
 
 
+def start_server(case, *command, **how):
+    """Starts a silent server that ends with the test, and with this process whatever becomes of it."""
+    libc = ctypes.CDLL(None)
+    server = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                              preexec_fn=lambda: libc.prctl(1, signal.SIGTERM), **how)  # PR_SET_PDEATHSIG
+    case.addCleanup(server.wait)
+    case.addCleanup(server.terminate)
+
+
 class OrloCase(unittest.TestCase):
     """A fresh folder for every test, and the command with the profiles that most tests take."""
 
@@ -59,6 +72,15 @@ class OrloCase(unittest.TestCase):
         os.environ["XDG_CONFIG_HOME"] = self.path("config")
         os.environ["DBUS_SYSTEM_BUS_ADDRESS"] = f"unix:path={self.path('no-system-bus')}"
         os.environ.pop("DBUS_SESSION_BUS_ADDRESS", None)
+
+    def start_bus(self):
+        """A session bus of the test's own."""
+        socket = self.path("bus")
+        start_server(self, "dbus-daemon", "--session", "--nofork", "--nopidfile", "--nosyslog", f"--address=unix:path={socket}")
+        end = time.monotonic() + PATIENCE
+        while not os.path.exists(socket) and time.monotonic() < end:
+            time.sleep(0.01)
+        os.environ["DBUS_SESSION_BUS_ADDRESS"] = f"unix:path={socket}"
 
     def path(self, name):
         return os.path.join(self.folder, name)

@@ -9,13 +9,10 @@ import shutil
 import signal
 import subprocess
 import sys
-import time
 
 import OrloCommand
-from OrloCommand import ADOBE_RGB, APPLE_RGB, OrloCase, bytes_of, cmyk_printer, photograph, reference_profile, rgb_printer
+from OrloCommand import ADOBE_RGB, APPLE_RGB, PATIENCE, OrloCase, bytes_of, cmyk_printer, photograph, reference_profile, rgb_printer
 from OrloImages import write_tiff
-
-PATIENCE = 60  # seconds; only against a test that would never end
 
 # Each setting with its value while nothing is stored, and two that it takes.
 SETTINGS = {
@@ -160,16 +157,6 @@ class ShowAndChange(SettingsCase):
 
 class Watching(SettingsCase):
     """`orlo watch` hears what another process changes."""
-
-    def start_bus(self):
-        bus = subprocess.Popen(["dbus-daemon", "--session", "--nofork", "--nopidfile", "--nosyslog", f"--address=unix:path={self.path('bus')}"],
-                               stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        self.addCleanup(bus.wait)
-        self.addCleanup(bus.terminate)
-        end = time.monotonic() + PATIENCE
-        while not os.path.exists(self.path("bus")) and time.monotonic() < end:
-            time.sleep(0.01)
-        os.environ["DBUS_SESSION_BUS_ADDRESS"] = f"unix:path={self.path('bus')}"
 
     def next_line(self, watch):
         ready, _, _ = select.select([watch.stdout], [], [], PATIENCE)
