@@ -104,7 +104,8 @@ bool MakePreferenceFolder(const PreferencePlace& place) {
 
 PreferenceFileState ReadPreferenceFile(const PreferencePlace& place, PlistNode* root) {
     root->reset(plist_new_dict());
-    const Descriptor file(open(place.File().c_str(), O_RDONLY | O_CLOEXEC));
+    // Without waiting for the other end of a pipe that stands there.
+    const Descriptor file(open(place.File().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (file.Get() < 0) {
         if (errno == ENOENT || errno == ENOTDIR) return PreferenceFileState::kAbsent;
         return errno == EACCES || errno == EPERM || errno == ELOOP ? PreferenceFileState::kDamaged : PreferenceFileState::kFailed;

@@ -13,7 +13,7 @@
 
 #include "platform/CoreFoundation.h"
 #include "tests/fixtures/StringText.h"
-#include "tests/fixtures/TemporaryFolder.h"
+#include "tests/fixtures/CommaLocale.h"
 
 namespace {
 
@@ -383,17 +383,9 @@ TEST(CoreFoundationString, ReadsEveryRealExactly) {
 }
 
 TEST(CoreFoundationString, ReadsNumbersTheSameWayInEveryLocale) {
-    const TemporaryFolder temporary;
-    const std::string folder = temporary / "locales";
-    const std::string command = "mkdir " + folder + " && localedef -i de_DE -f UTF-8 " + folder + "/de_DE.UTF-8 > " + folder + "/log 2>&1";
-    // A locale can be usable although the tool had something to say about it.
-    const int status = std::system(command.c_str());
-    setenv("LOCPATH", folder.c_str(), 1);
-    const bool isThere = std::setlocale(LC_ALL, "de_DE.UTF-8") && std::string(std::localeconv()->decimal_point) == ",";
-    if (isThere) ExpectNumbers();
-    std::setlocale(LC_ALL, "C");
-    unsetenv("LOCPATH");
-    if (!isThere) GTEST_SKIP() << "no locale with a decimal comma could be made (localedef gave " << status << ")";
+    const CommaLocale locale;
+    if (!locale.IsThere()) GTEST_SKIP() << "no locale with a decimal comma could be made (localedef gave " << locale.ToolStatus() << ")";
+    ExpectNumbers();
 }
 
 }  // namespace

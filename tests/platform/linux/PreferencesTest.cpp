@@ -1,12 +1,14 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <bit>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <random>
 #include <string>
 #include <vector>
@@ -15,6 +17,9 @@
 #include "platform/Owned.h"
 #include "platform/linux/CoreFoundationString.h"
 #include "platform/linux/PreferenceFile.h"
+#include "tests/fixtures/ChildProcess.h"
+#include "tests/fixtures/CommaLocale.h"
+#include "tests/fixtures/TracedChild.h"
 
 namespace {
 
@@ -85,7 +90,7 @@ TEST_F(PreferencesTest, APendingValueIsSeenBeforeItIsWritten) {
     EXPECT_TRUE(std::filesystem::exists(File()));
 }
 
-TEST_F(PreferencesTest, RealsReturnBitForBit) {
+void ExpectRealsToReturn() {
     std::mt19937_64 random(7);
     std::vector<double> reals;
     while (reals.size() < 500) {
@@ -104,6 +109,16 @@ TEST_F(PreferencesTest, RealsReturnBitForBit) {
         CFNumberGetValue(static_cast<CFNumberRef>(value.Get()), kCFNumberFloat64Type, &real);
         EXPECT_EQ(std::bit_cast<uint64_t>(real), std::bit_cast<uint64_t>(reals[i]));
     }
+}
+
+TEST_F(PreferencesTest, RealsReturnBitForBit) {
+    ExpectRealsToReturn();
+}
+
+TEST_F(PreferencesTest, RealsReturnBitForBitWhereNumbersHaveAComma) {
+    const CommaLocale locale;
+    if (!locale.IsThere()) GTEST_SKIP() << "no locale with a decimal comma could be made (localedef gave " << locale.ToolStatus() << ")";
+    ExpectRealsToReturn();
 }
 
 TEST_F(PreferencesTest, PythonReadsTheFile) {
@@ -191,6 +206,200 @@ TEST_F(PreferencesTest, AKilledWriterLeavesAWholeFile) {
     }
     EXPECT_GE(GetInteger("changing"), 0);
     EXPECT_FALSE(std::filesystem::exists(File() + ".damaged-1"));
+}
+
+// Whatever call a writer is in when it dies, the old file or the new one stands there, and the next writer goes on.
+TEST_F(PreferencesTest, AWriterKilledAtAnyOfItsSystemCallsLeavesAWholeFile) {
+    SetInteger("before", 1);
+    SetInteger("changing", 0);
+    ASSERT_TRUE(Synchronise());
+    int64_t stored = 0;
+    int calls = 1;
+    for (bool killed = true; killed; ++calls) {
+        const TracedEnd end = RunAndKillAtSystemCall(
+            calls,
+            [calls] {
+                SetInteger("changing", calls);
+                return Synchronise() ? 0 : 1;
+            },
+            &killed);
+        if (!end.traced) GTEST_SKIP() << "tracing is not allowed here";
+        ASSERT_EQ(end.status, killed ? -1 : 0);
+        ASSERT_TRUE(
+            Succeeded(Start([calls, stored] { return Synchronise() && (GetInteger("changing") == stored || GetInteger("changing") == calls); })));
+        ASSERT_TRUE(Synchronise());
+        ASSERT_EQ(GetInteger("before"), 1);
+        stored = GetInteger("changing");
+        if (!killed) {
+            ASSERT_EQ(stored, calls);
+        }
+    }
+    EXPECT_GT(calls, 10);
+    EXPECT_FALSE(std::filesystem::exists(File() + ".damaged-1"));
+    // The file, its lock and at most one unfinished file.
+    const auto files = std::filesystem::directory_iterator(std::filesystem::path(File()).parent_path());
+    EXPECT_LE(std::distance(begin(files), end(files)), 3);
+}
+
+TEST_F(PreferencesTest, NumbersOfEveryKindReturn) {
+    const int64_t integers[] = {0,     1,     -1,         127,        128,        255,        256,       32767,
+                                65535, 65536, 2147483647, 2147483648, 4294967295, 4294967296, INT64_MAX, INT64_MIN};
+    for (const int64_t integer : integers) SetInteger(std::to_string(integer), integer);
+    const double reals[] = {-0.0, 5e-324, std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity(), 0.1, 1e308};
+    for (size_t i = 0; i < std::size(reals); ++i) {
+        Set("r" + std::to_string(i), Owned<CFNumberRef>(CFNumberCreate(kCFAllocatorDefault, kCFNumberFloat64Type, &reals[i])).Get());
+    }
+    const double notANumber = std::bit_cast<double>(0x7FF8000000001234);
+    Set("nan", Owned<CFNumberRef>(CFNumberCreate(kCFAllocatorDefault, kCFNumberFloat64Type, &notANumber)).Get());
+    ASSERT_TRUE(Synchronise());
+    ASSERT_TRUE(Synchronise()) << "the second one reads the file";
+    for (const int64_t integer : integers) EXPECT_EQ(GetInteger(std::to_string(integer)), integer);
+    const auto bits = [](const std::string& key) {
+        double real = 0.0;
+        CFNumberGetValue(static_cast<CFNumberRef>(Get(key).Get()), kCFNumberFloat64Type, &real);
+        return std::bit_cast<uint64_t>(real);
+    };
+    for (size_t i = 0; i < std::size(reals); ++i) EXPECT_EQ(bits("r" + std::to_string(i)), std::bit_cast<uint64_t>(reals[i]));
+    EXPECT_EQ(bits("nan"), 0x7FF8000000001234u);
+}
+
+TEST_F(PreferencesTest, BlocksListsAndDictionariesReturn) {
+    std::vector<UInt8> bytes(5000);
+    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<UInt8>(i * 7);
+    const Owned<CFDataRef> block(CFDataCreate(kCFAllocatorDefault, bytes.data(), static_cast<CFIndex>(bytes.size())));
+    const Owned<CFDataRef> empty(CFDataCreate(kCFAllocatorDefault, nullptr, 0));
+    const Owned<CFMutableDictionaryRef> inner(
+        CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFCopyStringDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+    CFDictionarySetValue(inner.Get(), Text("block").Get(), block.Get());
+    const Owned<CFMutableDictionaryRef> outer(
+        CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFCopyStringDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+    CFDictionarySetValue(outer.Get(), Text("inner").Get(), inner.Get());
+    CFDictionarySetValue(outer.Get(), Text("").Get(), kCFBooleanFalse);
+    Set("outer", outer.Get());
+    Set("empty", empty.Get());
+    ASSERT_TRUE(Synchronise());
+    ASSERT_TRUE(Synchronise());
+    EXPECT_TRUE(CFEqual(Get("outer").Get(), outer.Get()));
+    EXPECT_TRUE(CFEqual(Get("empty").Get(), empty.Get()));
+}
+
+TEST_F(PreferencesTest, TextsOfAllScriptsReturnAsValuesAndAsKeys) {
+    const std::vector<std::string> texts = {
+        "", " ", "gr\xC3\xBCn", "\xE2\x82\xAC", "\xF0\x9F\x8E\xA8", "line\nbreak\ttab", "\"quoted\" <&>", std::string(70000, 'x')};
+    for (const std::string& text : texts) Set("k" + text, Text(text).Get());
+    ASSERT_TRUE(Synchronise());
+    ASSERT_TRUE(Synchronise());
+    for (const std::string& text : texts) {
+        const Owned<CFTypeRef> value = Get("k" + text);
+        ASSERT_TRUE(value.Get()) << text.substr(0, 20);
+        EXPECT_TRUE(CFEqual(value.Get(), Text(text).Get())) << text.substr(0, 20);
+    }
+}
+
+TEST_F(PreferencesTest, APropertyListToolReadsTheFile) {
+    SetInteger("plus", 5);
+    Set("text", Text("gr\xC3\xBCn").Get());
+    ASSERT_TRUE(Synchronise());
+    const std::string xml = folder_ + "/out.xml";
+    ASSERT_EQ(system(("plistutil -i '" + File() + "' -o '" + xml + "'").c_str()), 0);
+    std::ifstream file(xml);
+    const std::string text(std::istreambuf_iterator<char>(file), {});
+    EXPECT_NE(text.find("<key>plus</key>"), std::string::npos) << text;
+    EXPECT_NE(text.find("<integer>5</integer>"), std::string::npos) << text;
+    EXPECT_NE(text.find("<string>gr\xC3\xBCn</string>"), std::string::npos) << text;
+}
+
+TEST_F(PreferencesTest, AFileThatPythonWroteIsRead) {
+    std::filesystem::create_directories(std::filesystem::path(File()).parent_path());
+    for (const std::string format : {"FMT_BINARY", "FMT_XML"}) {
+        ASSERT_EQ(
+            system(("python3 -c 'import plistlib,sys\nplistlib.dump({\"plus\":7,\"real\":0.1,\"flag\":False},open(sys.argv[1],\"wb\"),fmt=plistlib." +
+                    format + ")' '" + File() + "'")
+                       .c_str()),
+            0);
+        ASSERT_TRUE(Synchronise());
+        EXPECT_EQ(GetInteger("plus"), 7) << format;
+        EXPECT_TRUE(CFEqual(Get("flag").Get(), kCFBooleanFalse)) << format;
+        double real = 0.0;
+        CFNumberGetValue(static_cast<CFNumberRef>(Get("real").Get()), kCFNumberFloat64Type, &real);
+        EXPECT_EQ(real, 0.1) << format;
+        std::filesystem::remove(File());
+        ASSERT_TRUE(Synchronise());
+    }
+}
+
+TEST_F(PreferencesTest, AFileBehindALinkIsReplacedThereAndADamagedOneIsKept) {
+    const std::string real = folder_ + "/real.plist";
+    SetInteger("first", 1);
+    ASSERT_TRUE(Synchronise());
+    std::filesystem::rename(File(), real);
+    std::filesystem::create_symlink(real, File());
+    SetInteger("linked", 4);
+    ASSERT_TRUE(Synchronise());
+    EXPECT_TRUE(std::filesystem::is_symlink(File()));
+    EXPECT_TRUE(std::filesystem::is_regular_file(real));
+    std::ofstream(real) << "damaged";
+    SetInteger("after", 5);
+    ASSERT_TRUE(Synchronise());
+    std::ifstream kept(real);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), "damaged");
+    EXPECT_TRUE(std::filesystem::is_symlink(File() + ".damaged-1"));
+    EXPECT_EQ(GetInteger("after"), 5);
+}
+
+TEST_F(PreferencesTest, WhatCannotBeReadIsKeptUnderAnotherName) {
+    struct Row {
+        const char* what;
+        void (*make)(const std::string& file);
+    };
+    const Row rows[] = {
+        {"a folder", [](const std::string& file) { std::filesystem::create_directory(file); }},
+        {"a pipe that nobody writes to", [](const std::string& file) { ASSERT_EQ(mkfifo(file.c_str(), 0600), 0); }},
+        {"no bytes", [](const std::string& file) { std::ofstream(file).close(); }},
+        {"a list instead of a dictionary", [](const std::string& file) { std::ofstream(file) << "<plist version=\"1.0\"><array/></plist>"; }},
+        {"a link to itself", [](const std::string& file) { std::filesystem::create_symlink(file, file); }},
+    };
+    std::filesystem::create_directories(std::filesystem::path(File()).parent_path());
+    int number = 0;
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.what);
+        std::filesystem::remove_all(File());
+        row.make(File());
+        SetInteger("after", ++number);
+        EXPECT_TRUE(Synchronise());
+        EXPECT_TRUE(std::filesystem::is_regular_file(File()));
+        EXPECT_NE(std::filesystem::symlink_status(File() + ".damaged-" + std::to_string(number)).type(), std::filesystem::file_type::not_found);
+        ASSERT_TRUE(Synchronise());
+        EXPECT_EQ(GetInteger("after"), number);
+    }
+}
+
+TEST_F(PreferencesTest, WithoutPermissionValuesStayPendingAndTheFileStays) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can become somebody else";
+    SetInteger("stored", 1);
+    ASSERT_TRUE(Synchronise());
+    std::filesystem::permissions(folder_, std::filesystem::perms(0755));
+    std::filesystem::permissions(std::filesystem::path(File()).parent_path(), std::filesystem::perms(0755));
+    std::filesystem::permissions(File(), std::filesystem::perms(0644));
+    // A folder that may be read and not written.
+    EXPECT_EQ(AsNobody([] {
+                  const bool read = Synchronise() && GetInteger("stored") == 1;
+                  SetInteger("stored", 2);
+                  const bool written = Synchronise();
+                  return std::string(read ? "read " : "- ") + (written ? "written" : "pending ") + std::to_string(GetInteger("stored"));
+              }),
+              "read pending 2");
+    // A file that may not be read, in such a folder: it cannot be set aside either.
+    std::filesystem::permissions(File(), std::filesystem::perms(0600));
+    EXPECT_EQ(AsNobody([] {
+                  SetInteger("stored", 3);
+                  return std::string(Synchronise() ? "written" : "pending");
+              }),
+              "pending");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(std::filesystem::path(File()).parent_path()), std::filesystem::directory_iterator()),
+              2);
+    ASSERT_TRUE(Synchronise());
+    EXPECT_EQ(GetInteger("stored"), 1);
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 
 #include <glib.h>
 
-#include "HostReport.h"
+#include "tests/system/hosts/HostReport.h"
 
 static GMainLoop* loop;
 

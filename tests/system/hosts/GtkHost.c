@@ -2,7 +2,7 @@
 
 #include <gtk/gtk.h>
 
-#include "HostReport.h"
+#include "tests/system/hosts/HostReport.h"
 
 static void EndLoop(void) {
     gtk_main_quit();

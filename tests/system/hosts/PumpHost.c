@@ -1,6 +1,6 @@
 /* A host with a loop of its own, which turns the library's main run loop now and then; also what a Qt host without GLib does in a timer. */
 
-#include "HostReport.h"
+#include "tests/system/hosts/HostReport.h"
 
 static int isEnded = 0;
 

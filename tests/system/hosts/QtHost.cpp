@@ -3,7 +3,7 @@
 #include <QApplication>
 #include <QWidget>
 
-#include "HostReport.h"
+#include "tests/system/hosts/HostReport.h"
 
 static void EndLoop() {
     QApplication::quit();
