@@ -1,4 +1,7 @@
 #include <algorithm>
+#include <atomic>
+#include <exception>
+#include <thread>
 
 #include "engine/DirectMonitor.h"
 #include "engine/DirectPrinter.h"
@@ -12,19 +15,40 @@ constexpr uint32_t kTableBits = 6;
 constexpr uint16_t kFull65535 = 65535;
 /// Nodes converted at a time: a whole row of a table of kTableBits.
 constexpr uint32_t kRunLength = 65;
+constexpr size_t kMostThreads = 16;
 
 /// The node inputs along one axis: min + range * index / (gridSize - 1), in 16 bits. The product is below 65536 * 65536.
 uint16_t NodeInput(const PixelScale& scale, int axis, uint32_t index, uint32_t gridSize) {
     return static_cast<uint16_t>(scale.min[axis] + scale.range[axis] * index / (gridSize - 1));
 }
 
-/// Runs `convert(pixels, nodes, count)` over all nodes of a table, third input fastest.
+/// Runs `fill(index)` for every index below `count`, on the caller's thread and one more for each further core. Where none can be had, the
+/// caller's does it all.
+template <typename Fill>
+void OnAllCores(uint32_t count, Fill fill) {
+    std::atomic<uint32_t> next = 0;
+    const auto work = [&] {
+        for (uint32_t index = next++; index < count; index = next++) fill(index);
+    };
+    std::thread others[kMostThreads - 1];
+    try {
+        const size_t cores = std::min<size_t>(std::thread::hardware_concurrency(), kMostThreads);
+        for (size_t i = 0; i + 1 < cores; ++i) others[i] = std::thread(work);
+    } catch (const std::exception&) {
+    }
+    work();
+    for (std::thread& other : others) {
+        if (other.joinable()) other.join();
+    }
+}
+
+/// Runs `convert(pixels, nodes, count)` over all nodes of a table, third input fastest, plane by plane of the first.
 template <typename Value, typename Convert>
 void FillTable(const PixelTable& table, const PixelScale& inputs, size_t nodeSize, Convert convert) {
     const uint32_t gridSize = table.gridSize;
-    auto* node = static_cast<Value*>(table.table);
-    uint16_t pixels[4 * kRunLength] = {};
-    for (uint32_t i = 0; i < gridSize; ++i) {
+    OnAllCores(gridSize, [&](uint32_t i) {
+        auto* node = static_cast<Value*>(table.table) + nodeSize * gridSize * gridSize * i;
+        uint16_t pixels[4 * kRunLength] = {};
         for (uint32_t j = 0; j < gridSize; ++j) {
             for (uint32_t first = 0; first < gridSize; first += kRunLength) {
                 const uint32_t count = std::min(gridSize - first, kRunLength);
@@ -38,7 +62,7 @@ void FillTable(const PixelTable& table, const PixelScale& inputs, size_t nodeSiz
                 node += count * nodeSize;
             }
         }
-    }
+    });
 }
 
 /// The inputs from `low` to `high` on each channel. A channel without extent has range 1: a range is divided by.

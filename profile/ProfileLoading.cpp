@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "platform/Owned.h"
+#include "profile/KnownProfile.h"
 #include "profile/StatusCodes.h"
 
 namespace {
@@ -91,15 +92,28 @@ ColorSyncProfileRef CreateProfileFromAlias(AliasHandle alias, OSErr* error) {
 }
 
 ColorSyncProfileRef CreateProfileFromFSRef(const FSRef* file, OSErr* error) {
+    const KnownProfile known(Owned<CFURLRef>(CFURLCreateFromFSRef(kCFAllocatorDefault, file)).Get());
+    if (ColorSyncProfileRef profile = known.Create()) {
+        *error = 0;
+        return profile;
+    }
     const DataFork fork(*file);
     Owned<CFMutableDataRef> bytes;
     *error = ReadWholeFork(fork, &bytes);
-    return *error == 0 ? ColorSyncProfileCreate(bytes.Get(), nullptr) : nullptr;
+    if (*error != 0) return nullptr;
+    ColorSyncProfileRef profile = ColorSyncProfileCreate(bytes.Get(), nullptr);
+    known.Keep(profile);
+    return profile;
 }
 
 ColorSyncProfileRef CreateProfileFromNamedResource(CFStringRef name, OSErr* error) {
     const Owned<CFURLRef> url = CopyResourceProfileURL(name);
-    ColorSyncProfileRef profile = url ? ColorSyncProfileCreateWithURL(url.Get(), nullptr) : nullptr;
+    const KnownProfile known(url.Get());
+    ColorSyncProfileRef profile = known.Create();
+    if (!profile && url) {
+        profile = ColorSyncProfileCreateWithURL(url.Get(), nullptr);
+        known.Keep(profile);
+    }
     *error = profile ? 0 : kFileNotFound;
     return profile;
 }

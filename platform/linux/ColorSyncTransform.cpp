@@ -1,13 +1,8 @@
-#include <array>
-#include <atomic>
-#include <mutex>
-
+#include "platform/linux/ChainEvaluators.h"
 #include "platform/linux/ColorSyncObjects.h"
 #include "platform/linux/CoreFoundationString.h"
-#include "platform/linux/GamutTest.h"
-#include "platform/linux/LittleCmsEvaluator.h"
-#include "platform/linux/ProfileChain.h"
 
+using platform::ChainEvaluators;
 using platform::ChainStep;
 using platform::Guarded;
 using platform::PixelEvaluator;
@@ -49,30 +44,10 @@ const CFStringRef kColorSyncConvertQuality = &kConvertQualityText;
 const CFStringRef kColorSyncBestQuality = &kBestQualityText;
 
 struct ColorSyncTransform : platform::Object {
-    explicit ColorSyncTransform(std::unique_ptr<ProfileChain> ownChain) : Object(kTransformClass), chain(std::move(ownChain)) {}
-    ~ColorSyncTransform() {
-        for (auto& row : evaluators) {
-            for (auto& evaluator : row) delete evaluator.load();
-        }
-    }
+    explicit ColorSyncTransform(std::shared_ptr<ChainEvaluators> ownChain) : Object(kTransformClass), chain(std::move(ownChain)) {}
 
-    /// The evaluator for a pair of formats (no destination: the gamut map). Made under the lock when first asked for, then read without one.
-    const PixelEvaluator* Evaluator(PixelFormat source, std::optional<PixelFormat> destination) {
-        std::atomic<const PixelEvaluator*>& slot = evaluators[source.Index()][destination ? destination->Index() : kGamutColumn];
-        if (const PixelEvaluator* made = slot.load(std::memory_order_acquire)) return made;
-        const std::lock_guard lock(making);
-        if (const PixelEvaluator* made = slot.load(std::memory_order_relaxed)) return made;
-        std::unique_ptr<PixelEvaluator> evaluator =
-            destination ? platform::MakeLittleCmsEvaluator(*chain, source, *destination) : platform::MakeGamutTest(*chain, source);
-        slot.store(evaluator.get(), std::memory_order_release);
-        return evaluator.release();
-    }
-
-    static constexpr std::size_t kGamutColumn = PixelFormat::kCount;
-
-    const std::unique_ptr<ProfileChain> chain;
-    std::mutex making;
-    std::array<std::array<std::atomic<const PixelEvaluator*>, PixelFormat::kCount + 1>, PixelFormat::kCount> evaluators = {};
+    /// Shared by all transforms of the same content.
+    const std::shared_ptr<ChainEvaluators> chain;
 };
 
 namespace {
@@ -115,16 +90,27 @@ constexpr PixelFormat UsualFormat(PixelFormat::Depth depth, std::size_t channels
     return {depth, channels == 3 ? fourth : PixelFormat::kNone};
 }
 
-bool MakeUsualEvaluators(ColorSyncTransform* transform) {
-    const std::size_t from = transform->chain->SourceChannels();
-    const std::size_t to = transform->chain->DestinationChannels();
+bool MakeUsualEvaluators(ChainEvaluators* chain) {
+    const std::size_t from = chain->Chain().SourceChannels();
+    const std::size_t to = chain->Chain().DestinationChannels();
     const PixelFormat from16 = UsualFormat(PixelFormat::k16Bit, from);
     const PixelFormat to16 = UsualFormat(PixelFormat::k16Bit, to);
-    if (!transform->Evaluator(from16, to16)) return false;
-    transform->Evaluator(from16, UsualFormat(PixelFormat::k8Bit, to));
-    transform->Evaluator(UsualFormat(PixelFormat::k8Bit, from), to16);
-    transform->Evaluator(from16, std::nullopt);
+    if (!chain->Evaluator(from16, to16)) return false;
+    chain->Evaluator(from16, UsualFormat(PixelFormat::k8Bit, to));
+    chain->Evaluator(UsualFormat(PixelFormat::k8Bit, from), to16);
+    chain->Evaluator(from16, std::nullopt);
     return true;
+}
+
+/// The evaluators for the steps, those made before where there are some. Null when the steps cannot be linked.
+std::shared_ptr<ChainEvaluators> EvaluatorsOf(const std::vector<ChainStep>& steps) {
+    if (auto kept = platform::KeptChains().Find(steps)) return *kept;
+    std::unique_ptr<ProfileChain> chain = ProfileChain::Create(steps);
+    if (!chain) return nullptr;
+    auto evaluators = std::make_shared<ChainEvaluators>(std::move(chain));
+    if (!MakeUsualEvaluators(evaluators.get())) return nullptr;
+    platform::KeptChains().Add(steps, evaluators, platform::EstimatedBytes(steps));
+    return evaluators;
 }
 
 /// Whether `height` rows of `bytesPerRow` bytes hold `rowBytes` each and can be addressed at all.
@@ -140,7 +126,7 @@ const char* platform::EvaluatorName(ColorSyncTransformRef transform, ColorSyncDa
     const std::optional<PixelFormat> source = PixelFormat::Of(srcDepth, srcLayout);
     const std::optional<PixelFormat> destination = PixelFormat::Of(dstDepth, dstLayout);
     if (!source || (!destination && dstDepth != kColorSync1BitGamut)) return nullptr;
-    const PixelEvaluator* evaluator = transform->Evaluator(*source, destination);
+    const PixelEvaluator* evaluator = transform->chain->Evaluator(*source, destination);
     return evaluator ? evaluator->Name() : nullptr;
 }
 
@@ -161,10 +147,8 @@ ColorSyncTransformRef ColorSyncTransformCreate(CFArrayRef profileSequence, CFDic
             if (!step) return nullptr;
             steps.push_back(*step);
         }
-        std::unique_ptr<ProfileChain> chain = ProfileChain::Create(steps);
-        if (!chain) return nullptr;
-        auto transform = std::make_unique<ColorSyncTransform>(std::move(chain));
-        return MakeUsualEvaluators(transform.get()) ? transform.release() : nullptr;
+        std::shared_ptr<ChainEvaluators> chain = EvaluatorsOf(steps);
+        return chain ? platform::NewObject<ColorSyncTransform>(std::move(chain)) : nullptr;
     });
 }
 
@@ -178,16 +162,16 @@ bool ColorSyncTransformConvert(ColorSyncTransformRef transform, size_t width, si
     if (width == 0 || height == 0) return true;
 
     std::size_t srcRowBytes, dstRowBytes;
-    if (__builtin_mul_overflow(width, source->PixelBytes(transform->chain->SourceChannels()), &srcRowBytes)) return false;
+    if (__builtin_mul_overflow(width, source->PixelBytes(transform->chain->Chain().SourceChannels()), &srcRowBytes)) return false;
     if (wantsGamut) {
         dstRowBytes = width / 8 + (width % 8 != 0 ? 1 : 0);
-    } else if (__builtin_mul_overflow(width, destination->PixelBytes(transform->chain->DestinationChannels()), &dstRowBytes)) {
+    } else if (__builtin_mul_overflow(width, destination->PixelBytes(transform->chain->Chain().DestinationChannels()), &dstRowBytes)) {
         return false;
     }
     if (!src || !dst || !Fits(height, srcRowBytes, srcBytesPerRow) || !Fits(height, dstRowBytes, dstBytesPerRow)) return false;
 
     return Guarded([&] {
-        const PixelEvaluator* evaluator = transform->Evaluator(*source, destination);
+        const PixelEvaluator* evaluator = transform->chain->Evaluator(*source, destination);
         if (!evaluator) return false;
         for (std::size_t row = 0; row < height; ++row) {
             evaluator->ConvertRow(static_cast<const UInt8*>(src) + row * srcBytesPerRow, static_cast<UInt8*>(dst) + row * dstBytesPerRow, width);

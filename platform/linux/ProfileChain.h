@@ -12,9 +12,15 @@
 namespace platform {
 
 struct ChainStep {
-    std::shared_ptr<const std::vector<std::uint8_t>> profile;
+    std::shared_ptr<const std::vector<std::uint8_t>> profile;  // never null where chains are made or compared
     cmsUInt32Number intent = INTENT_PERCEPTUAL;
     bool blackPointCompensation = false;
+
+    /// By content.
+    bool operator==(const ChainStep& other) const {
+        return intent == other.intent && blackPointCompensation == other.blackPointCompensation &&
+               (profile == other.profile || *profile == *other.profile);
+    }
 };
 
 /// Making transforms reads the profiles: one thread at a time. What was made is independent of that.

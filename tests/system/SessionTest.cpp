@@ -257,7 +257,7 @@ TEST_F(Session, ThreadsMatchWhileAnotherProcessChangesSettings) {
         });
     }
     Words changes;
-    for (size_t i = 0; i < 50; ++i) changes.insert(changes.end(), {"monitor", monitors[(i + 1) % 2]});
+    for (size_t i = 0; i < 500; ++i) changes.insert(changes.end(), {"monitor", monitors[(i + 1) % 2]});
     changes.insert(changes.end(), {"monitor", monitors[1]});
     const GPid other = Other(changes);
     int status = 0;

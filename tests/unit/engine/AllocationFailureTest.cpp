@@ -142,8 +142,10 @@ TEST(AllocationFailure, EveryKindOfCurveReportsItAndGivesNoTable) {
 }
 
 TEST(AllocationFailure, NoMemoryForAProfilesBytesIsReported) {
+    const TemporaryFolder folder;  // a file that was read before is not read again
+    const std::string monitor = folder.Write("monitor.icc", MatrixMonitor(CurvTag({563})).Make());
     sDataObjectsFail = true;
-    const Loaded loaded = Load({kSRGBMonitor, kCMYKPrinter});
+    const Loaded loaded = Load({monitor, kCMYKPrinter});
     sDataObjectsFail = false;
     EXPECT_EQ(loaded.data, nullptr);
     EXPECT_EQ(loaded.status, -108);

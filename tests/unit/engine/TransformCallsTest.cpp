@@ -101,6 +101,11 @@ namespace {
 
 class TransformCalls : public testing::Test {
 protected:
+    /// The library's own profile is read here, so that what a test counts does not depend on the tests before it.
+    void SetUp() override {
+        Load({kSRGBMonitor, kSRGBMonitor});
+        TearDown();
+    }
     void TearDown() override {
         sCreations.clear();
         sProfiles.clear();

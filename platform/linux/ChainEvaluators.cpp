@@ -1,0 +1,37 @@
+#include "platform/linux/ChainEvaluators.h"
+
+#include "platform/linux/GamutTest.h"
+#include "platform/linux/LittleCmsEvaluator.h"
+
+namespace platform {
+
+ChainEvaluators::~ChainEvaluators() {
+    for (auto& row : evaluators_) {
+        for (auto& evaluator : row) delete evaluator.load();
+    }
+}
+
+const PixelEvaluator* ChainEvaluators::Evaluator(PixelFormat source, std::optional<PixelFormat> destination) {
+    std::atomic<const PixelEvaluator*>& slot = evaluators_[source.Index()][destination ? destination->Index() : kGamutColumn];
+    if (const PixelEvaluator* made = slot.load(std::memory_order_acquire)) return made;
+    const std::lock_guard lock(making_);
+    if (const PixelEvaluator* made = slot.load(std::memory_order_relaxed)) return made;
+    std::unique_ptr<PixelEvaluator> evaluator = destination ? MakeLittleCmsEvaluator(*chain_, source, *destination) : MakeGamutTest(*chain_, source);
+    slot.store(evaluator.get(), std::memory_order_release);
+    return evaluator.release();
+}
+
+// Lives to the end of the process: threads may still be converting when it ends.
+RecentlyUsed<std::vector<ChainStep>, std::shared_ptr<ChainEvaluators>>& KeptChains() {
+    static auto* const chains = new RecentlyUsed<std::vector<ChainStep>, std::shared_ptr<ChainEvaluators>>(12, std::size_t{256} << 20);
+    return *chains;
+}
+
+std::size_t EstimatedBytes(const std::vector<ChainStep>& steps) {
+    constexpr std::size_t kEach = std::size_t{64} << 10;
+    std::size_t bytes = 0;
+    for (const ChainStep& step : steps) bytes += kEach + 4 * step.profile->size();
+    return bytes;
+}
+
+}  // namespace platform
