@@ -60,7 +60,9 @@ std::string GeneralHelp() {
         "  --device DEVICE     gamut: monitor (default) or printer\n"
         "  --quiet             no summary line\n"
         "  --help              this text; orlo COMMAND --help tells about one command\n"
-        "  --version           the version\n";
+        "  --version           the version\n"
+        "\n"
+        "orlo calibration save|verify|install [FILE] keeps the ramps of the displays; orlo calibration --help tells more\n";
     return text;
 }
 
@@ -104,4 +106,15 @@ std::string WatchHelp() {
            "Opens a matching session and prints a line for each changed setting and each rebuild, until it is interrupted.\n"
            "\n"
            "  --json   each line is a JSON object\n";
+}
+
+std::string CalibrationHelp() {
+    return "Usage: orlo calibration save|verify|install [FILE]\n"
+           "\n"
+           "  save       writes the ramps that the displays have now, with each display's depth and place, as a calibration document\n"
+           "  verify     tells whether a document is whole, and whether the displays are those that it was made for\n"
+           "  install    loads a document's ramps into the displays that are connected\n"
+           "\n"
+           "Without FILE it is the document that hosts load when they start: \"Orlo Monitor Calibration\" in the user's preferences folder.\n"
+           "install then gives every display its system ramp first.\n";
 }

@@ -8,3 +8,4 @@ std::string GeneralHelp();
 std::string CommandHelp(Operation operation);
 std::string SettingsHelp();
 std::string WatchHelp();
+std::string CalibrationHelp();

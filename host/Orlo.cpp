@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "host/CalibrationCommand.h"
 #include "host/CommandLine.h"
 #include "host/Complaint.h"
 #include "host/Conversion.h"
@@ -184,7 +185,12 @@ int Complain(const Complaint& complaint) {
 
 int main(int argumentCount, char** arguments) {
     try {
-        const auto wish = ReadCommandLine({arguments + 1, static_cast<std::size_t>(std::max(argumentCount, 1) - 1)});
+        const std::span<char* const> given(arguments + 1, static_cast<std::size_t>(std::max(argumentCount, 1) - 1));
+        if (!given.empty() && std::string_view(given.front()) == "calibration") {
+            RunCalibrationCommand(given.subspan(1));
+            return 0;
+        }
+        const auto wish = ReadCommandLine(given);
         if (const Answer* answer = std::get_if<Answer>(&wish)) {
             std::fputs(answer->text.c_str(), stdout);
             return 0;

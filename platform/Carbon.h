@@ -1,9 +1,10 @@
 #pragma once
 
-/// File references, forks, alias records, relocatable memory blocks.
+/// File references, forks, folders, resource files, alias records, relocatable memory blocks.
 ///
-/// Status codes are the classic ones: 0 done, -35 no such volume, -36 input/output (also links that lead in a circle), -39 end of file,
-/// -42 too many open files, -43 file not found, -50 parameter, -51 no open fork, -54 permission, -108 out of memory, -109 null block,
+/// Status codes are the classic ones: 0 done, -35 no such volume, -36 input/output (also links that lead in a circle), -37 bad name, -39 end of
+/// file, -42 too many open files, -43 file not found, -48 file exists, -50 parameter, -51 no open fork, -54 permission, -108 out of memory,
+/// -109 null block, -192 no such resource, -193 no such resource file, -194 resource cannot be added, -199 damaged resource file,
 /// -1302 no plain file, -1409 no such fork.
 
 #include "platform/CoreFoundation.h"
@@ -55,7 +56,7 @@ typedef struct HFSUniStr255 {
 } HFSUniStr255;
 
 typedef int FSIORefNum;
-enum { fsRdPerm = 1, fsFromStart = 1 };
+enum { fsRdPerm = 1, fsRdWrPerm = 3, fsFromStart = 1 };
 
 /// True when the URL names an existing file or folder.
 CM_EXPORT Boolean CFURLGetFSRef(CFURLRef url, FSRef* ref);
@@ -64,12 +65,64 @@ CM_EXPORT CFURLRef CFURLCreateFromFSRef(CFAllocatorRef allocator, const FSRef* r
 
 /// The data fork's name: empty.
 CM_EXPORT OSErr FSGetDataForkName(HFSUniStr255* name);
-/// Opens a plain file for reading: the data fork only, `permissions` fsRdPerm only. Never waits for a pipe or a device: those are -1302.
+/// "RESOURCE_FORK". A resource file is a plain file here, so that both forks of a file are the file itself.
+CM_EXPORT OSErr FSGetResourceForkName(HFSUniStr255* name);
+/// Opens a plain file for reading: one of the two forks, `permissions` fsRdPerm only. Never waits for a pipe or a device: those are -1302.
 CM_EXPORT OSErr FSOpenFork(const FSRef* ref, UniCharCount forkNameLength, const UniChar* forkName, SInt8 permissions, FSIORefNum* fork);
 CM_EXPORT OSErr FSGetForkSize(FSIORefNum fork, SInt64* size);
 /// -39 when the file ended before `requested` bytes; *actual tells how many came.
 CM_EXPORT OSErr FSReadFork(FSIORefNum fork, UInt16 positionMode, SInt64 positionOffset, unsigned long requested, void* buffer, unsigned long* actual);
 CM_EXPORT OSErr FSCloseFork(FSIORefNum fork);
+
+typedef SInt16 FSVolumeRefNum;
+typedef UInt32 TextEncoding;
+enum { kUserDomain = -32763, kPreferencesFolderType = 0x70726566 /* 'pref' */ };
+
+/// A reference to what stands in a folder under a name; -43 when nothing does, -37 for what cannot be a name. The hint is not looked at.
+CM_EXPORT OSErr FSMakeFSRefUnicode(const FSRef* folder, UniCharCount nameLength, const UniChar* name, TextEncoding hint, FSRef* ref);
+/// The user's preferences folder, $XDG_CONFIG_HOME or ~/.config; -43 when it is not there, or for another kind of folder, -35 for another domain.
+///
+/// createFolder   true: a folder that is not there is made, private to the user
+CM_EXPORT OSErr FSFindFolder(FSVolumeRefNum domain, OSType folderType, Boolean createFolder, FSRef* folder);
+
+// ---- resource files (one thread at a time) ----
+
+typedef OSType ResType;
+typedef SInt16 ResID;
+typedef SInt16 ResourceCount;
+typedef FSIORefNum ResFileRefNum;
+typedef const unsigned char* ConstStr255Param;
+typedef UInt32 FSCatalogInfoBitmap;
+typedef struct FSCatalogInfo FSCatalogInfo;
+typedef struct FSSpec* FSSpecPtr;
+
+/// Makes a resource file without resources; -48 when something stands there already. Only 0 and null are allowed for the information, and
+/// only the resource fork's name. `file` may be null.
+CM_EXPORT OSErr FSCreateResourceFile(const FSRef* folder, UniCharCount nameLength, const UniChar* name, FSCatalogInfoBitmap whichInformation,
+                                     const FSCatalogInfo* information, UniCharCount forkNameLength, const UniChar* forkName, FSRef* file,
+                                     FSSpecPtr unused);
+/// Opens a resource file with fsRdPerm or fsRdWrPerm and makes it the current one. -1 on failure (see ResError); -199 there for a damaged file.
+CM_EXPORT ResFileRefNum FSOpenResFile(const FSRef* file, SInt8 permissions);
+/// Writes out what was added, closes the file, and disposes of the handles of its resources. When it was the current one, the file that was opened
+/// last among those still open becomes current.
+CM_EXPORT void CloseResFile(ResFileRefNum file);
+/// 0 when there is none.
+CM_EXPORT ResFileRefNum CurResFile(void);
+/// 0 means none.
+CM_EXPORT void UseResFile(ResFileRefNum file);
+/// The status of the calling thread's last call that is about resources.
+CM_EXPORT OSErr ResError(void);
+
+/// These work on the current file. A resource's handle belongs to the file: the same one each time, until it is released or the file closed.
+CM_EXPORT ResourceCount Count1Resources(ResType type);
+/// Null when there is no such resource (-192).
+CM_EXPORT Handle Get1Resource(ResType type, ResID id);
+/// Disposes of the handle, unless the resource was added and is not written yet; -192 for a handle that is no resource.
+CM_EXPORT void ReleaseResource(Handle resource);
+/// Makes a handle a resource; the file owns it unless this fails.
+///
+/// name   its length byte, then as many bytes
+CM_EXPORT void AddResource(Handle data, ResType type, ResID id, ConstStr255Param name);
 
 // ---- alias records ----
 

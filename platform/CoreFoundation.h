@@ -60,6 +60,7 @@ typedef struct __CFDictionary* CFMutableDictionaryRef;
 typedef const struct __CFURL* CFURLRef;
 typedef struct __CFError* CFErrorRef;
 typedef struct __CFBundle* CFBundleRef;
+typedef const struct __CFUUID* CFUUIDRef;
 
 typedef struct {
     CFIndex location;
@@ -219,6 +220,8 @@ CM_EXPORT CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef alloca
 /// Null for text that holds what must be percent-encoded in a URL. Without a scheme it is resolved against the base.
 CM_EXPORT CFURLRef CFURLCreateWithString(CFAllocatorRef allocator, CFStringRef text, CFURLRef base);
 CM_EXPORT CFURLRef CFURLCreateCopyAppendingPathComponent(CFAllocatorRef allocator, CFURLRef url, CFStringRef component, Boolean isDirectory);
+/// The folder that holds it; "/" is its own. Null for a URL that is no file URL.
+CM_EXPORT CFURLRef CFURLCreateCopyDeletingLastPathComponent(CFAllocatorRef allocator, CFURLRef url);
 CM_EXPORT CFStringRef CFURLGetString(CFURLRef url);
 /// Without a trailing slash but for "/". Null for a URL that is no file URL, and for a path that is not UTF-8.
 CM_EXPORT CFStringRef CFURLCopyFileSystemPath(CFURLRef url, CFURLPathStyle style);
@@ -226,6 +229,42 @@ CM_EXPORT CFStringRef CFURLCopyFileSystemPath(CFURLRef url, CFURLPathStyle style
 CM_EXPORT CFStringRef CFURLCopyLastPathComponent(CFURLRef url);
 /// Writes the native path and a terminating 0; false for a URL that is no file URL, or when it does not fit.
 CM_EXPORT Boolean CFURLGetFileSystemRepresentation(CFURLRef url, Boolean resolveAgainstBase, UInt8* buffer, CFIndex bufferSize);
+
+// ---- properties of files, bookmarks ----
+
+typedef CFOptionFlags CFURLBookmarkResolutionOptions;
+enum { kCFURLBookmarkResolutionWithoutUIMask = 1 << 8 };
+
+/// A number: the length of a plain file. Other objects have none.
+CM_EXPORT_DATA extern const CFStringRef kCFURLFileSizeKey;
+/// A string: the name as shown to users.
+CM_EXPORT_DATA extern const CFStringRef kCFURLLocalizedNameKey;
+/// A boolean: whether it is an alias file, which is a symbolic link here.
+CM_EXPORT_DATA extern const CFStringRef kCFURLIsAliasFileKey;
+/// Equal for two URLs exactly when they name the same existing object; good as long as the object exists.
+CM_EXPORT_DATA extern const CFStringRef kCFURLFileResourceIdentifierKey;
+
+/// Writes the property's value (a CFTypeRef that the caller owns) to *value: of a link itself, not of what it leads to. True with null for a
+/// property that such an object does not have, or that is not known here. False with an error when nothing stands there; `error` may be null.
+CM_EXPORT Boolean CFURLCopyResourcePropertyForKey(CFURLRef url, CFStringRef key, void* value, CFErrorRef* error);
+
+/// A persistent reference to what an alias file leads to; null when it leads nowhere, or for a file that is none.
+CM_EXPORT CFDataRef CFURLCreateBookmarkDataFromFile(CFAllocatorRef allocator, CFURLRef file, CFErrorRef* error);
+/// Null when the object is not found. No base, and no properties to include; `isStale` (may be null) tells that it is at another path now.
+CM_EXPORT CFURLRef CFURLCreateByResolvingBookmarkData(CFAllocatorRef allocator, CFDataRef bookmark, CFURLBookmarkResolutionOptions options,
+                                                      CFURLRef relativeTo, CFArrayRef properties, Boolean* isStale, CFErrorRef* error);
+
+// ---- unique identifiers ----
+
+typedef struct {
+    UInt8 byte0, byte1, byte2, byte3, byte4, byte5, byte6, byte7, byte8, byte9, byte10, byte11, byte12, byte13, byte14, byte15;
+} CFUUIDBytes;
+
+CM_EXPORT CFTypeID CFUUIDGetTypeID(void);
+CM_EXPORT CFUUIDRef CFUUIDCreateFromUUIDBytes(CFAllocatorRef allocator, CFUUIDBytes bytes);
+CM_EXPORT CFUUIDBytes CFUUIDGetUUIDBytes(CFUUIDRef uuid);
+/// "68753A44-4D6F-1226-9C60-0050E4C00067".
+CM_EXPORT CFStringRef CFUUIDCreateString(CFAllocatorRef allocator, CFUUIDRef uuid);
 
 // ---- errors ----
 

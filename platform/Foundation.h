@@ -17,4 +17,25 @@ void RunLoopPerform(void (*work)(void*), void* context, void (*release)(void*));
 /// a helper program of their own beside the library; where nothing can be shown, the texts go to standard error.
 void RunWarningAlert(CFStringRef message, CFStringRef informative, CFStringRef button);
 
+// ---- files; null URLs and those of no file fail, *error (where `error` is not null) is the caller's to release ----
+
+/// Makes a private folder on the target's volume, from which a file can be moved over the target in one step. The caller removes it.
+CFURLRef CreateItemReplacementFolder(CFURLRef target, CFErrorRef* error);
+/// Moves an item over the target in one step, on disk when it returns; one that was there is gone then, and its permissions, owner and extended
+/// attributes are the new one's. On failure the target is as it was.
+bool ReplaceItem(CFURLRef target, CFURLRef replacement, CFErrorRef* error);
+/// Removes a file, a link itself, or a folder with all it holds. False when nothing was there, or not all could be removed.
+bool RemoveItem(CFURLRef item);
+/// Writes a whole file or nothing, on disk when it returns.
+bool WriteDataAtomically(CFDataRef data, CFURLRef file);
+CFDataRef CreateDataWithContents(CFURLRef file);
+
+/// Of a link itself, not of what it leads to.
+bool IsRegularFile(CFURLRef item);
+bool IsDirectory(CFURLRef item);
+/// 0 for what is no plain file.
+int64_t FileSize(CFURLRef item);
+/// Whether an existing item lies inside one of the user's trash folders; the trash folder itself does not.
+bool TrashContains(CFURLRef item);
+
 }  // namespace platform

@@ -1,6 +1,10 @@
 #pragma once
 
-/// The short lock, and which thread is the main one.
+/// The short lock, which thread is the main one, file calls, type and creator of files.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/Export.h"
 
@@ -8,9 +12,12 @@
 
 #include <libkern/OSAtomic.h>
 #include <pthread.h>
+#include <sys/attr.h>
+#include <sys/vnode.h>
 
 #elif defined(__linux__)
 
+#include <stddef.h>
 #include <stdint.h>
 
 CM_C_BEGIN
@@ -21,6 +28,28 @@ typedef int32_t OSSpinLock;
 
 void OSSpinLockLock(volatile OSSpinLock* lock);
 void OSSpinLockUnlock(volatile OSSpinLock* lock);
+
+/// Which attributes of a file system object are asked for: only the two below, the others 0.
+struct attrlist {
+    uint16_t bitmapcount;  // ATTR_BIT_MAP_COUNT
+    uint16_t reserved;
+    uint32_t commonattr;
+    uint32_t volattr;
+    uint32_t dirattr;
+    uint32_t fileattr;
+    uint32_t forkattr;
+};
+#define ATTR_BIT_MAP_COUNT 5
+#define ATTR_CMN_OBJTYPE 0x00000008
+#define ATTR_CMN_FNDRINFO 0x00004000
+enum { VNON = 0, VREG = 1, VDIR = 2 };
+
+/// Writes the bytes' count (4), the object's type (VREG, VDIR, VNON for others; 4) and the Finder information (32: file type, creator, 24 further
+/// bytes, which are 0 here), those that are asked for; links are followed. Type and creator are kept in an extended attribute of the file.
+/// 0, or -1 with errno.
+int getattrlist(const char* path, void* attributes, void* buffer, size_t size, unsigned options);
+/// Stores type and creator, the first 8 of the 32 bytes of Finder information. ENOTSUP where the volume keeps no extended attributes.
+int setattrlist(const char* path, void* attributes, void* buffer, size_t size, unsigned options);
 
 /// 1 on the process's first thread, else 0.
 int pthread_main_np(void);

@@ -2,9 +2,13 @@
 
 /// Everything a host of the colour-matching library needs.
 
+#include "Misc/CFURLFileAccess.h"
 #include "appearance/AppearanceDescriptor.h"
 #include "appearance/PixelMapping.h"
 #include "appearance/ViewingConditions.h"
+#include "calibration/Displays.h"
+#include "calibration/GammaTable.h"
+#include "calibration/MonitorCalibration.h"
 #include "colour/ChromaticAdaptation.h"
 #include "colour/FixedPoint.h"
 #include "colour/MatrixArithmetic.h"
@@ -19,6 +23,7 @@
 #include "platform/Carbon.h"
 #include "platform/ColorSync.h"
 #include "platform/CoreFoundation.h"
+#include "platform/Displays.h"
 #include "profile/CurveSampling.h"
 #include "profile/ProfileHeader.h"
 #include "profile/ProfileLoading.h"
@@ -34,6 +39,7 @@
 #include "settings/ProfileLocations.h"
 
 #ifdef __cplusplus
+#include "Misc/SafeSaver.h"
 #include "colour/ColourDifferences.h"
 #include "colour/ColourValues.h"
 #endif

@@ -1,7 +1,7 @@
 #pragma once
 
-/// What file references are made of, shared by forks and alias records. Paths are absolute, with the links in the folder part
-/// resolved and a link as the last component kept: a reference can name a link itself.
+/// What file references are made of, shared by forks, resource files and alias records. Paths are absolute, with the links in the folder
+/// part resolved and a link as the last component kept: a reference can name a link itself.
 
 #include <string>
 
@@ -15,5 +15,7 @@ OSErr StatusFromErrno(int error);
 OSErr RefFromPath(const std::string& path, FSRef* ref);
 /// The path of a reference, whatever stands there now; -50 for a reference that was never filled, -43 when nothing stands there.
 OSErr PathFromRef(const FSRef* ref, std::string& path);
+/// The path of a name in a folder, whether anything stands there or not; -37 for what no file here can be called.
+OSErr PathInFolder(const FSRef* folder, UniCharCount nameLength, const UniChar* name, std::string& path);
 
 }  // namespace platform

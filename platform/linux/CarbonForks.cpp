@@ -1,4 +1,4 @@
-// Reading a file's data fork, which is the file itself.
+// Reading a file's forks, which are both the file itself.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
+#include <string_view>
 
 #include "platform/linux/CarbonFiles.h"
 
@@ -20,6 +21,12 @@ constexpr OSErr kPermission = -54;
 constexpr OSErr kNotAFile = -1302;
 constexpr OSErr kNoSuchFork = -1409;
 constexpr unsigned long kLargestRead = 1UL << 30;  // the kernel takes just under 2 GiB a call
+
+constexpr std::u16string_view kResourceForkName = u"RESOURCE_FORK";
+
+bool IsResourceForkName(UniCharCount length, const UniChar* name) {
+    return name && std::equal(name, name + length, kResourceForkName.begin(), kResourceForkName.end());
+}
 
 OSErr Open(const FSRef* ref, FSIORefNum* fork) {
     std::string path;
@@ -49,9 +56,16 @@ OSErr FSGetDataForkName(HFSUniStr255* name) {
     return 0;
 }
 
-OSErr FSOpenFork(const FSRef* ref, UniCharCount forkNameLength, const UniChar*, SInt8 permissions, FSIORefNum* fork) try {
+OSErr FSGetResourceForkName(HFSUniStr255* name) {
+    if (!name) return kParameter;
+    name->length = static_cast<UInt16>(kResourceForkName.size());
+    std::copy(kResourceForkName.begin(), kResourceForkName.end(), name->unicode);
+    return 0;
+}
+
+OSErr FSOpenFork(const FSRef* ref, UniCharCount forkNameLength, const UniChar* forkName, SInt8 permissions, FSIORefNum* fork) try {
     if (!ref || !fork) return kParameter;
-    if (forkNameLength != 0) return kNoSuchFork;
+    if (forkNameLength != 0 && !IsResourceForkName(forkNameLength, forkName)) return kNoSuchFork;
     if (permissions != fsRdPerm) return kPermission;
     return Open(ref, fork);
 } catch (...) {

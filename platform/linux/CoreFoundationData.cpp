@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -26,12 +27,14 @@ Bytes NewBytes(CFIndex length) {
 
 struct __CFData : Object {
     __CFData(Bytes ownBytes, CFIndex ownLength, CFIndex ownCapacity, bool canChange)
-        : Object(kDataClass), bytes(std::move(ownBytes)), length(ownLength), capacity(ownCapacity), isMutable(canChange) {}
+        : Object(kDataClass), bytes(std::move(ownBytes)), length(ownLength), capacity(ownCapacity), greatestLength(ownLength), isMutable(canChange) {}
 
     Bytes bytes;
     CFIndex length;
     /// Of `bytes` from the start where there is one; 0: unlimited.
     CFIndex capacity;
+    /// The greatest length so far; with a capacity, the bytes behind it were never handed out and are still 0.
+    CFIndex greatestLength;
     bool isMutable;
 };
 
@@ -89,7 +92,10 @@ void CFDataSetLength(CFMutableDataRef data, CFIndex length) {
         static_cast<void>(data->bytes.release());
         data->bytes.reset(static_cast<UInt8*>(moved));
     }
-    if (length > data->length) std::memset(data->bytes.get() + data->length, 0, static_cast<size_t>(length - data->length));
+    // A great length costs no memory before it is written to.
+    const CFIndex end = data->capacity == 0 ? length : std::min(length, data->greatestLength);
+    if (end > data->length) std::memset(data->bytes.get() + data->length, 0, static_cast<size_t>(end - data->length));
+    data->greatestLength = std::max(length, data->greatestLength);
     data->length = length;
 }
 

@@ -227,6 +227,11 @@ CFURLRef CFURLCreateCopyAppendingPathComponent(CFAllocatorRef, CFURLRef url, CFS
     });
 }
 
+CFURLRef CFURLCreateCopyDeletingLastPathComponent(CFAllocatorRef, CFURLRef url) {
+    if (!url->isFile) return nullptr;
+    return Guarded([&] { return NewFileURL(url->path.substr(0, std::max<size_t>(url->path.rfind('/'), 1)), true); });
+}
+
 CFStringRef CFURLGetString(CFURLRef url) {
     return url->string;
 }

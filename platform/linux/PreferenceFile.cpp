@@ -83,18 +83,18 @@ bool SyncFolderOf(const std::string& file) {
 
 }  // namespace
 
-PreferencePlace FindPreferencePlace(const std::string& application) {
-    if (application.empty() || application[0] == '.' || application.find('/') != std::string::npos) return {};
+std::string ConfigurationFolder() {
     // Read each time: GLib's own answer is fixed at the first call.
     const char* const configured = getenv("XDG_CONFIG_HOME");
-    std::string folder;
-    if (configured && configured[0] == '/') {
-        folder = configured;
-    } else {
-        const char* const home = g_get_home_dir();
-        if (!home || home[0] != '/') return {};
-        folder = std::string(home) + "/.config";
-    }
+    if (configured && configured[0] == '/') return configured;
+    const char* const home = g_get_home_dir();
+    return home && home[0] == '/' ? std::string(home) + "/.config" : std::string();
+}
+
+PreferencePlace FindPreferencePlace(const std::string& application) {
+    if (application.empty() || application[0] == '.' || application.find('/') != std::string::npos) return {};
+    const std::string folder = ConfigurationFolder();
+    if (folder.empty()) return {};
     return {folder + "/" + application, "preferences." + MachineName() + ".plist"};
 }
 

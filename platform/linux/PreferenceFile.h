@@ -8,6 +8,9 @@
 
 namespace platform {
 
+/// $XDG_CONFIG_HOME, or else ~/.config; empty when neither is an absolute path.
+std::string ConfigurationFolder();
+
 /// Where an application's settings stand: $XDG_CONFIG_HOME/<application>/preferences.<machine>.plist. An application's name is one path
 /// component; another one gives empty strings.
 struct PreferencePlace {

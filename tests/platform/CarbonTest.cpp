@@ -288,14 +288,14 @@ TEST_F(DataFork, IsOpenedForReadingOnlyAndOfPlainFilesOnly) {
         SInt8 permissions;
     } rows[] = {
         {file, 0, "for writing", -54, 3},
-        {file, 13, "the resource fork", -1409, fsRdPerm},
+        {file, 13, "a fork of another name", -1409, fsRdPerm},
         {NewRef(At("sub")), 0, "a folder", -1302, fsRdPerm},
         {NewRef(At("pipe")), 0, "a pipe, without waiting for a writer", -1302, fsRdPerm},
         {NewRef("/dev/null"), 0, "a device", -1302, fsRdPerm},
         {NewRef(At("dangling")), 0, "a link that leads nowhere", -43, fsRdPerm},
         {NewRef(At("loop")), 0, "a link to itself", -36, fsRdPerm},
     };
-    const UniChar name[] = {'R', 'E', 'S', 'O', 'U', 'R', 'C', 'E', '_', 'F', 'O', 'R', 'K'};
+    const UniChar name[] = {'R', 'E', 'S', 'O', 'U', 'R', 'C', 'E', '_', 'F', 'O', 'R', 'X'};
     for (const auto& row : rows) {
         FSIORefNum fork = -7;
         EXPECT_EQ(FSOpenFork(&row.ref, row.nameLength, name, row.permissions, &fork), row.status) << row.what;
