@@ -82,25 +82,26 @@ struct Devices {
     std::optional<StoredConditions> conditions;
 };
 
+/// The path of a stored profile that the command needs.
+std::string StoredPathFor(const char* place, const StoredProfile& stored, const std::string& command) {
+    const std::string name = place;
+    const std::string right = "add --" + name + " PROFILE, or store one with orlo settings set " + name + "-profile PROFILE";
+    if (!stored.isStored) throw Complaint{command, "no " + name + " profile is given, and none is stored", right};
+    if (stored.path.empty()) throw Complaint{command, "the stored " + name + " profile cannot be found", right};
+    return stored.path;
+}
+
 /// A profile that is not given comes from the store, and with it everything else that a session takes from there.
 Devices ChooseDevices(const Request& request) {
     std::string monitor = request.monitor, printer = request.printer, proofer = request.proofer;
     std::optional<StoredConditions> conditions;
     if (monitor.empty() || printer.empty()) {
+        const std::string command(OperationName(request.operation));
         const StoredProfiles stored = ReadStoredProfiles();
-        if (monitor.empty()) monitor = stored.monitor;
-        if (printer.empty()) printer = stored.printer;
-        if (proofer.empty()) proofer = stored.proofer;
+        if (monitor.empty()) monitor = StoredPathFor("monitor", stored.monitor, command);
+        if (printer.empty()) printer = StoredPathFor("printer", stored.printer, command);
+        if (proofer.empty() && stored.proofer.isStored) proofer = StoredPathFor("proofer", stored.proofer, command);
         conditions = ReadStoredConditions();
-    }
-    const std::string command(OperationName(request.operation));
-    if (monitor.empty()) {
-        throw Complaint{command, "no monitor profile is given, and none is stored",
-                        "add --monitor PROFILE, or store one with orlo settings set monitor-profile PROFILE"};
-    }
-    if (printer.empty()) {
-        throw Complaint{command, "no printer profile is given, and none is stored",
-                        "add --printer PROFILE, or store one with orlo settings set printer-profile PROFILE"};
     }
     Devices devices{ChooseMonitor(monitor), ChoosePrinter(printer), std::nullopt, conditions};
     if (!proofer.empty()) devices.proofer = ChooseProofer(proofer);

@@ -15,7 +15,7 @@ void List(bool json) {
     const std::vector<Setting> settings = ReadSettings();
     if (!json) {
         for (const Setting& setting : settings) {
-            std::printf("%-18s  %s%s\n", setting.name, setting.value.Words().c_str(), setting.isStored ? "" : "  (not stored)");
+            std::printf("%-18s  %s%s\n", setting.name, setting.value.Line().c_str(), setting.isStored ? "" : "  (not stored)");
         }
         return;
     }

@@ -278,6 +278,15 @@ std::string SettingValue::Json() const {
     return "null";
 }
 
+std::string SettingValue::Line() const {
+    std::string line = Words();
+    for (char& c : line) {
+        const auto code = static_cast<unsigned char>(c);
+        if (code < 0x20 || code == 0x7f) c = '?';
+    }
+    return line;
+}
+
 std::vector<Setting> ReadSettings() {
     std::vector<Setting> settings;
     for (const Row& row : kRows)
@@ -319,8 +328,9 @@ StoredConditions ReadStoredConditions() {
 }
 
 StoredProfiles ReadStoredProfiles() {
-    return {StoredPath("Monitor Profile"), StoredPath("Printer Profile"),
-            GetBooleanPreference(Key("Use Proofer Profile"), false) ? StoredPath("Proofer Profile") : std::string()};
+    const auto read = [](const char* key) { return StoredProfile{IsStored(key), StoredPath(key)}; };
+    return {read("Monitor Profile"), read("Printer Profile"),
+            GetBooleanPreference(Key("Use Proofer Profile"), false) ? read("Proofer Profile") : StoredProfile{}};
 }
 
 std::string JsonString(std::string_view text) {

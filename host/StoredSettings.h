@@ -20,6 +20,8 @@ struct SettingValue {
     std::string Words() const { return kind == kNothing ? "none" : text; }
     /// A JSON value: a string, a number, true or false, or null.
     std::string Json() const;
+    /// The same on one line: control characters of file names become '?'.
+    std::string Line() const;
     bool operator==(const SettingValue&) const = default;
 };
 
@@ -49,9 +51,14 @@ struct SettingChange {
 /// Stores them all and tells every process; throws Complaint, with nothing stored, when one of them is not right.
 void ChangeSettings(std::span<const SettingChange> changes);
 
-/// The stored choice of profiles; an empty path where nothing is chosen or the file is gone.
+/// A stored choice of a profile.
+struct StoredProfile {
+    bool isStored = false;
+    std::string path;  // empty when nothing is stored, or when the file cannot be found
+};
 struct StoredProfiles {
-    std::string monitor, printer, proofer;
+    StoredProfile monitor, printer;
+    StoredProfile proofer;  // nothing stored while it is not in use
 };
 StoredProfiles ReadStoredProfiles();
 

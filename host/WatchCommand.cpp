@@ -22,7 +22,8 @@ public:
     }
 
     void Run() {
-        // Before anything is said to be watched.
+        // From now on an interrupt ends the loop, also one that comes before it runs.
+        for (const int number : {SIGINT, SIGTERM}) g_unix_signal_add(number, Stop, loop_);
         CMSSetChangeNotificationProc([](void* watch) { static_cast<Watch*>(watch)->TellChanges(); }, this);
         const OSErr status = OpenMatching(
             [](OSType, void* watch) {
@@ -35,7 +36,6 @@ public:
                             "set XDG_CONFIG_HOME or HOME to a folder that can be written"};
         }
         Keep(GetMatchingData());
-        for (const int number : {SIGINT, SIGTERM}) g_unix_signal_add(number, Stop, loop_);
         if (json_) {
             Print("\"event\": \"watching\", \"matching\": " + std::string(data_ ? "true" : "false"));
         } else {
@@ -64,7 +64,7 @@ private:
             if (json_) {
                 Print("\"event\": \"change\", \"setting\": " + JsonString(now[i].name) + ", \"from\": " + from.Json() + ", \"to\": " + to.Json());
             } else {
-                Print("change   " + std::string(now[i].name) + ": " + from.Words() + " -> " + to.Words());
+                Print("change   " + std::string(now[i].name) + ": " + from.Line() + " -> " + to.Line());
             }
         }
         settings_ = now;

@@ -68,11 +68,17 @@ std::string MachineName() {
     return gethostname(name, HOST_NAME_MAX) == 0 && name[0] != '\0' ? name : "localhost";
 }
 
-/// A file that is a link (kept in a folder of configuration files, say) is replaced where it points.
+/// A file that is a link (kept in a folder of configuration files, say) is replaced where it points, also where nothing stands yet.
 std::string RealFile(const PreferencePlace& place) {
     char* const resolved = realpath(place.File().c_str(), nullptr);
-    const std::string file = resolved ? resolved : place.File();
+    std::string file = resolved ? resolved : place.File();
     free(resolved);
+    char target[PATH_MAX];
+    const ssize_t length = resolved ? -1 : readlink(file.c_str(), target, sizeof target);
+    if (length > 0) {
+        const std::string text(target, static_cast<size_t>(length));
+        file = text[0] == '/' ? text : place.folder + "/" + text;
+    }
     return file;
 }
 

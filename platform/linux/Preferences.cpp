@@ -31,6 +31,11 @@ Domains& TheDomains() {
     return *domains;
 }
 
+/// The property list's keys end at a NUL: one inside would name another key.
+bool IsKey(const std::string& name) {
+    return name.find('\0') == std::string::npos;
+}
+
 /// Only the current user on the current host is kept here.
 bool IsOwnDomain(CFStringRef user, CFStringRef host) {
     return user && host && CFEqual(user, kCFPreferencesCurrentUser) && CFEqual(host, kCFPreferencesCurrentHost);
@@ -78,7 +83,7 @@ CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef applicatio
     return platform::Guarded([&]() -> CFPropertyListRef {
         const std::optional<std::string> name = platform::UTF8FromString(key);
         const std::optional<std::string> owner = platform::UTF8FromString(application);
-        if (!name || !owner || !IsOwnDomain(user, host)) return nullptr;
+        if (!name || !IsKey(*name) || !owner || !IsOwnDomain(user, host)) return nullptr;
         Domains& domains = TheDomains();
         const std::lock_guard<std::mutex> guard(domains.lock);
         Domain& domain = domains.byApplication[*owner];
@@ -95,7 +100,7 @@ void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef
     platform::Guarded([&] {
         const std::optional<std::string> name = platform::UTF8FromString(key);
         const std::optional<std::string> owner = platform::UTF8FromString(application);
-        if (!name || !owner || !IsOwnDomain(user, host)) return false;
+        if (!name || !IsKey(*name) || !owner || !IsOwnDomain(user, host)) return false;
         PlistNode node = platform::PlistFromObject(value);
         if (value && !node) return false;
         Domains& domains = TheDomains();

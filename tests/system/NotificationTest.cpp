@@ -234,6 +234,8 @@ TEST(Notifications, OfTheColourManagerBecomeDeviceNotifications) {
         }
         EXPECT_TRUE(state.WaitFor(states));
         EXPECT_TRUE(profiles.WaitFor(changes));
+        const auto told = static_cast<int>(states + changes);
+        for (const gint64 end = g_get_monotonic_time() + kPatience; sessionCalls < told && g_get_monotonic_time() < end;) TurnRunLoop(0.01);
         TurnRunLoop(0.05);
         EXPECT_EQ(state.heard.size(), states);
         EXPECT_EQ(profiles.heard.size(), changes);
@@ -283,7 +285,8 @@ TEST(NoCarrier, ASessionCannotBeOpened) {
     const TemporaryFolder folder;
     std::ofstream(folder / "file") << "a file where the folder should be";
     // Neither a bus nor a folder; no screen for the notice either.
-    EXPECT_EQ(RunProgram({"env", "-u", "DBUS_SESSION_BUS_ADDRESS", "-u", "XDG_CONFIG_HOME", "-u", "DISPLAY", "HOME=relative", sProgram, "nowhere"}), 0);
+    EXPECT_EQ(RunProgram({"env", "-u", "DBUS_SESSION_BUS_ADDRESS", "-u", "XDG_CONFIG_HOME", "-u", "DISPLAY", "HOME=relative", sProgram, "nowhere"}),
+              0);
     EXPECT_EQ(RunProgram({"env", "-u", "DBUS_SESSION_BUS_ADDRESS", "-u", "DISPLAY", "XDG_CONFIG_HOME=" + (folder / "good"), sProgram, "nowhere"}), 1);
 }
 

@@ -219,6 +219,40 @@ class StoredProfiles(SettingsCase):
             self.assertIn(f"none is stored; add {option}", done.stderr.decode())
             self.assertFalse(os.path.exists(self.path("out.png")))
 
+    def test_a_stored_profile_that_went_away_is_said(self):
+        self.set("monitor-profile", ADOBE_RGB, "printer-profile", rgb_printer(), "use-proofer", "on")
+        for place, source in (("proofer", cmyk_printer()), ("printer", rgb_printer()), ("monitor", ADOBE_RGB)):
+            with self.subTest(place):
+                path = self.path(f"{place}.icc")
+                shutil.copy(source, path)
+                self.set(f"{place}-profile", path)
+                self.assertEqual(self.matched("whole.png").returncode, 0)
+                os.remove(path)
+                done = self.matched("out.png")
+                self.assertEqual(done.returncode, 2)
+                self.assertIn(f"the stored {place} profile cannot be found; add --{place}", done.stderr.decode())
+                self.assertFalse(os.path.exists(self.path("out.png")))
+                # Not asked for once it is given.
+                if place != "proofer":
+                    self.assertEqual(self.matched("given.png", f"--{place}", source).returncode, 0)
+                self.set(f"{place}-profile", source)
+
+    def test_a_stored_proofer_counts_while_it_is_in_use(self):
+        self.set("monitor-profile", ADOBE_RGB, "printer-profile", rgb_printer(), "proofer-profile", cmyk_printer(), "flare", "0")
+
+        def proof(*options):
+            target = self.path("proof.png")
+            done = subprocess.run([OrloCommand.ORLO, "proof", photograph("coffee.png"), target, *options], capture_output=True, check=False)
+            self.assertEqual((done.returncode, done.stderr), (0, b""))
+            return self.read(target).samples
+
+        off = proof()
+        self.set("use-proofer", "on")
+        on = proof()
+        self.assertFalse(on == off)
+        self.set("use-proofer", "off")
+        self.assertTrue(proof("--proofer", cmyk_printer()) == on)
+
     def test_options_win_over_what_is_stored(self):
         self.set("monitor-profile", APPLE_RGB, "printer-profile", rgb_printer(), "flare", "0.5", "quality", "0")
         given = self.run_orlo("match", photograph("coffee.png"), "given.png", "--depth", "16")

@@ -275,11 +275,16 @@ TEST_F(PreferencesTest, BlocksListsAndDictionariesReturn) {
         CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFCopyStringDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
     CFDictionarySetValue(outer.Get(), Text("inner").Get(), inner.Get());
     CFDictionarySetValue(outer.Get(), Text("").Get(), kCFBooleanFalse);
+    const CFTypeRef members[3] = {kCFBooleanTrue, block.Get(), inner.Get()};
+    const Owned<CFArrayRef> list(CFArrayCreate(kCFAllocatorDefault, const_cast<const void**>(members), 3, &kCFTypeArrayCallBacks));
+    CFDictionarySetValue(outer.Get(), Text("list").Get(), list.Get());
+    Set("list", list.Get());
     Set("outer", outer.Get());
     Set("empty", empty.Get());
     ASSERT_TRUE(Synchronise());
     ASSERT_TRUE(Synchronise());
     EXPECT_TRUE(CFEqual(Get("outer").Get(), outer.Get()));
+    EXPECT_TRUE(CFEqual(Get("list").Get(), list.Get()));
     EXPECT_TRUE(CFEqual(Get("empty").Get(), empty.Get()));
 }
 
@@ -345,6 +350,39 @@ TEST_F(PreferencesTest, AFileBehindALinkIsReplacedThereAndADamagedOneIsKept) {
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), "damaged");
     EXPECT_TRUE(std::filesystem::is_symlink(File() + ".damaged-1"));
     EXPECT_EQ(GetInteger("after"), 5);
+}
+
+TEST_F(PreferencesTest, ALinkToNothingYetIsFilledWhereItPoints) {
+    std::filesystem::create_directories(std::filesystem::path(File()).parent_path());
+    for (const std::string& target : {folder_ + "/absolute.plist", std::string("relative.plist")}) {
+        std::filesystem::create_symlink(target, File());
+        SetInteger("linked", 4);
+        ASSERT_TRUE(Synchronise());
+        EXPECT_TRUE(std::filesystem::is_symlink(File())) << target;
+        ASSERT_TRUE(Synchronise());
+        EXPECT_EQ(GetInteger("linked"), 4) << target;
+        std::filesystem::remove(File());
+    }
+    // Where it cannot be filled, the values stay pending and the link stays.
+    std::filesystem::create_symlink(folder_ + "/missing/file.plist", File());
+    SetInteger("linked", 5);
+    EXPECT_FALSE(Synchronise());
+    EXPECT_TRUE(std::filesystem::is_symlink(File()));
+    EXPECT_EQ(GetInteger("linked"), 5);
+    std::filesystem::remove(File());
+    EXPECT_TRUE(Synchronise());
+}
+
+TEST_F(PreferencesTest, AKeyWithANULIsNoKeyAndATextWithOneIsNoValue) {
+    const UniChar characters[3] = {'a', 0, 'b'};
+    const Owned<CFStringRef> odd(CFStringCreateWithCharacters(kCFAllocatorDefault, characters, 3));
+    SetInteger("a", 1);
+    CFPreferencesSetValue(odd.Get(), kCFBooleanTrue, Text(kApplication).Get(), kCFPreferencesCurrentUser, kCFPreferencesCurrentHost);
+    Set("a", odd.Get());
+    ASSERT_TRUE(Synchronise());
+    ASSERT_TRUE(Synchronise());
+    EXPECT_EQ(GetInteger("a"), 1);
+    EXPECT_EQ(CFPreferencesCopyValue(odd.Get(), Text(kApplication).Get(), kCFPreferencesCurrentUser, kCFPreferencesCurrentHost), nullptr);
 }
 
 TEST_F(PreferencesTest, WhatCannotBeReadIsKeptUnderAnotherName) {
