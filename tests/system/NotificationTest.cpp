@@ -245,6 +245,23 @@ TEST(Notifications, OfTheColourManagerBecomeDeviceNotifications) {
     CloseMatching();
 }
 
+TEST(Notifications, OfARealColourManagerArrive) {
+    // With an empty memory of its own; it keeps devices of earlier runs otherwise.
+    const ServerProcess colord({"unshare", "-m", "sh", "-c", "mount -t tmpfs tmpfs /var/lib/colord && exec /usr/libexec/colord"});
+    Observer state("CMDeviceStateNotification", nullptr);
+    bool isThere = false;
+    for (int tries = 0; tries < 100 && !isThere; ++tries) {
+        isThere = RunProgram({"colormgr", "get-devices"}) == 0;
+        if (!isThere) g_usleep(100000);
+    }
+    if (!isThere) GTEST_SKIP() << "the colour manager cannot be run here (it needs root and a name space of its own)";
+    state.heard.clear();
+    // A device that goes away with the program that made it.
+    EXPECT_EQ(RunProgram({"colormgr", "create-device", "orlo-test", "temp", "display"}), 0);
+    ASSERT_TRUE(state.WaitFor(1));
+    EXPECT_EQ(state.heard[0], "CMDeviceStateNotification/");
+}
+
 // Last, as it ends the bus.
 TEST(Notifications, WhenTheBusDiesTheSettingsFileIsWatched) {
     Observer change("com.brenwick.orlocms", "Change");
