@@ -1,5 +1,6 @@
 #include "platform/linux/ChainEvaluators.h"
 
+#include "platform/linux/FusedEvaluator.h"
 #include "platform/linux/GamutTest.h"
 #include "platform/linux/LittleCmsEvaluator.h"
 
@@ -16,7 +17,8 @@ const PixelEvaluator* ChainEvaluators::Evaluator(PixelFormat source, std::option
     if (const PixelEvaluator* made = slot.load(std::memory_order_acquire)) return made;
     const std::lock_guard lock(making_);
     if (const PixelEvaluator* made = slot.load(std::memory_order_relaxed)) return made;
-    std::unique_ptr<PixelEvaluator> evaluator = destination ? MakeLittleCmsEvaluator(*chain_, source, *destination) : MakeGamutTest(*chain_, source);
+    std::unique_ptr<PixelEvaluator> evaluator = MakeFusedEvaluator(*chain_, source, destination);
+    if (!evaluator) evaluator = destination ? MakeLittleCmsEvaluator(*chain_, source, *destination) : MakeGamutTest(*chain_, source);
     slot.store(evaluator.get(), std::memory_order_release);
     return evaluator.release();
 }

@@ -11,6 +11,11 @@
 
 namespace platform {
 
+struct LcmsPipelineFree {
+    void operator()(cmsPipeline* pipeline) const { cmsPipelineFree(pipeline); }
+};
+using LcmsPipeline = std::unique_ptr<cmsPipeline, LcmsPipelineFree>;
+
 /// A context whose errors go nowhere but into LastError.
 class LcmsContext {
 public:
@@ -23,10 +28,31 @@ public:
     /// The text of the latest error; empty when there was none.
     const std::string& LastError() const { return lastError_; }
 
+    /// While one lives, each transform that is made in the context leaves a copy of its pipeline, as linked and before any optimisation, and is
+    /// itself of no use. Only for transforms that may be optimised.
+    class Catch {
+    public:
+        explicit Catch(const LcmsContext& context) : context_(context) { context.catch_ = this; }
+        Catch(const Catch&) = delete;
+        Catch& operator=(const Catch&) = delete;
+        ~Catch() { context_.catch_ = nullptr; }
+
+        /// The latest one's; null when there was none.
+        LcmsPipeline pipeline;
+
+    private:
+        const LcmsContext& context_;
+    };
+
+    bool IsCatching() const { return catch_ != nullptr; }
+
 private:
     static void Log(cmsContext context, cmsUInt32Number code, const char* text);
+    static cmsBool OfferPipeline(cmsPipeline* pipeline);
+    friend struct LcmsTransformFactory;
 
     std::string lastError_;
+    mutable Catch* catch_ = nullptr;
     cmsContext context_;
 };
 

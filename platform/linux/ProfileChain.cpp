@@ -6,6 +6,9 @@ namespace {
 
 constexpr PixelFormat kPlainFloats = {PixelFormat::kFloat, PixelFormat::kNone};
 
+/// Never counted as too fine for optimisation, whatever the device's curves.
+constexpr PixelFormat kCatching = {PixelFormat::k8Bit, PixelFormat::kNone};
+
 bool IsDevice(cmsHPROFILE profile) {
     switch (cmsGetDeviceClass(profile)) {
         case cmsSigInputClass:
@@ -64,6 +67,29 @@ LcmsTransform ProfileChain::MakeLastDeviceToLab() const {
     return Make({LastDeviceLink(), LabLink()}, LcmsFormat(kPlainFloats, DestinationChannels()), TYPE_Lab_DBL);
 }
 
+template <typename Maker, typename... Formats>
+LcmsPipeline ProfileChain::PipelineOf(Maker make, Formats... formats) const {
+    LcmsContext::Catch caught(context_);
+    const LcmsTransform transform = (this->*make)(formats...);
+    return transform ? std::move(caught.pipeline) : nullptr;
+}
+
+LcmsPipeline ProfileChain::MakePipeline() const {
+    return PipelineOf(&ProfileChain::MakeTransform, kCatching, kCatching);
+}
+
+LcmsPipeline ProfileChain::MakePipelineToLab() const {
+    return PipelineOf(&ProfileChain::MakeTransformToLab, kCatching);
+}
+
+LcmsPipeline ProfileChain::MakePipelineLabToLastDevice() const {
+    return PipelineOf(&ProfileChain::MakeLabToLastDevice);
+}
+
+LcmsPipeline ProfileChain::MakePipelineLastDeviceToLab() const {
+    return PipelineOf(&ProfileChain::MakeLastDeviceToLab);
+}
+
 LcmsTransform ProfileChain::Make(const std::vector<Link>& links, cmsUInt32Number inputFormat, cmsUInt32Number outputFormat) const {
     std::vector<cmsHPROFILE> profiles;
     std::vector<cmsBool> blackPointCompensation;
@@ -73,10 +99,11 @@ LcmsTransform ProfileChain::Make(const std::vector<Link>& links, cmsUInt32Number
         blackPointCompensation.push_back(link.blackPointCompensation);
         intents.push_back(link.intent);
     }
+    const cmsUInt32Number flags = cmsFLAGS_NOCACHE | (context_.IsCatching() ? 0 : cmsFLAGS_NOOPTIMIZE);
     std::vector<cmsFloat64Number> adaptationStates(links.size(), 1.0);
     return LcmsTransform(cmsCreateExtendedTransform(context_.Get(), static_cast<cmsUInt32Number>(links.size()), profiles.data(),
                                                     blackPointCompensation.data(), intents.data(), adaptationStates.data(), nullptr, 0, inputFormat,
-                                                    outputFormat, cmsFLAGS_NOOPTIMIZE | cmsFLAGS_NOCACHE));
+                                                    outputFormat, flags));
 }
 
 }  // namespace platform

@@ -4,12 +4,15 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "platform/linux/LittleCms.h"
 #include "platform/linux/PixelFormat.h"
 
 namespace platform {
+
+struct FusedProgram;
 
 struct ChainStep {
     std::shared_ptr<const std::vector<std::uint8_t>> profile;  // never null where chains are made or compared
@@ -44,6 +47,18 @@ public:
     LcmsTransform MakeLabToLastDevice() const;
     LcmsTransform MakeLastDeviceToLab() const;
 
+    /// What the transforms of the same names are evaluated through. Null when they are.
+    LcmsPipeline MakePipeline() const;
+    LcmsPipeline MakePipelineToLab() const;
+    LcmsPipeline MakePipelineLabToLastDevice() const;
+    LcmsPipeline MakePipelineLastDeviceToLab() const;
+
+    /// What a faster evaluator made of the pipelines: nothing while it has not tried, null when it could not.
+    struct FusedPrograms {
+        std::optional<std::shared_ptr<const FusedProgram>> conversion, gamutTest;
+    };
+    FusedPrograms& Programs() const { return programs_; }
+
 private:
     struct Link {
         cmsHPROFILE profile;
@@ -52,6 +67,8 @@ private:
     };
 
     static std::size_t Channels(const Link& link) { return cmsChannelsOf(cmsGetColorSpace(link.profile)); }
+    template <typename Maker, typename... Formats>
+    LcmsPipeline PipelineOf(Maker make, Formats... formats) const;
     LcmsTransform Make(const std::vector<Link>& links, cmsUInt32Number inputFormat, cmsUInt32Number outputFormat) const;
     Link LabLink() const { return {lab_.get(), INTENT_ABSOLUTE_COLORIMETRIC, false}; }
     Link LastDeviceLink() const { return {links_.back().profile, INTENT_ABSOLUTE_COLORIMETRIC, false}; }
@@ -59,6 +76,7 @@ private:
     LcmsContext context_;  // first: the profiles end before it
     std::vector<LcmsProfile> profiles_;
     LcmsProfile lab_;
+    mutable FusedPrograms programs_;
     std::vector<Link> links_;  // the devices between stand twice: into the device and out of it
 };
 

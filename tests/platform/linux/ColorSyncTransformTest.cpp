@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "platform/linux/ColorSyncObjects.h"
+#include "platform/linux/FusedEvaluator.h"
 #include "tests/fixtures/GuardedBytes.h"
 #include "tests/fixtures/Transforms.h"
 
@@ -516,13 +517,21 @@ TEST_F(ColorSyncTransformTest, EightThreadsMayEachMakeTheirOwn) {
 // ---- evaluators ----
 
 TEST_F(ColorSyncTransformTest, SaysWhatConverts) {
-    const Owned<ColorSyncTransformRef> transform = AbsoluteTransform({reference_.Get(), cmyk_.Get()});
-    const auto name = [&](ColorSyncDataDepth to) {
-        return platform::EvaluatorName(transform.Get(), to, kCGImageAlphaNone, kColorSync16BitInteger, kCGImageAlphaNoneSkipLast);
+    const Owned<ColorSyncProfileRef> grey = OpenProfile("/usr/share/color/icc/Gray.icc");
+    const Owned<ColorSyncTransformRef> toPrinter = AbsoluteTransform({reference_.Get(), cmyk_.Get()});
+    const Owned<ColorSyncTransformRef> toGrey = AbsoluteTransform({reference_.Get(), grey.Get()});
+    const auto name = [&](const Owned<ColorSyncTransformRef>& transform, ColorSyncDataDepth to) {
+        const char* text = platform::EvaluatorName(transform.Get(), to, kCGImageAlphaNone, kColorSync16BitInteger, kCGImageAlphaNoneSkipLast);
+        return std::string(text ? text : "nothing");
     };
-    EXPECT_STREQ(name(kColorSync16BitInteger), "Little CMS");
-    EXPECT_STREQ(name(kColorSync1BitGamut), "Little CMS round trip");
-    EXPECT_EQ(name(static_cast<ColorSyncDataDepth>(4)), nullptr);
+    const std::string set = platform::BestFusedKernels().name;
+    EXPECT_EQ(name(toPrinter, kColorSync16BitInteger), "fused, " + set);
+    EXPECT_EQ(name(toPrinter, kColorSync8BitInteger), "fused, " + set);
+    EXPECT_EQ(name(toPrinter, kColorSync1BitGamut), "fused round trip, " + set);
+    EXPECT_EQ(name(toPrinter, kColorSync32BitFloat), "Little CMS");
+    EXPECT_EQ(name(toGrey, kColorSync16BitInteger), "Little CMS");
+    EXPECT_EQ(name(toGrey, kColorSync1BitGamut), "Little CMS round trip");
+    EXPECT_EQ(name(toPrinter, static_cast<ColorSyncDataDepth>(4)), "nothing");
 }
 
 }  // namespace

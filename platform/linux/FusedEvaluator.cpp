@@ -1,0 +1,126 @@
+#include "platform/linux/FusedEvaluator.h"
+
+#include <algorithm>
+#include <string>
+
+#include "platform/linux/FusedCompiler.h"
+#include "platform/linux/GamutTest.h"
+
+namespace platform {
+
+namespace {
+
+bool IsServed(PixelFormat format, std::size_t channels) {
+    return format.depth != PixelFormat::kFloat && (channels == 3 || channels == 4);
+}
+
+FusedLayout LayoutOf(PixelFormat format, std::size_t channels) {
+    return {static_cast<std::uint8_t>(format.SampleBytes()), static_cast<std::uint8_t>(format.PixelBytes(channels) / format.SampleBytes()),
+            static_cast<std::uint8_t>(format.skipped == PixelFormat::kFirst ? 1 : 0), static_cast<std::uint8_t>(channels)};
+}
+
+class FusedEvaluator final : public PixelEvaluator {
+public:
+    FusedEvaluator(std::shared_ptr<const FusedProgram> program, const FusedKernels& kernels, FusedLayout source, FusedLayout destination)
+        : program_(std::move(program)), kernels_(kernels), source_(source), destination_(destination), name_(std::string("fused, ") + kernels.name) {}
+
+    void ConvertRow(const void* source, void* destination, std::size_t count) const override {
+        const auto* from = static_cast<const unsigned char*>(source);
+        auto* to = static_cast<unsigned char*>(destination);
+        FusedBlock block, kept;
+        for (std::size_t done = 0; done < count; done += kFusedBlock) {
+            const std::size_t run = std::min(count - done, kFusedBlock);
+            kernels_.unpack(source_, from + done * source_.stride * source_.sampleBytes, block, run);
+            kernels_.run(program_->steps.data(), program_->steps.size(), block, kept, run);
+            kernels_.pack(destination_, block, to + done * destination_.stride * destination_.sampleBytes, run);
+        }
+    }
+
+    const char* Name() const override { return name_.c_str(); }
+
+private:
+    std::shared_ptr<const FusedProgram> program_;
+    const FusedKernels& kernels_;
+    FusedLayout source_, destination_;
+    std::string name_;
+};
+
+class FusedGamutTest final : public PixelEvaluator {
+public:
+    FusedGamutTest(std::shared_ptr<const FusedProgram> program, const FusedKernels& kernels, FusedLayout source)
+        : program_(std::move(program)), kernels_(kernels), source_(source), name_(std::string("fused round trip, ") + kernels.name) {}
+
+    void ConvertRow(const void* source, void* destination, std::size_t count) const override {
+        constexpr auto kSquaredLimit = static_cast<float>(kGamutThreshold * kGamutThreshold);
+        const auto* from = static_cast<const unsigned char*>(source);
+        auto* to = static_cast<unsigned char*>(destination);
+        FusedBlock block, asked;
+        for (std::size_t done = 0; done < count; done += kFusedBlock) {
+            const std::size_t run = std::min(count - done, kFusedBlock);
+            kernels_.unpack(source_, from + done * source_.stride * source_.sampleBytes, block, run);
+            kernels_.run(program_->steps.data(), program_->steps.size(), block, asked, run);
+            kernels_.compareLab(asked, block, kSquaredLimit, to + done / 8, run);
+        }
+    }
+
+    const char* Name() const override { return name_.c_str(); }
+
+private:
+    std::shared_ptr<const FusedProgram> program_;
+    const FusedKernels& kernels_;
+    FusedLayout source_;
+    std::string name_;
+};
+
+std::shared_ptr<const FusedProgram> CompileConversion(const ProfileChain& chain) {
+    const LcmsPipeline pipeline = chain.MakePipeline();
+    FusedCompiler compiler;
+    if (!pipeline || !compiler.Append(pipeline.get())) return nullptr;
+    return compiler.Finish(true);
+}
+
+/// The round trip; the colour that was asked for is kept on the way.
+std::shared_ptr<const FusedProgram> CompileGamutTest(const ProfileChain& chain) {
+    const LcmsPipeline toLab = chain.MakePipelineToLab(), toDevice = chain.MakePipelineLabToLastDevice(),
+                       fromDevice = chain.MakePipelineLastDeviceToLab();
+    FusedCompiler compiler;
+    if (!toLab || !toDevice || !fromDevice || !compiler.Append(toLab.get())) return nullptr;
+    compiler.Keep();
+    if (!compiler.Append(toDevice.get())) return nullptr;
+    compiler.Clamp(chain.DestinationChannels());
+    if (!compiler.Append(fromDevice.get())) return nullptr;
+    return compiler.Finish(false);
+}
+
+}  // namespace
+
+std::vector<const FusedKernels*> RunnableFusedKernels() {
+    std::vector<const FusedKernels*> kernels = {&kFusedBaseline};
+#if defined(__x86_64__)
+    if (__builtin_cpu_supports("avx2")) kernels.push_back(&kFusedAvx2);
+    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512dq") &&
+        __builtin_cpu_supports("avx512vl")) {
+        kernels.push_back(&kFusedAvx512);
+    }
+#endif
+    return kernels;
+}
+
+const FusedKernels& BestFusedKernels() {
+    static const FusedKernels& best = *RunnableFusedKernels().back();
+    return best;
+}
+
+std::unique_ptr<PixelEvaluator> MakeFusedEvaluator(const ProfileChain& chain, PixelFormat source, std::optional<PixelFormat> destination,
+                                                   const FusedKernels& kernels) {
+    const std::size_t from = chain.SourceChannels(), to = chain.DestinationChannels();
+    if (!IsServed(source, from) || (destination && !IsServed(*destination, to))) return nullptr;
+    std::optional<std::shared_ptr<const FusedProgram>>& kept = destination ? chain.Programs().conversion : chain.Programs().gamutTest;
+    if (!kept) kept = destination ? CompileConversion(chain) : CompileGamutTest(chain);
+    std::shared_ptr<const FusedProgram> program = *kept;
+    if (!program) return nullptr;
+    if (!destination) return std::make_unique<FusedGamutTest>(std::move(program), kernels, LayoutOf(source, from));
+    return std::make_unique<FusedEvaluator>(std::move(program), kernels, LayoutOf(source, from), LayoutOf(*destination, to));
+}
+
+}  // namespace platform

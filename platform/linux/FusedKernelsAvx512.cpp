@@ -1,0 +1,5 @@
+#define CM_FUSED_LANES 16
+#define CM_FUSED_NAME "AVX-512"
+#define CM_FUSED_KERNELS kFusedAvx512
+
+#include "platform/linux/FusedKernelBodies.h"

@@ -1,0 +1,5 @@
+#define CM_FUSED_LANES 4
+#define CM_FUSED_NAME "baseline"
+#define CM_FUSED_KERNELS kFusedBaseline
+
+#include "platform/linux/FusedKernelBodies.h"
