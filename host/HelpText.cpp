@@ -62,6 +62,7 @@ std::string GeneralHelp() {
         "  --help              this text; orlo COMMAND --help tells about one command\n"
         "  --version           the version\n"
         "\n"
+        "orlo displays lists the displays, orlo gamma shows and changes their ramps; each has its --help\n"
         "orlo calibration save|verify|install [FILE] keeps the ramps of the displays; orlo calibration --help tells more\n";
     return text;
 }
@@ -117,4 +118,25 @@ std::string CalibrationHelp() {
            "\n"
            "Without FILE it is the document that hosts load when they start: \"Orlo Monitor Calibration\" in the user's preferences folder.\n"
            "install then gives every display its system ramp first.\n";
+}
+
+std::string DisplaysHelp() {
+    return "Usage: orlo displays [--json]\n"
+           "\n"
+           "Lists the active displays, the main one first: number, identifier, size and place, depth, and the entries of the gamma ramp.\n";
+}
+
+std::string GammaHelp() {
+    return "Usage: orlo gamma show|plot|save|load|linear|reset [FILE] [--display NUMBER] [--json]\n"
+           "\n"
+           "  show          prints the ramp that the display has now: red, green and blue, 0 to 65535 a line\n"
+           "  plot          draws it in the terminal\n"
+           "  plot FILE     draws it into a PNG file\n"
+           "  save FILE     writes what show prints\n"
+           "  load FILE     gives the display such a ramp, of 2 to 256 lines\n"
+           "  linear        gives the display a straight ramp\n"
+           "  reset         gives every display the ramp of its profile, or a straight one\n"
+           "\n"
+           "  --display N   a number that orlo displays shows. Default: 1, the main display\n"
+           "  --json        show: the ramp as a JSON object of three lists\n";
 }

@@ -9,3 +9,5 @@ std::string CommandHelp(Operation operation);
 std::string SettingsHelp();
 std::string WatchHelp();
 std::string CalibrationHelp();
+std::string DisplaysHelp();
+std::string GammaHelp();

@@ -8,6 +8,7 @@
 #include "host/CommandLine.h"
 #include "host/Complaint.h"
 #include "host/Conversion.h"
+#include "host/DisplayCommand.h"
 #include "host/FourCharCodes.h"
 #include "host/ImageReading.h"
 #include "host/ImageWriting.h"
@@ -187,6 +188,14 @@ int Complain(const Complaint& complaint) {
 int main(int argumentCount, char** arguments) {
     try {
         const std::span<char* const> given(arguments + 1, static_cast<std::size_t>(std::max(argumentCount, 1) - 1));
+        if (!given.empty() && std::string_view(given.front()) == "displays") {
+            RunDisplaysCommand(given.subspan(1));
+            return 0;
+        }
+        if (!given.empty() && std::string_view(given.front()) == "gamma") {
+            RunGammaCommand(given.subspan(1));
+            return 0;
+        }
         if (!given.empty() && std::string_view(given.front()) == "calibration") {
             RunCalibrationCommand(given.subspan(1));
             return 0;

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// Red, green and blue entries of a ramp, 0..65535; two or more, as many in each channel.
+using RampEntries = std::array<std::vector<uint16_t>, 3>;
+
+/// The ramp as lines of text for a terminal: R, G, B where one channel passes, * where several do.
+std::string TextPlot(const RampEntries& ramp);
+
+/// Writes the plot as a PNG file. Throws Complaint.
+void WritePlot(const RampEntries& ramp, const std::string& path);
