@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "appearance/kernels/PixelKernels.h"
+
 namespace {
 
 constexpr uint32_t kFull32768 = 32768;
@@ -116,7 +118,9 @@ void DisposeTableUInt8(PixelTable* table) {
     DisposeTable(table);
 }
 
-void MapDevice8ToPixel16(const PixelTable* table, const uint8_t* source, uint16_t* destination, size_t count) {
+namespace {
+
+void Device8ToPixel16(const PixelTable* table, const uint8_t* source, uint16_t* destination, size_t count) {
     const PixelTable grid = *table;
     for (size_t i = 0; i < count; ++i, source += 4, destination += 4) {
         uint32_t scaled[3];
@@ -126,7 +130,7 @@ void MapDevice8ToPixel16(const PixelTable* table, const uint8_t* source, uint16_
     }
 }
 
-void MapDevice16ToPixel16(const PixelTable* table, const uint16_t* source, uint16_t* destination, size_t count) {
+void Device16ToPixel16(const PixelTable* table, const uint16_t* source, uint16_t* destination, size_t count) {
     const PixelTable grid = *table;
     for (size_t i = 0; i < count; ++i, source += 4, destination += 4) {
         uint32_t scaled[3];
@@ -136,7 +140,7 @@ void MapDevice16ToPixel16(const PixelTable* table, const uint16_t* source, uint1
     }
 }
 
-void MapPixel16ToDevice16(const PixelTable* table, const uint16_t* source, uint16_t* destination, size_t count) {
+void Pixel16ToDevice16(const PixelTable* table, const uint16_t* source, uint16_t* destination, size_t count) {
     const PixelTable grid = *table;
     for (size_t i = 0; i < count; ++i, source += 4, destination += 4) {
         uint32_t scaled[3];
@@ -146,7 +150,7 @@ void MapPixel16ToDevice16(const PixelTable* table, const uint16_t* source, uint1
     }
 }
 
-void MapPixel16ToPixel8(const PixelTable* table, const uint16_t* source, uint8_t* destination, size_t count) {
+void Pixel16ToPixel8(const PixelTable* table, const uint16_t* source, uint8_t* destination, size_t count) {
     const PixelTable grid = *table;
     for (size_t i = 0; i < count; ++i, source += 4, destination += 4) {
         uint32_t scaled[3];
@@ -157,7 +161,7 @@ void MapPixel16ToPixel8(const PixelTable* table, const uint16_t* source, uint8_t
     }
 }
 
-void MapPixel16ToUInt8(const PixelTable* table, const uint16_t* source, uint8_t* destination, size_t count) {
+void Pixel16ToUInt8(const PixelTable* table, const uint16_t* source, uint8_t* destination, size_t count) {
     const PixelTable grid = *table;
     for (size_t i = 0; i < count; ++i, source += 4) {
         uint32_t scaled[3];
@@ -168,4 +172,28 @@ void MapPixel16ToUInt8(const PixelTable* table, const uint16_t* source, uint8_t*
             destination[i] = static_cast<uint8_t>(Mix<uint8_t>(grid, Locate(grid, scaled), [](uint8_t node) { return node; }));
         }
     }
+}
+
+}  // namespace
+
+const PixelKernels kPlainPixelKernels = {"plain", Device8ToPixel16, Device16ToPixel16, Pixel16ToDevice16, Pixel16ToPixel8, Pixel16ToUInt8};
+
+void MapDevice8ToPixel16(const PixelTable* table, const uint8_t* source, uint16_t* destination, size_t count) {
+    PixelKernelsInUse().device8ToPixel16(table, source, destination, count);
+}
+
+void MapDevice16ToPixel16(const PixelTable* table, const uint16_t* source, uint16_t* destination, size_t count) {
+    PixelKernelsInUse().device16ToPixel16(table, source, destination, count);
+}
+
+void MapPixel16ToDevice16(const PixelTable* table, const uint16_t* source, uint16_t* destination, size_t count) {
+    PixelKernelsInUse().pixel16ToDevice16(table, source, destination, count);
+}
+
+void MapPixel16ToPixel8(const PixelTable* table, const uint16_t* source, uint8_t* destination, size_t count) {
+    PixelKernelsInUse().pixel16ToPixel8(table, source, destination, count);
+}
+
+void MapPixel16ToUInt8(const PixelTable* table, const uint16_t* source, uint8_t* destination, size_t count) {
+    PixelKernelsInUse().pixel16ToUInt8(table, source, destination, count);
 }
