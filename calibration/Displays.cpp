@@ -48,6 +48,10 @@ void DescribeEncoding(CFStringRef encoding, MC_DisplayInfo* description) {
     }
 }
 
+int16_t Truncated(CGFloat points) {
+    return static_cast<int16_t>(static_cast<int32_t>(points));
+}
+
 struct ReleaseMode {
     CGDisplayModeRef mode;
     explicit ReleaseMode(CGDisplayModeRef owned) : mode(owned) {}
@@ -108,10 +112,10 @@ void MC_GetDisplayInfo(CGDirectDisplayID display, MC_DisplayInfo* description) {
     DescribeEncoding(encoding.Get(), description);
     description->index = MC_GetDisplayIndex(display);
     const CGRect bounds = CGDisplayBounds(display);
-    description->top = static_cast<int16_t>(bounds.origin.y);
-    description->left = static_cast<int16_t>(bounds.origin.x);
-    description->bottom = static_cast<int16_t>(bounds.origin.y + bounds.size.height);
-    description->right = static_cast<int16_t>(bounds.origin.x + bounds.size.width);
+    description->top = Truncated(bounds.origin.y);
+    description->left = Truncated(bounds.origin.x);
+    description->bottom = Truncated(bounds.origin.y + bounds.size.height);
+    description->right = Truncated(bounds.origin.x + bounds.size.width);
 }
 
 Boolean MC_DisplayIsSuitableForCalibration(CGDirectDisplayID display) {

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "platform/linux/CoreFoundationString.h"
+#include "platform/linux/DisplayRamp.h"
 #include "platform/linux/DisplayServer.h"
 
 struct CGDisplayMode {
@@ -72,38 +73,6 @@ CGError WriteRamp(xcb_randr_crtc_t controller, const Ramp& ramp) {
     return error || xcb_connection_has_error(connection) ? kCGErrorFailure : kCGErrorSuccess;
 }
 
-/// The hardware entry that holds sample i of n.
-size_t Knot(size_t i, size_t n, size_t size) {
-    return n < 2 ? 0 : (2 * i * (size - 1) + (n - 1)) / (2 * (n - 1));
-}
-
-uint16_t Quantised(double value) {
-    // Not a number becomes 0, as the first comparison fails for it.
-    return value > 0 ? static_cast<uint16_t>(std::min(value, 1.0) * 65535.0 + 0.5) : uint16_t{0};
-}
-
-std::vector<uint16_t> Stretched(const CGGammaValue* samples, size_t n, size_t size) {
-    std::vector<uint16_t> entries(size);
-    if (n > size) {
-        for (size_t j = 0; j < size; ++j) {
-            const double position = size < 2 ? 0.0 : static_cast<double>(j * (n - 1)) / static_cast<double>(size - 1);
-            const size_t i = std::min(static_cast<size_t>(position), n - 2);
-            const double part = position - static_cast<double>(i);
-            entries[j] = Quantised(static_cast<double>(samples[i]) * (1 - part) + static_cast<double>(samples[i + 1]) * part);
-        }
-        return entries;
-    }
-    for (size_t i = 0; i + 1 < n; ++i) {
-        const size_t from = Knot(i, n, size);
-        const size_t to = Knot(i + 1, n, size);
-        for (size_t j = from; j <= to; ++j) {
-            const double part = static_cast<double>(j - from) / static_cast<double>(to - from);
-            entries[j] = Quantised(static_cast<double>(samples[i]) * (1 - part) + static_cast<double>(samples[i + 1]) * part);
-        }
-    }
-    return entries;
-}
-
 /// The calibration curves that the display's profile carries, else straight lines.
 Ramp RampOfProfile(const platform::Bytes& profile, size_t size) {
     cmsHPROFILE const opened = profile.empty() ? nullptr : cmsOpenProfileFromMem(profile.data(), static_cast<cmsUInt32Number>(profile.size()));
@@ -113,7 +82,7 @@ Ramp RampOfProfile(const platform::Bytes& profile, size_t size) {
         for (size_t j = 0; j < size; ++j) {
             const double place = size < 2 ? 0.0 : static_cast<double>(j) / static_cast<double>(size - 1);
             const double value = curves ? static_cast<double>(cmsEvalToneCurveFloat(curves[c], static_cast<float>(place))) : place;
-            ramp.channels[c].push_back(Quantised(value));
+            ramp.channels[c].push_back(platform::RampEntry(value));
         }
     }
     if (opened) cmsCloseProfile(opened);
@@ -178,7 +147,7 @@ CGError CGGetDisplayTransferByTable(CGDirectDisplayID display, uint32_t capacity
         const size_t n = std::min<size_t>({kMostSamples, size, capacity});
         CGGammaValue* const out[3] = {red, green, blue};
         for (int c = 0; c < 3; ++c) {
-            for (size_t i = 0; i < n; ++i) out[c][i] = static_cast<float>(ramp.channels[c][Knot(i, n, size)]) / 65535.0F;
+            for (size_t i = 0; i < n; ++i) out[c][i] = static_cast<float>(ramp.channels[c][platform::RampKnot(i, n, size)]) / 65535.0F;
         }
         *sampleCount = static_cast<uint32_t>(n);
         return true;
@@ -200,7 +169,7 @@ CGError CGSetDisplayTransferByTable(CGDirectDisplayID display, uint32_t tableSiz
         if (error != kCGErrorSuccess) return false;
         const size_t size = ramp.channels[0].size();
         const CGGammaValue* const in[3] = {red, green, blue};
-        for (int c = 0; c < 3; ++c) ramp.channels[c] = Stretched(in[c], tableSize, size);
+        for (int c = 0; c < 3; ++c) ramp.channels[c] = platform::StretchedRamp(in[c], tableSize, size);
         error = WriteRamp(output->controller, ramp);
         return true;
     });
