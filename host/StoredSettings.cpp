@@ -5,7 +5,6 @@
 #include <array>
 #include <charconv>
 #include <cmath>
-#include <functional>
 #include <memory>
 
 #include "host/Complaint.h"

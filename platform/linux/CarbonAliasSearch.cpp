@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "platform/linux/CarbonVolumes.h"
+#include "platform/linux/Descriptor.h"
 
 namespace platform {
 
@@ -22,21 +23,6 @@ namespace {
 
 // Entries that one search reads at most: about a tenth of a second on a cold disk.
 constexpr std::size_t kMostEntries = 50000;
-
-class Descriptor {
-public:
-    explicit Descriptor(int file) : file_(file) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() {
-        if (file_ >= 0) close(file_);
-    }
-    int Get() const { return file_; }
-    int Detach() { return std::exchange(file_, -1); }
-
-private:
-    int file_;
-};
 
 struct FolderCloser {
     void operator()(DIR* folder) const { closedir(folder); }

@@ -13,7 +13,9 @@
 
 #include "platform/linux/CarbonFiles.h"
 #include "platform/linux/CarbonResourceFork.h"
+#include "platform/linux/Descriptor.h"
 
+using platform::Descriptor;
 using platform::ForkResource;
 using platform::StatusFromErrno;
 
@@ -32,20 +34,6 @@ constexpr OSErr kDamagedMap = -199;
 constexpr OSErr kNotAFile = -1302;
 
 thread_local OSErr sError = 0;
-
-class Descriptor {
-public:
-    explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() {
-        if (descriptor_ >= 0) close(descriptor_);
-    }
-    int Get() const { return descriptor_; }
-
-private:
-    int descriptor_;
-};
 
 OSErr ReadAt(int file, std::uint64_t offset, void* buffer, std::size_t size) {
     std::size_t done = 0;

@@ -38,6 +38,7 @@ bool HasGammaRamps(xcb_connection_t* connection) {
 }
 
 void Join(const char* name) {
+    const QuietPipe quiet;
     int number = 0;
     sServer.name = name;
     sServer.connection = xcb_connect(name, &number);

@@ -18,25 +18,13 @@
 #include "platform/Owned.h"
 #include "platform/linux/CoreFoundationObject.h"
 #include "platform/linux/CoreFoundationURL.h"
+#include "platform/linux/Descriptor.h"
 
+using platform::Descriptor;
 using platform::Guarded;
 using platform::NativePath;
 
 namespace {
-
-class Descriptor {
-public:
-    explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() {
-        if (descriptor_ >= 0) close(descriptor_);
-    }
-    int Get() const { return descriptor_; }
-
-private:
-    int descriptor_;
-};
 
 /// Answers false, with an error of this number for the caller where one is wanted.
 bool Fail(int number, CFErrorRef* error) {

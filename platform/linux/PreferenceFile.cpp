@@ -11,23 +11,11 @@
 
 #include <cstring>
 
+#include "platform/linux/Descriptor.h"
+
 namespace platform {
 
 namespace {
-
-class Descriptor {
-public:
-    explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() {
-        if (descriptor_ >= 0) close(descriptor_);
-    }
-    int Get() const { return descriptor_; }
-
-private:
-    int descriptor_;
-};
 
 bool ReadAll(int descriptor, std::string* bytes) {
     char buffer[65536];
