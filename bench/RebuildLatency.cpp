@@ -115,7 +115,7 @@ int main(int count, char** arguments) try {
         kGroup,
         "From `ICC_Load` with another flare to installed data. Cold: the first load of a process, its files in the page cache of the system. "
         "Warm: a later load there, which finds its profiles and transforms made. `Qua0` fills the four grid tables of 65 nodes an axis, on all "
-        "cores; the table of the soft proof takes most of it, as each of its 274,625 nodes goes through the printer's profile.");
+        "cores.");
     for (const Quality& quality : kQualities) {
         for (const Printer& printer : kPrinters) Measure(printer, quality, runs);
     }
