@@ -176,7 +176,8 @@ void Pixel16ToUInt8(const PixelTable* table, const uint16_t* source, uint8_t* de
 
 }  // namespace
 
-const PixelKernels kPlainPixelKernels = {"plain", Device8ToPixel16, Device16ToPixel16, Pixel16ToDevice16, Pixel16ToPixel8, Pixel16ToUInt8};
+const PixelKernels kPlainPixelKernels = {
+    platform::InstructionSet::kPlain, Device8ToPixel16, Device16ToPixel16, Pixel16ToDevice16, Pixel16ToPixel8, Pixel16ToUInt8};
 
 void MapDevice8ToPixel16(const PixelTable* table, const uint8_t* source, uint16_t* destination, size_t count) {
     PixelKernelsInUse().device8ToPixel16(table, source, destination, count);

@@ -7,6 +7,7 @@
 #include "colour/GuardedArithmetic.h"
 #include "colour/MatrixArithmetic.h"
 #include "colour/ReferenceRGB.h"
+#include "engine/MonitorTables.h"
 #include "platform/FourCharCode.h"
 
 namespace {
@@ -135,4 +136,7 @@ void DirectICCSetViewingConditions(MatchingData* data, uint32_t renderingIntent,
         UseAdjustedMonitor(data, *conditions);
     }
     RebuildReverseTables(&data->monitorShaper);
+    // They hold the model as it was.
+    DisposeMonitorTables(data->monitorTables);
+    data->monitorTables = nullptr;
 }

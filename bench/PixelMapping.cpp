@@ -2,139 +2,138 @@
 //
 //     PixelMapping [runs]
 
-#include <time.h>
-
-#include <algorithm>
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <random>
 
 #include "appearance/kernels/PixelKernels.h"
-#include "bench/Rows.h"
+#include "bench/NaturalImage.h"
+#include "bench/Race.h"
 
 namespace {
 
-constexpr std::size_t kSide = 256;
-constexpr std::size_t kPixels = kSide * kSide;
+using bench::Contender;
 
-double Seconds() {
-    timespec time{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
+constexpr std::size_t kSide = 256, kLargeSide = 4096;
 
-/// Mpixel/s of the process's own time, from enough repetitions to be measured.
-double Rate(const std::function<void()>& work) {
-    for (int repetitions = 4;; repetitions *= 2) {
-        const double start = Seconds();
-        for (int i = 0; i < repetitions; ++i) work();
-        const double taken = Seconds() - start;
-        if (taken > 0.02) return static_cast<double>(kPixels) * repetitions / taken / 1e6;
-    }
-}
-
-/// Smooth noise with a little grain, its channels alike: what photographs are to these loops.
-std::vector<uint16_t> NaturalImage() {
-    std::mt19937 random(3);
-    std::vector<double> light(kPixels, 0.0);
-    for (std::size_t cell = 64; cell >= 8; cell /= 2) {
-        const std::size_t nodes = kSide / cell + 2;
-        std::vector<double> corner(nodes * nodes);
-        for (double& value : corner) value = std::uniform_real_distribution<double>(-1, 1)(random);
-        for (std::size_t y = 0; y < kSide; ++y) {
-            for (std::size_t x = 0; x < kSide; ++x) {
-                const double fx = static_cast<double>(x % cell) / static_cast<double>(cell),
-                             fy = static_cast<double>(y % cell) / static_cast<double>(cell);
-                const double* const at = &corner[y / cell * nodes + x / cell];
-                light[y * kSide + x] += static_cast<double>(cell) / 64.0 *
-                                        ((at[0] * (1 - fx) + at[1] * fx) * (1 - fy) + (at[nodes] * (1 - fx) + at[nodes + 1] * fx) * fy);
-            }
-        }
-    }
-    std::vector<uint16_t> image(4 * kPixels);
-    for (std::size_t i = 0; i < image.size(); ++i) {
-        const double grain = std::uniform_real_distribution<double>(-0.006, 0.006)(random);
-        const double value = 0.45 + 0.25 * light[i / 4] + 0.08 * std::sin(static_cast<double>(i % 4) + light[i / 4] * 3) + grain;
-        image[i] = static_cast<uint16_t>(65535.0 * std::clamp(value, 0.0, 1.0));
-    }
-    return image;
-}
-
-std::vector<uint16_t> RandomImage() {
+std::vector<uint16_t> RandomImage(std::size_t side) {
     std::mt19937 random(4);
-    std::vector<uint16_t> image(4 * kPixels);
+    std::vector<uint16_t> image(4 * side * side);
     for (uint16_t& word : image) word = static_cast<uint16_t>(random());
     return image;
 }
 
 struct Operation {
     const char* name;
-    std::function<void(const PixelKernels&, const uint16_t* words, const uint8_t* bytes)> run;
+    std::function<void(const PixelKernels&, std::size_t first, std::size_t count)> run;
+};
+
+/// Two tables of random nodes over the whole range, and what is mapped through them.
+struct Bench {
+    PixelTable words{}, bytes{};
+    std::vector<uint16_t> wordsIn, wordsOut;
+    std::vector<uint8_t> bytesIn, bytesOut;
+
+    explicit Bench(uint32_t bits) {
+        if (CreateTablePixel16(bits, &words) != 0 || CreateTableUInt8(bits, &bytes) != 0) std::abort();
+        for (PixelTable* table : {&words, &bytes}) table->scale = {{65535, 65535, 65535}, {0, 0, 0}};
+        std::mt19937 random(5);
+        const std::size_t axis = (std::size_t{1} << bits) + 2, nodes = axis * axis * axis;
+        for (std::size_t i = 0; i < 4 * nodes; ++i) static_cast<uint16_t*>(words.table)[i] = static_cast<uint16_t>(random());
+        for (std::size_t i = 0; i < nodes; ++i) static_cast<uint8_t*>(bytes.table)[i] = static_cast<uint8_t>(random());
+    }
+    Bench(const Bench&) = delete;
+    Bench& operator=(const Bench&) = delete;
+    ~Bench() {
+        DisposeTablePixel16(&words);
+        DisposeTableUInt8(&bytes);
+    }
+
+    void Take(std::vector<uint16_t> image) {
+        wordsIn = std::move(image);
+        bytesIn.resize(wordsIn.size());
+        for (std::size_t i = 0; i < bytesIn.size(); ++i) bytesIn[i] = static_cast<uint8_t>(wordsIn[i] >> 8);
+        wordsOut.assign(wordsIn.size(), 0);
+        bytesOut.assign(wordsIn.size(), 0);
+    }
+    std::size_t Pixels() const { return wordsIn.size() / 4; }
+
+    std::vector<Operation> Operations() {
+        return {
+            {"MapPixel16ToDevice16",
+             [this](const PixelKernels& k, std::size_t i, std::size_t n) { k.pixel16ToDevice16(&words, &wordsIn[4 * i], &wordsOut[4 * i], n); }},
+            {"MapPixel16ToPixel8",
+             [this](const PixelKernels& k, std::size_t i, std::size_t n) { k.pixel16ToPixel8(&words, &wordsIn[4 * i], &bytesOut[4 * i], n); }},
+            {"MapDevice8ToPixel16",
+             [this](const PixelKernels& k, std::size_t i, std::size_t n) { k.device8ToPixel16(&words, &bytesIn[4 * i], &wordsOut[4 * i], n); }},
+            {"MapDevice16ToPixel16",
+             [this](const PixelKernels& k, std::size_t i, std::size_t n) { k.device16ToPixel16(&words, &wordsIn[4 * i], &wordsOut[4 * i], n); }},
+            {"MapPixel16ToUInt8",
+             [this](const PixelKernels& k, std::size_t i, std::size_t n) { k.pixel16ToUInt8(&bytes, &wordsIn[4 * i], &bytesOut[i], n); }},
+        };
+    }
+
+    /// The operation over everything, `run` pixels a call, by every set of kernels; and a copy of the pixels.
+    std::vector<Contender> Contenders(const Operation& operation, std::size_t run) {
+        std::vector<Contender> contenders;
+        for (const PixelKernels* kernels : AllPixelKernels()) {
+            if (!platform::ProcessorRuns(kernels->set)) continue;
+            contenders.push_back({NameOf(kernels->set), [this, operation, kernels, run] {
+                                      for (std::size_t i = 0; i + run <= Pixels(); i += run) operation.run(*kernels, i, run);
+                                  }});
+        }
+        contenders.push_back({"copy", [this] {
+                                  std::memcpy(wordsOut.data(), wordsIn.data(), sizeof wordsIn[0] * wordsIn.size());
+                                  bench::KeepWritten(wordsOut.data());
+                              }});
+        return contenders;
+    }
 };
 
 }  // namespace
 
 int main(int count, char** arguments) {
-    const int runCount = count > 1 ? std::max(1, std::atoi(arguments[1])) : 9;
-    PixelTable words{}, bytes{};
-    if (CreateTablePixel16(6, &words) != 0 || CreateTableUInt8(6, &bytes) != 0) return 1;
-    for (PixelTable* table : {&words, &bytes}) table->scale = {{65535, 65535, 65535}, {0, 0, 0}};
-    std::mt19937 random(5);
-    const std::size_t nodes = std::size_t{66} * 66 * 66;
-    for (std::size_t i = 0; i < 4 * nodes; ++i) static_cast<uint16_t*>(words.table)[i] = static_cast<uint16_t>(random());
-    for (std::size_t i = 0; i < nodes; ++i) static_cast<uint8_t*>(bytes.table)[i] = static_cast<uint8_t>(random());
-
-    std::vector<uint16_t> wordsOut(4 * kPixels);
-    std::vector<uint8_t> bytesOut(4 * kPixels);
-    const Operation operations[] = {
-        {"MapPixel16ToDevice16",
-         [&](const PixelKernels& k, const uint16_t* in, const uint8_t*) { k.pixel16ToDevice16(&words, in, wordsOut.data(), kPixels); }},
-        {"MapPixel16ToPixel8",
-         [&](const PixelKernels& k, const uint16_t* in, const uint8_t*) { k.pixel16ToPixel8(&words, in, bytesOut.data(), kPixels); }},
-        {"MapDevice8ToPixel16",
-         [&](const PixelKernels& k, const uint16_t*, const uint8_t* in) { k.device8ToPixel16(&words, in, wordsOut.data(), kPixels); }},
-        {"MapDevice16ToPixel16",
-         [&](const PixelKernels& k, const uint16_t* in, const uint8_t*) { k.device16ToPixel16(&words, in, wordsOut.data(), kPixels); }},
-        {"MapPixel16ToUInt8",
-         [&](const PixelKernels& k, const uint16_t* in, const uint8_t*) { k.pixel16ToUInt8(&bytes, in, bytesOut.data(), kPixels); }},
-    };
-    const struct {
-        const char* name;
-        std::vector<uint16_t> image;
-    } inputs[] = {{"natural", NaturalImage()}, {"random colours", RandomImage()}};
+    const int runs = count > 1 ? std::max(1, std::atoi(arguments[1])) : 9;
+    const char* const kUnit = "Mpixel/s";
 
     const std::string group = "Pixel converters, 256 by 256 pixels, tables of 65 nodes an axis";
     bench::PrintNote(group, "One thread, its own CPU time. plain is the defining formula at -O2; copy moves as many pixels of four 16-bit words.");
-    for (const auto& input : inputs) {
-        std::vector<uint8_t> inputBytes(4 * kPixels);
-        for (std::size_t i = 0; i < inputBytes.size(); ++i) inputBytes[i] = static_cast<uint8_t>(input.image[i] >> 8);
-        for (const Operation& operation : operations) {
-            std::vector<const PixelKernels*> sets;
-            for (const PixelKernels* const* set = RunnablePixelKernels(); *set; ++set) sets.push_back(*set);
-            std::vector<std::vector<double>> runs(sets.size() + 1);
-            for (int run = 0; run < runCount; ++run) {
-                for (std::size_t s = 0; s < sets.size(); ++s) {
-                    runs[s].push_back(Rate([&] { operation.run(*sets[s], input.image.data(), inputBytes.data()); }));
-                }
-                runs.back().push_back(Rate([&] {
-                    std::memcpy(wordsOut.data(), input.image.data(), 8 * kPixels);
-                    asm volatile("" : : "r"(wordsOut.data()) : "memory");
-                }));
-            }
-            for (std::size_t s = 0; s < sets.size(); ++s) {
-                bench::Row row{group, std::string(operation.name) + ", " + input.name, sets[s]->name, "Mpixel/s", runs[s]};
-                if (s > 0) {
-                    row.ratioTo = sets[0]->name;
-                    row.ratio = bench::Median(runs[s]) / bench::Median(runs[0]);
-                }
-                bench::Print(row);
-            }
-            bench::Print({group, std::string(operation.name) + ", " + input.name, "copy", "Mpixel/s", runs.back()});
+    Bench usual(6);
+    for (const bool natural : {true, false}) {
+        usual.Take(natural ? bench::NaturalImage(kSide, 3, 4) : RandomImage(kSide));
+        for (const Operation& operation : usual.Operations()) {
+            bench::Race(group, operation.name + std::string(natural ? ", natural" : ", random colours"), kUnit, 1e-6 * kSide * kSide, runs,
+                        usual.Contenders(operation, kSide * kSide), "plain");
         }
     }
-    DisposeTablePixel16(&words);
-    DisposeTableUInt8(&bytes);
+
+    const std::string shortRuns = "Pixel converters, short runs of a natural image";
+    bench::PrintNote(shortRuns, "As many pixels a call as each row says.");
+    usual.Take(bench::NaturalImage(kSide, 3, 4));
+    for (const Operation& operation : usual.Operations()) {
+        for (const std::size_t run : {1, 7, 64, 512}) {
+            std::vector<Contender> contenders = usual.Contenders(operation, run);
+            contenders.pop_back();
+            bench::Race(shortRuns, operation.name + std::string(", ") + std::to_string(run), kUnit, 1e-6 * kSide * kSide, runs, contenders, "plain");
+        }
+    }
+
+    const std::string large = "Pixel converters, 4096 by 4096 pixels of a natural image";
+    bench::PrintNote(large, "128 MiB in and out: the ratio says what share of a plain copy's speed is reached.");
+    usual.Take(bench::NaturalImage(kLargeSide, 3, 4));
+    for (const Operation& operation : usual.Operations()) {
+        bench::Race(large, operation.name, kUnit, 1e-6 * kLargeSide * kLargeSide, std::max(1, runs / 3),
+                    usual.Contenders(operation, kLargeSide * kLargeSide), "copy");
+    }
+
+    const std::string grids = "Pixel converters, grids of other sizes, 256 by 256 pixels of a natural image";
+    bench::PrintNote(grids, "MapPixel16ToDevice16 through tables of as many nodes an axis as each row says.");
+    for (const uint32_t bits : {3u, 4u, 5u, 6u, 7u}) {
+        Bench other(bits);
+        other.Take(bench::NaturalImage(kSide, 3, 4));
+        bench::Race(grids, std::to_string((1u << bits) + 1) + " nodes an axis", kUnit, 1e-6 * kSide * kSide, runs,
+                    other.Contenders(other.Operations().front(), kSide * kSide), "plain");
+    }
     return 0;
 }

@@ -7,114 +7,37 @@
 #include <lcms2.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <fstream>
-#include <functional>
 #include <iterator>
-#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "bench/Rows.h"
+#include "bench/NaturalImage.h"
+#include "bench/Race.h"
 #include "platform/linux/FusedEvaluator.h"
 #include "platform/linux/GamutTest.h"
 #include "platform/linux/LittleCmsEvaluator.h"
 
 namespace {
 
+using bench::Contender;
 using platform::PixelEvaluator;
 using platform::PixelFormat;
 using platform::ProfileChain;
 
 constexpr std::size_t kSide = 256, kPixels = kSide * kSide;
 constexpr const char* kGroup = "Printer transforms, 256 by 256 pixels of a natural image";
-constexpr double kShortestRound = 0.1;  // seconds for each contender
-
-double CpuSeconds() {
-    timespec time;
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
-    return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
-}
-
-struct Contender {
-    std::string name;
-    std::function<void()> convertOnce;  // kPixels
-    std::size_t repeats = 1;
-    std::vector<double> rates = {};  // Mpixel a second
-
-    double Round() const {
-        const double start = CpuSeconds();
-        for (std::size_t i = 0; i < repeats; ++i) convertOnce();
-        return static_cast<double>(repeats) * kPixels / (CpuSeconds() - start) * 1e-6;
-    }
-};
 
 int gRuns = 7;
 
 /// The last contender but one is what the others are compared with, the last one the copy.
-void Race(const std::string& name, const std::string& printer, std::vector<Contender> contenders) {
-    for (Contender& contender : contenders) {
-        const double rate = contender.Round();
-        contender.repeats = std::max<std::size_t>(1, static_cast<std::size_t>(kShortestRound * rate * 1e6 / kPixels));
-    }
-    for (int run = 0; run < gRuns; ++run) {
-        for (Contender& contender : contenders) contender.rates.push_back(contender.Round());
-    }
-    const Contender& peer = contenders[contenders.size() - 2];
-    for (const Contender& contender : contenders) {
-        bench::Row row = {kGroup, name + ", " + printer, contender.name, "Mpixel/s", contender.rates};
-        if (&contender != &peer) {
-            row.ratioTo = peer.name;
-            row.ratio = bench::Median(contender.rates) / bench::Median(peer.rates);
-        }
-        bench::Print(row);
-    }
-}
-
-/// Four octaves of smooth noise with a little grain, its channels much alike: 0..1.
-std::vector<double> NaturalPlane(std::mt19937& generator) {
-    std::uniform_real_distribution<double> any(0.0, 1.0);
-    std::vector<double> plane(kPixels, 0.0);
-    double weight = 0.5;
-    for (std::size_t cells = 4; cells <= 32; cells *= 2, weight /= 2.0) {
-        std::vector<double> lattice((cells + 1) * (cells + 1));
-        for (double& node : lattice) node = any(generator);
-        for (std::size_t i = 0; i < kPixels; ++i) {
-            const double x = static_cast<double>(i % kSide) / kSide * static_cast<double>(cells);
-            const double y = static_cast<double>(i / kSide) / kSide * static_cast<double>(cells);
-            const auto column = static_cast<std::size_t>(x), row = static_cast<std::size_t>(y);
-            const double* node = &lattice[row * (cells + 1) + column];
-            const double fx = x - std::floor(x), fy = y - std::floor(y);
-            const double top = node[0] + (node[1] - node[0]) * fx;
-            const double bottom = node[cells + 1] + (node[cells + 2] - node[cells + 1]) * fx;
-            plane[i] += weight * (top + (bottom - top) * fy);
-        }
-    }
-    return plane;
-}
-
-/// `samples` words a pixel, of which `channels` are used.
-std::vector<std::uint16_t> NaturalImage(std::size_t channels, std::size_t samples) {
-    std::mt19937 generator(7);
-    std::uniform_real_distribution<double> grain(-0.006, 0.006);
-    const std::vector<double> common = NaturalPlane(generator);
-    std::vector<std::uint16_t> image(kPixels * samples);
-    for (std::size_t c = 0; c < channels; ++c) {
-        const std::vector<double> own = NaturalPlane(generator);
-        for (std::size_t i = 0; i < kPixels; ++i) {
-            const double seen = std::clamp(0.7 * common[i] + 0.3 * own[i] + grain(generator), 0.0, 1.0);
-            // Light is linear in the reference space, ink is not.
-            const double value = channels == 3 ? std::pow(seen, 2.2) : seen * (c == 3 ? 0.4 : 0.9);
-            image[samples * i + c] = static_cast<std::uint16_t>(std::lround(65535.0 * value));
-        }
-    }
-    return image;
+void Race(const std::string& name, const std::string& printer, const std::vector<Contender>& contenders) {
+    bench::Race(kGroup, name + ", " + printer, "Mpixel/s", kPixels * 1e-6, gRuns, contenders, contenders[contenders.size() - 2].name);
 }
 
 std::shared_ptr<const std::vector<std::uint8_t>> ReadProfile(const std::string& path) {
@@ -136,13 +59,16 @@ PixelFormat Format16(std::size_t channels) {
 }
 
 Contender CopyOf(const std::vector<std::uint16_t>& image, std::vector<std::uint16_t>& result) {
-    return {"copy", [&] { std::memcpy(result.data(), image.data(), image.size() * sizeof image[0]); }};
+    return {"copy", [&] {
+                std::memcpy(result.data(), image.data(), image.size() * sizeof image[0]);
+                bench::KeepWritten(result.data());
+            }};
 }
 
 void RaceConversion(const std::string& name, const std::string& condition, const std::vector<std::string>& paths) {
     const std::unique_ptr<ProfileChain> chain = ChainOf(paths);
     const PixelFormat from = Format16(chain->SourceChannels()), to = Format16(chain->DestinationChannels());
-    const std::vector<std::uint16_t> image = NaturalImage(chain->SourceChannels(), 4);
+    const std::vector<std::uint16_t> image = bench::NaturalImage(kSide, chain->SourceChannels(), 4);
     std::vector<std::uint16_t> result(image.size());
     std::vector<std::unique_ptr<PixelEvaluator>> evaluators;
     for (const platform::FusedKernels* kernels : platform::RunnableFusedKernels()) {
@@ -155,13 +81,13 @@ void RaceConversion(const std::string& name, const std::string& condition, const
         contenders.push_back({evaluator->Name(), [&, e = evaluator.get()] { e->ConvertRow(image.data(), result.data(), kPixels); }});
     }
     contenders.push_back(CopyOf(image, result));
-    Race(name, condition, std::move(contenders));
+    Race(name, condition, contenders);
 }
 
 /// The peer is the engine's own gamut transform, which marks otherwise and writes whole bytes.
 void RaceGamut(const std::string& condition, const std::vector<std::string>& paths) {
     const std::unique_ptr<ProfileChain> chain = ChainOf(paths);
-    const std::vector<std::uint16_t> image = NaturalImage(3, 4);
+    const std::vector<std::uint16_t> image = bench::NaturalImage(kSide, 3, 4);
     std::vector<std::uint16_t> result(image.size());
     std::vector<std::unique_ptr<PixelEvaluator>> evaluators;
     for (const platform::FusedKernels* kernels : platform::RunnableFusedKernels()) {
@@ -181,7 +107,7 @@ void RaceGamut(const std::string& condition, const std::vector<std::string>& pat
     }
     contenders.push_back({"Little CMS gamut check", [&] { cmsDoTransform(engine, image.data(), result.data(), kPixels); }});
     contenders.push_back(CopyOf(image, result));
-    Race("gamut", condition, std::move(contenders));
+    Race("gamut", condition, contenders);
     cmsDeleteTransform(engine);
     cmsCloseProfile(printer);
     cmsCloseProfile(reference);

@@ -18,22 +18,23 @@ typedef struct ThreeDTable {
 } ThreeDTable;
 
 typedef struct MatchingData {
-    int32_t referenceCount;                 // guarded by the lock of MatchingDataHandle
-    ICC_ShaperMatrix monitorShaper;         // the working monitor model, bent by viewing conditions
-    ICC_ShaperMatrix baseShaper;            // the same as loaded
-    FixedXYZ printerWhite;                  // the caller's, else the printer profile's media white
+    int32_t referenceCount;          // guarded by the lock of MatchingDataHandle
+    ICC_ShaperMatrix monitorShaper;  // the working monitor model, bent by viewing conditions
+    ICC_ShaperMatrix baseShaper;     // the same as loaded
+    FixedXYZ printerWhite;           // the caller's, else the printer profile's media white
     FixedXYZ printerMediaWhite;
     FixedXYZ referenceIlluminant;
-    int32_t monitorLuminance;               // cd/m2, s15.16
+    int32_t monitorLuminance;  // cd/m2, s15.16
     FixedXYZ monitorWhite;
-    uint32_t useMonitorWhite;               // 1 when the caller gave a monitor white
-    FixedMatrix referenceInverse;           // XYZ to reference RGB
-    FixedMatrix monitorMatrix;              // linear monitor RGB to XYZ
+    uint32_t useMonitorWhite;      // 1 when the caller gave a monitor white
+    FixedMatrix referenceInverse;  // XYZ to reference RGB
+    FixedMatrix monitorMatrix;     // linear monitor RGB to XYZ
     ThreeDTable match3D, predict3D, gamut3D, proof3D;
-    uint32_t tablesBuilt;                   // 1 while the grid tables are in force
+    uint32_t tablesBuilt;  // 1 while the grid tables are in force
     PixelTable matchTable, proofTable, predictTable, gamutTable;
-    uint32_t printerColourSpace;            // 'RGB ' or 'CMYK'
+    uint32_t printerColourSpace;  // 'RGB ' or 'CMYK'
     ColorSyncTransformRef printerMatchTransform, printerPredictTransform, proofTransform;
+    struct MonitorTables* monitorTables;  // monitorShaper tabulated, for speed; null: the operations compute what they would look up
 } MatchingData;
 
 /// Builds a record.
@@ -46,10 +47,11 @@ typedef struct MatchingData {
 ///                 memory; -170 for a file that is no profile and for a monitor that is no usable matrix model; else what opening or reading a
 ///                 profile answered
 /// returns         a record with reference count 1 (DisposeMatchingData, or hand it to SetMatchingData), or null
-CM_EXPORT MatchingData* LoadMatchingData(const AliasHandle profiles[3], uint8_t useProofer, const FixedXYZ* monitorWhite, const FixedXYZ* printerWhite,
-                                         OSErr* status);
+CM_EXPORT MatchingData* LoadMatchingData(const AliasHandle profiles[3], uint8_t useProofer, const FixedXYZ* monitorWhite,
+                                         const FixedXYZ* printerWhite, OSErr* status);
 
 /// 'Qua0' builds the four grid tables and puts them in force; any other code turns them off and keeps them. 0, or -108.
+/// Any code tabulates the working monitor model where that has not been done since it changed.
 CM_EXPORT OSErr SetDirectMatchingQuality(MatchingData* data, uint32_t quality);
 /// Fills the four allocated grid tables from the working monitor model and the proof transform.
 CM_EXPORT void BuildMatchingTables(MatchingData* data);

@@ -7,6 +7,7 @@
 
 #include "colour/MatrixArithmetic.h"
 #include "engine/MatchingData.h"
+#include "engine/MonitorTables.h"
 #include "platform/FourCharCode.h"
 #include "platform/Owned.h"
 #include "profile/CurveSampling.h"
@@ -229,5 +230,6 @@ void DisposeMatchingData(MatchingData* data) {
     for (ColorSyncTransformRef transform : {data->printerMatchTransform, data->printerPredictTransform, data->proofTransform}) {
         const Owned<ColorSyncTransformRef> released(transform);
     }
+    DisposeMonitorTables(data->monitorTables);
     std::free(data);
 }

@@ -1,20 +1,27 @@
 #include <algorithm>
 #include <atomic>
+#include <bit>
+#include <cstring>
 #include <exception>
 #include <thread>
+#include <utility>
 
 #include "engine/DirectMonitor.h"
 #include "engine/DirectPrinter.h"
+#include "engine/GridTables.h"
 #include "engine/MatchingData.h"
+#include "engine/MonitorTables.h"
 #include "engine/ProofTransform.h"
+#include "engine/kernels/MonitorKernels.h"
 #include "platform/FourCharCode.h"
 
 namespace {
 
 constexpr uint32_t kTableBits = 6;
 constexpr uint16_t kFull65535 = 65535;
-/// Nodes converted at a time: a whole row of a table of kTableBits.
-constexpr uint32_t kRunLength = 65;
+/// A whole row of a table of kTableBits, and the nodes converted at a time: a whole plane.
+constexpr uint32_t kRowLength = 65;
+constexpr uint32_t kRunLength = kRowLength * kRowLength;
 constexpr size_t kMostThreads = 16;
 
 /// The node inputs along one axis: min + range * index / (gridSize - 1), in 16 bits. The product is below 65536 * 65536.
@@ -48,21 +55,54 @@ void FillTable(const PixelTable& table, const PixelScale& inputs, size_t nodeSiz
     const uint32_t gridSize = table.gridSize;
     OnAllCores(gridSize, [&](uint32_t i) {
         auto* node = static_cast<Value*>(table.table) + nodeSize * gridSize * gridSize * i;
-        uint16_t pixels[4 * kRunLength] = {};
+        // A pixel is written in one piece, the first input the lowest.
+        static_assert(std::endian::native == std::endian::little);
+        uint16_t pixels[4 * kRunLength];
+        uint64_t third[kRowLength];
+        size_t held = 0;
         for (uint32_t j = 0; j < gridSize; ++j) {
-            for (uint32_t first = 0; first < gridSize; first += kRunLength) {
-                const uint32_t count = std::min(gridSize - first, kRunLength);
-                uint16_t* pixel = pixels;
-                for (uint32_t k = first; k < first + count; ++k, pixel += 4) {
-                    pixel[0] = NodeInput(inputs, 0, i, gridSize);
-                    pixel[1] = NodeInput(inputs, 1, j, gridSize);
-                    pixel[2] = NodeInput(inputs, 2, k, gridSize);
+            const uint64_t firstTwo = NodeInput(inputs, 0, i, gridSize) | uint64_t{NodeInput(inputs, 1, j, gridSize)} << 16;
+            for (uint32_t first = 0; first < gridSize; first += kRowLength) {
+                const uint32_t count = std::min(gridSize - first, kRowLength);
+                if (j == 0 || gridSize > kRowLength) {
+                    for (uint32_t k = 0; k < count; ++k) third[k] = uint64_t{NodeInput(inputs, 2, first + k, gridSize)} << 32;
                 }
-                convert(pixels, node, count);
-                node += count * nodeSize;
+                for (uint32_t k = 0; k < count; ++k) {
+                    const uint64_t pixel = firstTwo | third[k];
+                    std::memcpy(pixels + 4 * (held + k), &pixel, sizeof pixel);
+                }
+                held += count;
+                if (held + kRowLength > kRunLength || (j + 1 == gridSize && first + count == gridSize)) {
+                    convert(pixels, node, held);
+                    node += nodeSize * held;
+                    held = 0;
+                }
             }
         }
     });
+}
+
+/// Those that are not there yet. 0 or -108; what was allocated before a failure stays.
+int AllocateGrids(MatchingData* data) {
+    for (PixelTable* table : {&data->matchTable, &data->proofTable, &data->predictTable}) {
+        const int status = table->table ? 0 : CreateTablePixel16(kTableBits, table);
+        if (status != 0) return status;
+    }
+    return data->gamutTable.table ? 0 : CreateTableUInt8(kTableBits, &data->gamutTable);
+}
+
+struct Pixel {
+    uint16_t value[4];
+};
+
+/// The monitor's black and white in reference RGB.
+std::pair<Pixel, Pixel> MonitorRange(const MatchingData* data) {
+    constexpr uint16_t kDeviceBlack[3] = {0, 0, 0};
+    constexpr uint16_t kDeviceWhite[3] = {kFull65535, kFull65535, kFull65535};
+    Pixel black{}, white{};
+    Predict_ShaperMatrix(&data->monitorShaper, kDeviceBlack, black.value);
+    Predict_ShaperMatrix(&data->monitorShaper, kDeviceWhite, white.value);
+    return {black, white};
 }
 
 /// The inputs from `low` to `high` on each channel. A channel without extent has range 1: a range is divided by.
@@ -79,52 +119,46 @@ PixelScale ScaleBetween(const uint16_t low[3], const uint16_t high[3]) {
 
 OSErr SetDirectMatchingQuality(MatchingData* data, uint32_t quality) {
     if (!data) return 0;
-    if (quality != FourChar("Qua0")) {
-        data->tablesBuilt = 0;
-        return 0;
-    }
-    for (PixelTable* table : {&data->matchTable, &data->proofTable, &data->predictTable}) {
-        if (table->table) continue;
-        const int status = CreateTablePixel16(kTableBits, table);
+    const bool precomputed = quality == FourChar("Qua0");
+    if (precomputed) {
+        const int status = AllocateGrids(data);
         if (status != 0) return static_cast<OSErr>(status);
     }
-    if (!data->gamutTable.table) {
-        const int status = CreateTableUInt8(kTableBits, &data->gamutTable);
-        if (status != 0) return static_cast<OSErr>(status);
-    }
-    BuildMatchingTables(data);
-    data->tablesBuilt = 1;
+    // Without memory for them the operations are slower and answer the same.
+    if (!data->monitorTables && MonitorKernelsInUse()) data->monitorTables = MakeMonitorTables(data->monitorShaper);
+    if (precomputed) BuildMatchingTables(data);
+    data->tablesBuilt = precomputed ? 1 : 0;
     return 0;
 }
 
 void BuildMatchingTables(MatchingData* data) {
-    const auto match = [=](const uint16_t* in, uint16_t* nodes, size_t count) { DirectMonitorMatch16(data, in, nodes, count); };
-    const auto proof = [=](const uint16_t* in, uint16_t* nodes, size_t count) { DirectProofMatch16(data, in, nodes, count); };
-    const auto predict = [=](const uint16_t* in, uint16_t* nodes, size_t count) { DirectMonitorPredict16(data, in, nodes, count); };
-    const auto gamut = [=](const uint16_t* in, uint8_t* nodes, size_t count) { DirectMonitorGamut(data, in, nodes, count); };
+    BuildMonitorGrids(data);
+    BuildProofGrid(data);
+}
 
-    constexpr uint16_t kDeviceWhite[3] = {kFull65535, kFull65535, kFull65535};
-    constexpr uint16_t kDeviceBlack[3] = {0, 0, 0};
-    uint16_t white[4] = {};
-    uint16_t black[4] = {};
-    Predict_ShaperMatrix(&data->monitorShaper, kDeviceWhite, white);
-    Predict_ShaperMatrix(&data->monitorShaper, kDeviceBlack, black);
-    const PixelScale monitorScale = ScaleBetween(black, white);
-
-    data->matchTable.scale = monitorScale;
-    FillTable<uint16_t>(data->matchTable, monitorScale, 4, match);
-
-    uint16_t proofedWhite[4] = {};
-    uint16_t proofedBlack[4] = {};
-    ConvertThroughProof(data, white, proofedWhite, 1);
-    ConvertThroughProof(data, black, proofedBlack, 1);
-    data->proofTable.scale = ScaleBetween(proofedBlack, proofedWhite);
-    FillTable<uint16_t>(data->proofTable, data->proofTable.scale, 4, proof);
+void BuildMonitorGrids(MatchingData* data) {
+    const auto [black, white] = MonitorRange(data);
+    const PixelScale scale = ScaleBetween(black.value, white.value);
+    data->matchTable.scale = scale;
+    FillTable<uint16_t>(data->matchTable, scale, 4,
+                        [=](const uint16_t* in, uint16_t* nodes, size_t count) { DirectMonitorMatch16(data, in, nodes, count); });
 
     UnscaledTable(&data->predictTable.scale);
     constexpr PixelScale kDeviceRange = {{kFull65535, kFull65535, kFull65535}, {0, 0, 0}};
-    FillTable<uint16_t>(data->predictTable, kDeviceRange, 4, predict);
+    FillTable<uint16_t>(data->predictTable, kDeviceRange, 4,
+                        [=](const uint16_t* in, uint16_t* nodes, size_t count) { DirectMonitorPredict16(data, in, nodes, count); });
 
-    data->gamutTable.scale = monitorScale;
-    FillTable<uint8_t>(data->gamutTable, monitorScale, 1, gamut);
+    data->gamutTable.scale = scale;
+    FillTable<uint8_t>(data->gamutTable, scale, 1,
+                       [=](const uint16_t* in, uint8_t* nodes, size_t count) { DirectMonitorGamut(data, in, nodes, count); });
+}
+
+void BuildProofGrid(MatchingData* data) {
+    const auto [black, white] = MonitorRange(data);
+    Pixel proofedBlack{}, proofedWhite{};
+    ConvertThroughProof(data, black.value, proofedBlack.value, 1);
+    ConvertThroughProof(data, white.value, proofedWhite.value, 1);
+    data->proofTable.scale = ScaleBetween(proofedBlack.value, proofedWhite.value);
+    FillTable<uint16_t>(data->proofTable, data->proofTable.scale, 4,
+                        [=](const uint16_t* in, uint16_t* nodes, size_t count) { DirectProofMatch16(data, in, nodes, count); });
 }

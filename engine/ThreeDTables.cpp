@@ -16,30 +16,41 @@ struct Tetrahedron {
     uint32_t weight[4];
 };
 
-// Axes by falling fraction, found by 4 * (fx > fy) + 2 * (fx > fz) + (fy > fz). Equal fractions count as the later axis being the larger.
-// 2 and 5 contradict themselves.
-constexpr uint8_t kAxesByFraction[8][3] = {{2, 1, 0}, {1, 2, 0}, {}, {1, 0, 2}, {2, 0, 1}, {}, {0, 2, 1}, {0, 1, 2}};
+// Chosen by masks: which fraction is the larger cannot be foreseen, and compilers make branches of the usual ways to write it.
+inline uint32_t Larger(uint32_t a, uint32_t b) {
+    return a ^ ((a ^ b) & (0 - uint32_t{a < b}));
+}
+inline uint32_t Smaller(uint32_t a, uint32_t b) {
+    return b ^ ((a ^ b) & (0 - uint32_t{a < b}));
+}
+inline size_t Chosen(bool first, size_t a, size_t b) {
+    return b ^ ((a ^ b) & (0 - size_t{first}));
+}
 
-Tetrahedron Locate(const uint32_t index[3], const uint32_t fraction[3], uint32_t full, uint32_t gridPoints, uint32_t stride) {
-    size_t step[3] = {size_t{gridPoints} * gridPoints * stride, size_t{gridPoints} * stride, stride};
-    const size_t base = index[0] * step[0] + index[1] * step[1] + index[2] * step[2];
+inline Tetrahedron Locate(const uint32_t index[3], const uint32_t fraction[3], uint32_t full, uint32_t gridPoints, uint32_t stride) {
+    const size_t row = size_t{gridPoints} * stride, plane = row * gridPoints;
+    const size_t base = index[0] * plane + index[1] * row + size_t{index[2]} * stride;
     // At the top of an axis, where the fraction is 0, the next node would lie past the table; every node beyond that step weighs nothing.
-    for (int axis = 0; axis < 3; ++axis) {
-        if (fraction[axis] == 0) step[axis] = 0;
-    }
-    const unsigned order = (fraction[0] > fraction[1] ? 4u : 0u) | (fraction[0] > fraction[2] ? 2u : 0u) | (fraction[1] > fraction[2] ? 1u : 0u);
-    const uint8_t* axes = kAxesByFraction[order];
-    const uint32_t largest = fraction[axes[0]];
-    const uint32_t middle = fraction[axes[1]];
-    const uint32_t smallest = fraction[axes[2]];
-    return {{base, base + step[axes[0]], base + step[axes[0]] + step[axes[1]], base + step[0] + step[1] + step[2]},
-            {full - largest, largest - middle, middle - smallest, smallest}};
+    const size_t x = Chosen(fraction[0] != 0, plane, 0), y = Chosen(fraction[1] != 0, row, 0), z = Chosen(fraction[2] != 0, stride, 0);
+    const uint32_t largest = Larger(Larger(fraction[0], fraction[1]), fraction[2]);
+    const uint32_t smallest = Smaller(Smaller(fraction[0], fraction[1]), fraction[2]);
+    const uint32_t middle = fraction[0] + fraction[1] + fraction[2] - largest - smallest;
+    // Which of two equal fractions goes first decides about a node of no weight.
+    const size_t first = Chosen(fraction[0] == largest, x, Chosen(fraction[1] == largest, y, z));
+    const size_t last = Chosen(fraction[2] == smallest, z, Chosen(fraction[1] == smallest, y, x));
+    const size_t far = base + x + y + z;
+    return {{base, base + first, far - last, far}, {full - largest, largest - middle, middle - smallest, smallest}};
 }
 
 // At most 65535 * 65535: the weights add up to full scale.
-uint32_t WeightedSum(const Tetrahedron& nodes, const uint16_t* channel) {
+inline uint32_t WeightedSum(const Tetrahedron& nodes, const uint16_t* channel) {
     return nodes.weight[0] * channel[nodes.node[0]] + nodes.weight[1] * channel[nodes.node[1]] + nodes.weight[2] * channel[nodes.node[2]] +
            nodes.weight[3] * channel[nodes.node[3]];
+}
+
+// number / 65535, for numbers up to 65535 * 65535.
+inline uint32_t PartOfFull(uint32_t number) {
+    return (number + (number >> 16) + 1) >> 16;
 }
 
 }  // namespace
@@ -48,14 +59,17 @@ void ICC_ThreeDLookup(const uint16_t in[3], const uint16_t* table, uint32_t grid
     uint32_t index[3];
     uint32_t fraction[3];
     for (int axis = 0; axis < 3; ++axis) {
+        // A table of more than 65536 grid points an axis fits no memory.
         const uint32_t position = in[axis] * (gridPoints - 1);
-        index[axis] = position / kFull65535;
-        fraction[axis] = position % kFull65535;
+        index[axis] = PartOfFull(position);
+        fraction[axis] = position - index[axis] * kFull65535;
     }
     const Tetrahedron nodes = Locate(index, fraction, kFull65535, gridPoints, stride);
-    for (uint32_t output = 0; output < outputs; ++output) {
-        out[output] = static_cast<uint16_t>(WeightedSum(nodes, table + output) / kFull65535);
+    if (outputs == 3) {
+        for (uint32_t output = 0; output < 3; ++output) out[output] = static_cast<uint16_t>(PartOfFull(WeightedSum(nodes, table + output)));
+        return;
     }
+    for (uint32_t output = 0; output < outputs; ++output) out[output] = static_cast<uint16_t>(PartOfFull(WeightedSum(nodes, table + output)));
 }
 
 void ICC_ThreeDLookup32768(const uint16_t in[3], const uint16_t* table, uint32_t gridPoints, uint16_t* out, uint32_t stride, uint32_t outputs) {

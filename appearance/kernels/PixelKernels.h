@@ -2,10 +2,13 @@
 
 /// The loops behind the pixel converters, one set for each instruction set. All sets give the same bytes as the plain one, which is the definition.
 
+#include <span>
+
 #include "appearance/PixelMapping.h"
+#include "platform/InstructionSet.h"
 
 struct PixelKernels {
-    const char* name;
+    platform::InstructionSet set;
     void (*device8ToPixel16)(const PixelTable*, const uint8_t*, uint16_t*, size_t);
     void (*device16ToPixel16)(const PixelTable*, const uint16_t*, uint16_t*, size_t);
     void (*pixel16ToDevice16)(const PixelTable*, const uint16_t*, uint16_t*, size_t);
@@ -15,13 +18,22 @@ struct PixelKernels {
 
 /// The formula written straight; any processor.
 extern const PixelKernels kPlainPixelKernels;
+/// Without divisions and branches; any processor. The vector sets leave to it what fills no block.
+extern const PixelKernels kPortablePixelKernels;
 
-/// Every set that this processor can run, the best one last, and a null pointer after it.
-const PixelKernels* const* RunnablePixelKernels();
+#ifdef CM_AVX_KERNELS  // set by the build where it compiles them
+extern const PixelKernels kAvx2PixelKernels;
+extern const PixelKernels kAvx512PixelKernels;
+#endif
+#ifdef CM_NEON_KERNELS  // set by the build where it compiles them
+extern const PixelKernels kNeonPixelKernels;
+#endif
 
-/// What the converters use: the best runnable set, or the one that the environment variable CM_PIXEL_KERNELS names when it is asked for first.
+/// Every set that was built, in rising order; platform::ProcessorRuns says which of them may be called.
+std::span<const PixelKernels* const> AllPixelKernels();
+
+/// What the converters use: the best set that this processor runs and that is allowed.
 const PixelKernels& PixelKernelsInUse();
 
-#ifdef CM_AVX2_KERNELS  // set by the build where it compiles them
-extern const PixelKernels kAvx2PixelKernels;
-#endif
+/// Whether the geometry is one that the Create functions make. Other grids are left to the plain kernels.
+bool IsUsualGrid(const PixelTable& grid);

@@ -2,7 +2,7 @@
 
 #include "appearance/kernels/PixelKernels.h"
 
-#ifdef CM_AVX2_KERNELS  // set by the build where it compiles them
+#ifdef CM_AVX_KERNELS  // set by the build where it compiles them
 
 #include <immintrin.h>
 
@@ -19,11 +19,9 @@ struct Components {
     __m256i channel[3];
 };
 
-/// A grid whose nodes are counted in 32 bits and whose weights fit signed 16 bits, laid out as the Create functions do.
-bool IsUsualGrid(const PixelTable& grid) {
-    const uint32_t bits = 15 - grid.shift;
-    return grid.shift <= 14 && bits <= 9 && grid.cellSize == 1u << grid.shift && grid.fractionMask == grid.cellSize - 1 &&
-           grid.gridSize == (1u << bits) + 1 && grid.indexMask == (2u << bits) - 1;
+/// A grid whose nodes are counted in 32 bits and whose weights fit signed 16 bits.
+bool IsServed(const PixelTable& grid) {
+    return IsUsualGrid(grid) && grid.shift >= 6 && grid.shift <= 14;
 }
 
 __m256i Load(const void* from) {
@@ -191,7 +189,7 @@ void StoreWordsWithoutPadding(const MixedWords& mixed, uint16_t* destination) {
 
 void Device8ToPixel16(const PixelTable* table, const uint8_t* source, uint16_t* destination, size_t count) {
     const PixelTable grid = *table;
-    if (IsUsualGrid(grid)) {
+    if (count >= kBlock && IsServed(grid)) {
         const Geometry geometry(grid);
         for (; count >= kBlock; count -= kBlock, source += 4 * kBlock, destination += 4 * kBlock) {
             Components in = LoadBytes(source);
@@ -199,12 +197,12 @@ void Device8ToPixel16(const PixelTable* table, const uint8_t* source, uint16_t* 
             StoreWordsWithoutPadding(MixWords(grid, geometry, in), destination);
         }
     }
-    kPlainPixelKernels.device8ToPixel16(table, source, destination, count);
+    kPortablePixelKernels.device8ToPixel16(table, source, destination, count);
 }
 
 void Device16ToPixel16(const PixelTable* table, const uint16_t* source, uint16_t* destination, size_t count) {
     const PixelTable grid = *table;
-    if (IsUsualGrid(grid)) {
+    if (count >= kBlock && IsServed(grid)) {
         const Geometry geometry(grid);
         for (; count >= kBlock; count -= kBlock, source += 4 * kBlock, destination += 4 * kBlock) {
             Components in = LoadWords(source);
@@ -222,24 +220,24 @@ void Device16ToPixel16(const PixelTable* table, const uint16_t* source, uint16_t
             }
         }
     }
-    kPlainPixelKernels.device16ToPixel16(table, source, destination, count);
+    kPortablePixelKernels.device16ToPixel16(table, source, destination, count);
 }
 
 void Pixel16ToDevice16(const PixelTable* table, const uint16_t* source, uint16_t* destination, size_t count) {
     const PixelTable grid = *table;
-    if (IsUsualGrid(grid) && count >= kBlock) {
+    if (count >= kBlock && IsServed(grid)) {
         const Geometry geometry(grid);
         const Scaler scaler(grid.scale);
         for (; count >= kBlock; count -= kBlock, source += 4 * kBlock, destination += 4 * kBlock) {
             StoreWordsWithoutPadding(MixWords(grid, geometry, scaler.Clamped(LoadWords(source))), destination);
         }
     }
-    kPlainPixelKernels.pixel16ToDevice16(table, source, destination, count);
+    kPortablePixelKernels.pixel16ToDevice16(table, source, destination, count);
 }
 
 void Pixel16ToPixel8(const PixelTable* table, const uint16_t* source, uint8_t* destination, size_t count) {
     const PixelTable grid = *table;
-    if (IsUsualGrid(grid) && count >= kBlock) {
+    if (count >= kBlock && IsServed(grid)) {
         const Geometry geometry(grid);
         const Scaler scaler(grid.scale);
         for (; count >= kBlock; count -= kBlock, source += 4 * kBlock, destination += 4 * kBlock) {
@@ -257,12 +255,12 @@ void Pixel16ToPixel8(const PixelTable* table, const uint16_t* source, uint8_t* d
             }
         }
     }
-    kPlainPixelKernels.pixel16ToPixel8(table, source, destination, count);
+    kPortablePixelKernels.pixel16ToPixel8(table, source, destination, count);
 }
 
 void Pixel16ToUInt8(const PixelTable* table, const uint16_t* source, uint8_t* destination, size_t count) {
     const PixelTable grid = *table;
-    if (IsUsualGrid(grid) && count >= kBlock) {
+    if (count >= kBlock && IsServed(grid)) {
         const Geometry geometry(grid);
         const Scaler scaler(grid.scale);
         const auto* const nodes = static_cast<const uint8_t*>(grid.table);
@@ -285,11 +283,12 @@ void Pixel16ToUInt8(const PixelTable* table, const uint16_t* source, uint8_t* de
             for (size_t i = 0; i < kBlock; ++i) destination[kPixelAt[i]] = static_cast<uint8_t>(bytes[i]);
         }
     }
-    kPlainPixelKernels.pixel16ToUInt8(table, source, destination, count);
+    kPortablePixelKernels.pixel16ToUInt8(table, source, destination, count);
 }
 
 }  // namespace
 
-const PixelKernels kAvx2PixelKernels = {"avx2", Device8ToPixel16, Device16ToPixel16, Pixel16ToDevice16, Pixel16ToPixel8, Pixel16ToUInt8};
+const PixelKernels kAvx2PixelKernels = {
+    platform::InstructionSet::kAvx2, Device8ToPixel16, Device16ToPixel16, Pixel16ToDevice16, Pixel16ToPixel8, Pixel16ToUInt8};
 
 #endif

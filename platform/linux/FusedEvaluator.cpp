@@ -96,18 +96,16 @@ std::shared_ptr<const FusedProgram> CompileGamutTest(const ProfileChain& chain) 
 
 std::vector<const FusedKernels*> RunnableFusedKernels() {
     std::vector<const FusedKernels*> kernels = {&kFusedBaseline};
-#if defined(__x86_64__)
-    if (__builtin_cpu_supports("avx2")) kernels.push_back(&kFusedAvx2);
-    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512dq") &&
-        __builtin_cpu_supports("avx512vl")) {
-        kernels.push_back(&kFusedAvx512);
+#ifdef CM_AVX_KERNELS
+    for (const FusedKernels* wider : {&kFusedAvx2, &kFusedAvx512}) {
+        if (ProcessorRuns(wider->set)) kernels.push_back(wider);
     }
 #endif
     return kernels;
 }
 
 const FusedKernels& BestFusedKernels() {
-    static const FusedKernels& best = *RunnableFusedKernels().back();
+    static const FusedKernels& best = *BestAllowed(RunnableFusedKernels());
     return best;
 }
 

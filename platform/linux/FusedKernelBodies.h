@@ -573,6 +573,6 @@ void CompareLab(const FusedBlock& first, const FusedBlock& second, float squared
 
 }  // namespace
 
-const FusedKernels CM_FUSED_KERNELS = {CM_FUSED_NAME, UnpackBlock, Run, PackBlock, CompareLab};
+const FusedKernels CM_FUSED_KERNELS = {InstructionSet::CM_FUSED_SET, CM_FUSED_NAME, UnpackBlock, Run, PackBlock, CompareLab};
 
 }  // namespace platform

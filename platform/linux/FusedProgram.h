@@ -9,6 +9,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "platform/InstructionSet.h"
+
 namespace platform {
 
 constexpr size_t kFusedBlock = 128;  // pixels; a multiple of every vector length
@@ -80,6 +82,7 @@ struct FusedLayout {
 
 /// One instruction set's way. All ways give the same bytes.
 struct FusedKernels {
+    InstructionSet set;
     const char* name;
     void (*unpack)(const FusedLayout& layout, const void* pixels, FusedBlock& block, size_t count);
     void (*run)(const FusedStep* steps, size_t stepCount, FusedBlock& block, FusedBlock& kept, size_t count);
@@ -89,7 +92,7 @@ struct FusedKernels {
 };
 
 extern const FusedKernels kFusedBaseline;
-#if defined(__x86_64__)
+#ifdef CM_AVX_KERNELS  // set by the build where it compiles them
 extern const FusedKernels kFusedAvx2;
 extern const FusedKernels kFusedAvx512;
 #endif

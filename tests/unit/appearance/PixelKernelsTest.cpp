@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <random>
 #include <string>
 #include <vector>
@@ -17,10 +15,13 @@ namespace {
 using reference::GuardedArray;
 using Words = std::vector<uint16_t>;
 using Bytes = std::vector<uint8_t>;
+using platform::InstructionSet;
 
 std::vector<const PixelKernels*> Sets() {
     std::vector<const PixelKernels*> sets;
-    for (const PixelKernels* const* set = RunnablePixelKernels(); *set; ++set) sets.push_back(*set);
+    for (const PixelKernels* set : AllPixelKernels()) {
+        if (platform::ProcessorRuns(set->set)) sets.push_back(set);
+    }
     return sets;
 }
 
@@ -80,13 +81,13 @@ std::vector<PixelScale> Scales(std::mt19937_64& random) {
     return scales;
 }
 
-TEST(PixelKernels, TheSetsThatThisMachineRuns) {
-    std::string names;
-    for (const PixelKernels* set : Sets()) names += std::string(" ") + set->name;
-    std::printf("    tried:%s\n", names.c_str());
-    EXPECT_STREQ(Sets().front()->name, "plain");
-    const char* const wanted = std::getenv("CM_PIXEL_KERNELS");
-    EXPECT_STREQ(PixelKernelsInUse().name, wanted ? wanted : Sets().back()->name);
+TEST(PixelKernels, TheConvertersUseTheBestSetThatIsAllowed) {
+    EXPECT_EQ(Sets().front()->set, InstructionSet::kPlain);
+    const PixelKernels* expected = nullptr;
+    for (const PixelKernels* set : Sets()) {
+        if (set->set <= platform::WidestAllowed()) expected = set;
+    }
+    EXPECT_EQ(&PixelKernelsInUse(), expected);
 }
 
 TEST(PixelKernels, GiveTheBytesOfThePlainOnes) {
@@ -101,7 +102,7 @@ TEST(PixelKernels, GiveTheBytesOfThePlainOnes) {
             for (uint8_t& byte : bytesIn) byte = static_cast<uint8_t>(random());
             for (const size_t count : {size_t{8}, size_t{kMost - random() % 9}}) {
                 for (const PixelKernels* set : Sets()) {
-                    SCOPED_TRACE(std::string(set->name) + ", " + std::to_string(bits) + " bits, range " + std::to_string(scale.range[0]));
+                    SCOPED_TRACE(std::string(NameOf(set->set)) + ", " + std::to_string(bits) + " bits, range " + std::to_string(scale.range[0]));
                     const Words fill(4 * kMost + 4, 0xA5C3);
                     const Bytes fillBytes(4 * kMost + 4, 0x5A);
                     const auto compareWords = [&](auto run, const auto* in) {
@@ -144,7 +145,7 @@ TEST(PixelKernels, DivideByEveryRangeAsThePlainOnesDo) {
         for (const PixelKernels* set : Sets()) {
             kPlainPixelKernels.pixel16ToDevice16(&grid.table, source.data(), expected.data(), 512);
             set->pixel16ToDevice16(&grid.table, source.data(), actual.data(), 512);
-            ASSERT_TRUE(actual == expected) << set->name << " " << range;
+            ASSERT_TRUE(actual == expected) << NameOf(set->set) << " " << range;
         }
     }
 }
@@ -161,10 +162,10 @@ TEST(PixelKernels, EveryByteAndWordEntersAsWithThePlainOnes) {
         Words expected(words.size(), 7), actual(words.size(), 7);
         kPlainPixelKernels.device8ToPixel16(&grid.table, bytes.data(), expected.data(), 256);
         set->device8ToPixel16(&grid.table, bytes.data(), actual.data(), 256);
-        ASSERT_TRUE(actual == expected) << set->name;
+        ASSERT_TRUE(actual == expected) << NameOf(set->set);
         kPlainPixelKernels.device16ToPixel16(&grid.table, words.data(), expected.data(), 65536);
         set->device16ToPixel16(&grid.table, words.data(), actual.data(), 65536);
-        ASSERT_TRUE(actual == expected) << set->name;
+        ASSERT_TRUE(actual == expected) << NameOf(set->set);
     }
 }
 
@@ -180,7 +181,7 @@ TEST(PixelKernels, ShortRunsEndWithTheirLastPixel) {
         const GuardedArray<uint16_t> source(pixels);
         const GuardedArray<uint8_t> sourceBytes(small);
         for (const PixelKernels* set : Sets()) {
-            SCOPED_TRACE(std::string(set->name) + " " + std::to_string(count));
+            SCOPED_TRACE(std::string(NameOf(set->set)) + " " + std::to_string(count));
             GuardedArray<uint16_t> out(Words(4 * count, 9));
             GuardedArray<uint8_t> outBytes(Bytes(4 * count, 9));
             GuardedArray<uint8_t> flags(Bytes(count, 9));

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 
+#include "engine/DirectMonitor.h"
 #include "engine/MatchingData.h"
 #include "profile/CurveTag.h"
 #include "tests/fixtures/MatchingRecords.h"
@@ -14,6 +15,7 @@
 namespace {
 
 constexpr uint32_t kQua0 = 0x51756130;
+constexpr uint32_t kQua1 = 0x51756131;
 
 bool sFailing = false;
 int sAllowed = 0;
@@ -166,7 +168,24 @@ TEST(Disposal, FreesWhatWasAllocatedAndNothingElse) {
     ASSERT_EQ(SetDirectMatchingQuality(withTables.data.get(), kQua0), 0);
     // The record, and in each of two models three curves with their reverse tables of three blocks.
     EXPECT_EQ(FreedWith(plain.data.release()), 1 + 2 * 3 * (1 + 3));
-    EXPECT_EQ(FreedWith(withTables.data.release()), 1 + 2 * 3 * (1 + 3) + 4);
+    // The four grids and, where kernels look values up, the monitor's tables.
+    const int tables = 4 + (withTables.data->monitorTables ? 1 : 0);
+    EXPECT_EQ(FreedWith(withTables.data.release()), 1 + 2 * 3 * (1 + 3) + tables);
+}
+
+TEST(AllocationFailure, WithoutMemoryForTheMonitorsTablesTheOperationsAnswerTheSame) {
+    const Loaded with = Load({kSRGBMonitor, kCMYKPrinter}), without = Load({kSRGBMonitor, kCMYKPrinter});
+    ASSERT_EQ(SetDirectMatchingQuality(with.data.get(), kQua1), 0);
+    {
+        const FailingAllocations failing(0);
+        EXPECT_EQ(SetDirectMatchingQuality(without.data.get(), kQua1), 0);
+    }
+    EXPECT_EQ(without.data->monitorTables, nullptr);
+    std::vector<uint16_t> in(4 * 1000), expected(in.size()), out(in.size());
+    for (size_t i = 0; i < in.size(); ++i) in[i] = static_cast<uint16_t>(i * 40503);
+    DirectMonitorMatch16(with.data.get(), in.data(), expected.data(), 1000);
+    DirectMonitorMatch16(without.data.get(), in.data(), out.data(), 1000);
+    EXPECT_EQ(out, expected);
 }
 
 TEST(AllocationFailure, TablesMadeBeforeAFailureStay) {
