@@ -124,53 +124,59 @@ def compressed(name):
 
 
 def to_cmyk(folder, runs):
-    def orlo(name, **others):
-        words = [ORLO, "printer-match", "picture.tif", output(name), "--monitor", SRGB, "--printer", PRINTER]
+    def orlo(name, *options, **others):
+        words = [ORLO, "printer-match", "picture.tif", output(name), "--monitor", SRGB, "--printer", PRINTER, *options]
         return Contender(name, [words], **others)
 
     def transform(name, file, like, **others):
         words = ["vips", "icc_transform", "picture.tif", file, PRINTER, "--embedded", "--intent", "absolute", "--depth", "16"]
         return Contender(name, [words], like, **others)
 
-    def cctiff(name, *options):
-        return Contender(name, [["cctiff", *options, "-i", "r", SRGB, "-i", "a", PRINTER, "picture.tif", output(name)]], "orlo, one thread")
+    def cctiff(name, like, *options):
+        return Contender(name, [["cctiff", *options, "-i", "r", SRGB, "-i", "a", PRINTER, "picture.tif", output(name)]], like)
 
     return race(folder, GROUP, "to CMYK", [
         orlo("orlo"),
         transform("vips", compressed("vips"), "orlo"),
-        transform("vips, uncompressed", output("vips, uncompressed"), "orlo"),
+        orlo("orlo, uncompressed", "--compression=none"),
+        transform("vips, uncompressed", output("vips, uncompressed"), "orlo, uncompressed"),
         orlo("orlo, one thread", environment=ONE_THREAD),
         transform("vips, one thread", compressed("vips, one thread"), "orlo, one thread", environment=ONE_THREAD),
-        cctiff("cctiff"),
-        cctiff("cctiff, uncompressed", "-N"),
-        cctiff("cctiff -p", "-p"),
+        orlo("orlo, one thread, uncompressed", "--compression=none", environment=ONE_THREAD),
+        cctiff("cctiff", "orlo, one thread"),
+        cctiff("cctiff, uncompressed", "orlo, one thread, uncompressed", "-N"),
+        cctiff("cctiff -p", "orlo, one thread", "-p"),
         Contender("copy", [["vips", "copy", "picture.tif", compressed("copy")]], "orlo, one thread", ONE_THREAD),
     ], runs)
 
 
 def soft_proof(folder, runs):
-    def orlo(name, quality, **others):
-        words = [ORLO, "proof", "picture.tif", output(name), "--monitor", SRGB, "--printer", PRINTER, "--quality", quality]
+    def orlo(name, quality, *options, **others):
+        words = [ORLO, "proof", "picture.tif", output(name), "--monitor", SRGB, "--printer", PRINTER, "--quality", quality, *options]
         return Contender(name, [words], **others)
 
-    def transforms(name, like, **others):
+    def transforms(name, file, like, **others):
         words = ["--embedded", "--intent", "absolute", "--depth", "16"]
         there = ["vips", "icc_transform", "picture.tif", "inks.v", PRINTER, *words]
-        back = ["vips", "icc_transform", "inks.v", compressed(name), SRGB, *words]
+        back = ["vips", "icc_transform", "inks.v", file, SRGB, *words]
         return Contender(name, [there, back], like, **others)
 
-    def cctiff(name, *options):
+    def cctiff(name, like, *options):
         chain = ["-i", "r", SRGB, "-i", "a", PRINTER, "-i", "a", PRINTER, "-i", "r", SRGB]
-        return Contender(name, [["cctiff", *options, *chain, "picture.tif", output(name)]], "orlo, one thread")
+        return Contender(name, [["cctiff", *options, *chain, "picture.tif", output(name)]], like)
 
     return race(folder, GROUP, "soft proof", [
         orlo("orlo", "2"),
         orlo("orlo, quality 0", "0", like="orlo"),
-        transforms("vips, twice", "orlo"),
+        transforms("vips, twice", compressed("vips, twice"), "orlo"),
+        orlo("orlo, uncompressed", "2", "--compression=none"),
+        transforms("vips, twice, uncompressed", output("vips, twice, uncompressed"), "orlo, uncompressed"),
         orlo("orlo, one thread", "2", environment=ONE_THREAD),
-        transforms("vips, twice, one thread", "orlo, one thread", environment=ONE_THREAD),
-        cctiff("cctiff"),
-        cctiff("cctiff -p", "-p"),
+        transforms("vips, twice, one thread", compressed("vips, twice, one thread"), "orlo, one thread", environment=ONE_THREAD),
+        orlo("orlo, one thread, uncompressed", "2", "--compression=none", environment=ONE_THREAD),
+        cctiff("cctiff", "orlo, one thread"),
+        cctiff("cctiff, uncompressed", "orlo, one thread, uncompressed", "-N"),
+        cctiff("cctiff -p", "orlo, one thread", "-p"),
     ], runs)
 
 
@@ -182,7 +188,7 @@ NOTE = (
     "at quality 0, where the proof comes from a table; vips has Little CMS make one table of the two profiles; cctiff makes one table of all "
     "its profiles, or evaluates every colour with -p. For the proof vips runs twice, with the inks in a file between. One thread is that of the "
     "colours, to which vips, also within orlo, adds one that writes; cctiff has one for both: compare the processors' time. Output is "
-    "compressed by LZW unless it says uncompressed, which orlo does not offer; copy, a file read and written so by vips without a change of "
+    "compressed by LZW unless it says uncompressed; copy, a file read and written so by vips without a change of "
     "colours, shows how much of the time that takes.")
 
 

@@ -77,6 +77,10 @@ void ReadOption(Request& request, std::string_view argument, Arguments& argument
     } else if (option == "--depth") {
         constexpr std::array<std::string_view, 2> kDepths = {"8", "16"};
         request.depth = Choice(option, arguments.ValueOf(option, attached, "8 or 16"), kDepths) == 0 ? 8 : 16;
+    } else if (option == "--compression") {
+        constexpr std::array<std::string_view, 3> kCompressions = {"lzw", "deflate", "none"};
+        constexpr TiffCompression kValues[] = {TiffCompression::Lzw, TiffCompression::Deflate, TiffCompression::None};
+        request.compression = kValues[Choice(option, arguments.ValueOf(option, attached, "lzw, deflate or none"), kCompressions)];
     } else if (option == "--device") {
         if (request.operation != Operation::Gamut) throw Complaint{"--device", "only gamut has it", "leave it out"};
         constexpr std::array<std::string_view, 2> kDevices = {"monitor", "printer"};

@@ -7,6 +7,7 @@
 #include <variant>
 #include <vector>
 
+#include "host/ImageWriting.h"
 #include "host/StoredSettings.h"
 
 enum class Operation { Match, Proof, Gamut, Predict, PrinterMatch, PrinterPredict };
@@ -18,6 +19,7 @@ struct Request {
     std::string monitor, printer, proofer;  // profile files; empty: not given
     std::optional<int> quality;             // 0, 1 or 2
     std::optional<int> depth;               // 8 or 16
+    std::optional<TiffCompression> compression;
     bool printerGamut = false;
     bool quiet = false;
 };

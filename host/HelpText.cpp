@@ -57,6 +57,7 @@ std::string GeneralHelp() {
     text += kOptions;
     text +=
         "  --depth 8|16        bits of a sample of OUTPUT. Default: those of INPUT\n"
+        "  --compression KIND  of a TIFF OUTPUT: lzw (default), deflate or none, which is the fastest\n"
         "  --device DEVICE     gamut: monitor (default) or printer\n"
         "  --quiet             no summary line\n"
         "  --help              this text; orlo COMMAND --help tells about one command\n"
@@ -79,6 +80,7 @@ std::string CommandHelp(Operation operation) {
         text += "  --depth 8|16        bits of a sample of OUTPUT. Default: those of INPUT; a JPEG file always has 8\n";
     }
     text +=
+        "  --compression KIND  of a TIFF OUTPUT: lzw (default), deflate or none, which is the fastest\n"
         "  --quiet             no summary line\n"
         "  --help              this text\n";
     return text;

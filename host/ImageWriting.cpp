@@ -3,6 +3,22 @@
 #include <algorithm>
 #include <filesystem>
 
+namespace {
+
+VipsForeignTiffCompression VipsCompression(TiffCompression compression) {
+    switch (compression) {
+        case TiffCompression::Lzw:
+            return VIPS_FOREIGN_TIFF_COMPRESSION_LZW;
+        case TiffCompression::Deflate:
+            return VIPS_FOREIGN_TIFF_COMPRESSION_DEFLATE;
+        case TiffCompression::None:
+            break;
+    }
+    return VIPS_FOREIGN_TIFF_COMPRESSION_NONE;
+}
+
+}  // namespace
+
 std::optional<ImageFormat> FormatOfName(const std::string& path) {
     std::string suffix = std::filesystem::path(path).extension().string();
     std::ranges::transform(suffix, suffix.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
@@ -12,7 +28,7 @@ std::optional<ImageFormat> FormatOfName(const std::string& path) {
     return std::nullopt;
 }
 
-bool WriteImage(VipsImage* image, ImageFormat format, int descriptor) {
+bool WriteImage(VipsImage* image, ImageFormat format, TiffCompression compression, int descriptor) {
     const VipsHold<VipsTarget> target(vips_target_new_to_descriptor(descriptor));
     if (!target) return false;
     switch (format) {
@@ -21,7 +37,7 @@ bool WriteImage(VipsImage* image, ImageFormat format, int descriptor) {
         case ImageFormat::Tiff: {
             // An ordinary TIFF file ends at 4 GiB; compression can make the pixels larger, too.
             const bool large = VIPS_IMAGE_SIZEOF_IMAGE(image) > (guint64{3} << 30);
-            return vips_tiffsave_target(image, target.get(), "compression", VIPS_FOREIGN_TIFF_COMPRESSION_LZW, "predictor",
+            return vips_tiffsave_target(image, target.get(), "compression", VipsCompression(compression), "predictor",
                                         VIPS_FOREIGN_TIFF_PREDICTOR_HORIZONTAL, "bigtiff", static_cast<gboolean>(large), nullptr) == 0;
         }
         case ImageFormat::Jpeg:

@@ -5,8 +5,11 @@
 
 #include "host/ImageReading.h"
 
+/// How the pixels of a TIFF file are stored; nothing is lost either way.
+enum class TiffCompression { Lzw, Deflate, None };
+
 /// Told by the name's suffix, in capitals or small letters; nothing for another suffix.
 std::optional<ImageFormat> FormatOfName(const std::string& path);
 
 /// Pulls the image's pixels through and writes them to `descriptor`, which is open for reading and writing. False when either fails.
-bool WriteImage(VipsImage* image, ImageFormat format, int descriptor);
+bool WriteImage(VipsImage* image, ImageFormat format, TiffCompression compression, int descriptor);

@@ -44,6 +44,7 @@ ImageFormat CheckOutputName(const Request& request) {
     if (request.depth == 8 && ReadsDeviceValues(request.operation)) {
         throw Complaint{"--depth", "reference RGB is linear and needs 16 bits", "leave --depth out"};
     }
+    if (request.compression && *format != ImageFormat::Tiff) throw Complaint{"--compression", "only TIFF files have it", "leave it out, or use .tif"};
     return *format;
 }
 
@@ -164,7 +165,7 @@ void Run(const Request& request) {
     bool written = false;
     {
         const ProgressBar bar(conversion.Image());
-        written = WriteImage(conversion.Image(), format, file.Descriptor());
+        written = WriteImage(conversion.Image(), format, request.compression.value_or(TiffCompression::Lzw), file.Descriptor());
     }
     if (conversion.InputFailed()) ComplainOfDamage(request.input);
     if (conversion.OperationFailed()) throw Complaint{request.input, "its colours cannot be converted", "other profiles are needed"};

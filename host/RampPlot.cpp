@@ -99,6 +99,6 @@ void WritePlot(const RampEntries& ramp, const std::string& path) {
     }
     OutputFile file(path);
     const ImageHold image(canvas.Image());
-    if (!image || !WriteImage(image.get(), ImageFormat::Png, file.Descriptor())) file.ComplainOfWriting();
+    if (!image || !WriteImage(image.get(), ImageFormat::Png, TiffCompression::None, file.Descriptor())) file.ComplainOfWriting();
     file.Commit();
 }

@@ -6,7 +6,7 @@ import subprocess
 
 import OrloCommand
 from OrloCommand import ADOBE_RGB, GREY, SRGB, OrloCase, bytes_of, cmyk_printer, photograph, reference_profile, rgb_printer
-from OrloImages import write_png, write_tiff
+from OrloImages import tiff_tag, write_png, write_tiff
 
 RAMP = [[(x * 9 + y * 40 + c * 60) % 256 for x in range(24) for c in range(3)] for y in range(6)]
 RAMP_16 = [[v * 257 for v in row] for row in RAMP]
@@ -51,6 +51,16 @@ class OutputForms(OrloCase):
                 self.assertEqual(after.form(), form)
                 self.assertEqual((after.width, after.height), (151, 97))
                 self.assertEqual(after.profile(), bytes_of(profile) if profile else None)
+
+    def test_a_tiff_file_is_compressed_as_asked_and_holds_the_same(self):
+        source, pixels = photograph("coffee.png"), set()
+        # The numbers of the compression tag: LZW, deflate, none.
+        for options, number in (([], 5), (["--compression", "lzw"], 5), (["--compression=deflate"], 8), (["--compression", "none"], 1)):
+            with self.subTest(options):
+                after = self.run_orlo("match", source, "out.tif", "--depth=16", *options)
+                self.assertEqual(tiff_tag(self.path("out.tif"), 259), number)
+                pixels.add(tuple(after.band(0)))
+        self.assertEqual(len(pixels), 1)
 
     def test_printer_predict_takes_back_what_printer_match_wrote(self):
         for target in ("print8.tif", "print16.tif", "print.jpg"):

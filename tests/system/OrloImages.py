@@ -95,6 +95,20 @@ def write_tiff(path, rows, depth, channels, photometric=None, extra=None, sample
         file.write(struct.pack("<2sHIH", b"II", 42, 8, len(entries)) + directory + struct.pack("<I", 0) + long_values + data)
 
 
+def tiff_tag(path, wanted):
+    """The short or long value of a tag in the first directory of a TIFF file, or None."""
+    with open(path, "rb") as file:
+        data = file.read()
+    order = {b"II": "<", b"MM": ">"}[data[:2]]
+    (directory,) = struct.unpack_from(order + "I", data, 4)
+    (count,) = struct.unpack_from(order + "H", data, directory)
+    for entry in range(directory + 2, directory + 2 + 12 * count, 12):
+        tag, kind = struct.unpack_from(order + "HH", data, entry)
+        if tag == wanted:
+            return struct.unpack_from(order + {3: "H", 4: "I"}[kind], data, entry + 8)[0]
+    return None
+
+
 def lcms_convert(source, destination, colours, intent, full_in, full_out):
     """Colours through Little CMS's own calculator, in floating point without clipping; full_in, full_out: what stands for full scale.
 

@@ -191,6 +191,8 @@ class Refusals(OrloCase):
             ("gamut", "out.png", ["--depth", "16"], "--depth", "8 bits"),
             ("predict", "out.png", ["--depth", "8"], "--depth", "16 bits"),
             ("match", "out.png", ["--device", "printer"], "--device", "only gamut"),
+            ("match", "out.png", ["--compression", "none"], "--compression", "only TIFF"),
+            ("match", "out.jpg", ["--compression=lzw"], "--compression", "only TIFF"),
         ]
         for command, target, options, about, word in rows:
             with self.subTest(f"{command} {target} {options}"):
@@ -217,6 +219,7 @@ class Refusals(OrloCase):
             (["match", good, out, *profiles, "--quality", "3"], "--quality", "0, 1 or 2"),
             (["match", good, out, *profiles, "--quality=best"], "--quality", "'best'"),
             (["match", good, out, *profiles, "--depth", "12"], "--depth", "8 or 16"),
+            (["match", good, out, *profiles, "--compression", "zip"], "--compression", "lzw, deflate or none"),
             (["gamut", good, out, *profiles, "--device", "plotter"], "--device", "monitor or printer"),
             (["match", good, out, *profiles, "--quiet=yes"], "--quiet", "no value"),
             (["match", good, out, *profiles, "--verbose"], "--verbose", "no such option"),

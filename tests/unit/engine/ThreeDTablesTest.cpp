@@ -63,6 +63,38 @@ TEST(ThreeDLookup, EqualsTheSlowVersionOnTablesWithNothingBehindThem) {
     }
 }
 
+/// Two nodes far apart along one axis, so that the sum runs through its whole range, with many sums at and beside multiples of 65535.
+TEST(ThreeDLookup, DividesItsSumsAsADivisionDoes) {
+    Random random(31);
+    Words table(8);
+    for (uint32_t weight = 0; weight <= 65535; ++weight) {
+        // out = (low * (65535 - weight) + high * weight) / 65535
+        const uint32_t low = random.EdgeWord();
+        const uint32_t high = weight % 3 == 0 ? random.EdgeWord() : weight % 3 == 1 ? std::min(low + 1, 65535u) : low;
+        std::fill(table.begin(), table.begin() + 4, static_cast<uint16_t>(low));
+        std::fill(table.begin() + 4, table.end(), static_cast<uint16_t>(high));
+        const uint16_t in[3] = {static_cast<uint16_t>(weight), 0, 0};
+        uint16_t out = 1;
+        ICC_ThreeDLookup(in, table.data(), 2, &out, 1, 1);
+        ASSERT_EQ(out, (uint64_t{low} * (65535 - weight) + uint64_t{high} * weight) / 65535) << low << " " << high << " " << weight;
+    }
+}
+
+/// The index and the fraction of every input, for grids of all kinds of sizes: node n holds n, so that an output is a place on the axis.
+TEST(ThreeDLookup, FindsThePlaceOfEveryInputOnAnAxis) {
+    for (const uint32_t g : {2u, 3u, 7u, 33u, 65u, 100u}) {
+        Words table(NodeCount(g));
+        for (size_t node = 0; node < table.size(); ++node) table[node] = static_cast<uint16_t>(600 * (node % g));
+        for (uint32_t x = 0; x <= 65535; ++x) {
+            const uint64_t place = uint64_t{x} * (g - 1);
+            const uint16_t in[3] = {0, 0, static_cast<uint16_t>(x)};
+            uint16_t out = 1;
+            ICC_ThreeDLookup(in, table.data(), g, &out, 1, 1);
+            ASSERT_EQ(out, (600 * (place / 65535) * 65535 + 600 * (place % 65535)) / 65535) << g << " points, " << x;
+        }
+    }
+}
+
 // Every ordering of three fractions with every kind of tie, in one cell.
 TEST(ThreeDLookup, EqualsTheSlowVersionForEveryOrderOfFractions) {
     Random random(31);
