@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "appearance/kernels/PixelKernels.h"
@@ -214,6 +215,44 @@ TEST(PixelKernels, ShortRunsEndWithTheirLastPixel) {
             set->pixel16ToDevice16(&words.table, inPlace.Data(), inPlace.Data(), count);
             kPlainPixelKernels.pixel16ToDevice16(&words.table, expectedInPlace.data(), expectedInPlace.data(), count);
             EXPECT_TRUE(std::equal(expectedInPlace.begin(), expectedInPlace.end(), inPlace.Data()));
+        }
+    }
+}
+
+TEST(PixelKernels, ServeGridsThatNoCreateFunctionMakes) {
+    std::mt19937_64 random(24);
+    const PixelScale scale = {{40000, 30000, 65535}, {100, 0, 0}};
+    const struct {
+        const char* what;
+        void (*change)(PixelTable*);
+    } rows[] = {
+        {"an index that wraps", [](PixelTable* table) { table->indexMask = 7; }},
+        {"nodes closer together than the indices reach", [](PixelTable* table) { table->gridSize = 9; }},
+        {"a cell wider than 16 bits", [](PixelTable* table) { table->cellSize += 65536; }},
+        {"fractions larger than a cell", [](PixelTable* table) { table->fractionMask = 0xFFFF; }},
+    };
+    constexpr size_t kCount = 500;
+    const Words pixels = Pixels(random, scale, kCount);
+    Bytes small(4 * kCount);
+    for (uint8_t& byte : small) byte = static_cast<uint8_t>(random());
+    for (const auto& row : rows) {
+        WordGrid words(random, 4, scale);
+        ByteGrid bytes(random, 4, scale);
+        row.change(&words.table);
+        row.change(&bytes.table);
+        for (const PixelKernels* set : Sets()) {
+            SCOPED_TRACE(std::string(NameOf(set->set)) + ", " + row.what);
+            const auto run = [&](const PixelKernels& kernels) {
+                Words out(3 * 4 * kCount);
+                kernels.pixel16ToDevice16(&words.table, pixels.data(), out.data(), kCount);
+                kernels.device16ToPixel16(&words.table, pixels.data(), out.data() + 4 * kCount, kCount);
+                kernels.device8ToPixel16(&words.table, small.data(), out.data() + 8 * kCount, kCount);
+                Bytes outBytes(5 * kCount);
+                kernels.pixel16ToPixel8(&words.table, pixels.data(), outBytes.data(), kCount);
+                kernels.pixel16ToUInt8(&bytes.table, pixels.data(), outBytes.data() + 4 * kCount, kCount);
+                return std::pair(out, outBytes);
+            };
+            EXPECT_TRUE(run(*set) == run(kPlainPixelKernels));
         }
     }
 }
