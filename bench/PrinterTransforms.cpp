@@ -32,6 +32,7 @@ using platform::ProfileChain;
 
 constexpr std::size_t kSide = 256, kPixels = kSide * kSide;
 constexpr const char* kGroup = "Printer transforms, 256 by 256 pixels of a natural image";
+constexpr const char* kShortRuns = "Printer transforms, short runs of a natural image";
 
 int gRuns = 7;
 
@@ -84,6 +85,27 @@ void RaceConversion(const std::string& name, const std::string& condition, const
     Race(name, condition, contenders);
 }
 
+/// All pixels in calls of `run` pixels, one after the other.
+void RaceShortRuns(const std::string& name, std::size_t run, const std::vector<std::string>& paths) {
+    const std::unique_ptr<ProfileChain> chain = ChainOf(paths);
+    const PixelFormat from = Format16(chain->SourceChannels()), to = Format16(chain->DestinationChannels());
+    const std::vector<std::uint16_t> image = bench::NaturalImage(kSide, chain->SourceChannels(), 4);
+    std::vector<std::uint16_t> result(image.size());
+    std::vector<std::unique_ptr<PixelEvaluator>> evaluators;
+    for (const platform::FusedKernels* kernels : platform::RunnableFusedKernels()) {
+        evaluators.push_back(platform::MakeFusedEvaluator(*chain, from, to, *kernels));
+    }
+    evaluators.push_back(platform::MakeLittleCmsEvaluator(*chain, from, to));
+    std::vector<Contender> contenders;
+    for (const auto& evaluator : evaluators) {
+        if (!evaluator) continue;
+        contenders.push_back({evaluator->Name(), [&, run, e = evaluator.get()] {
+                                  for (std::size_t i = 0; i + run <= kPixels; i += run) e->ConvertRow(&image[4 * i], &result[4 * i], run);
+                              }});
+    }
+    bench::Race(kShortRuns, name + ", " + std::to_string(run), "Mpixel/s", kPixels * 1e-6, gRuns, contenders, contenders.back().name);
+}
+
 /// The peer is the engine's own gamut transform, which marks otherwise and writes whole bytes.
 void RaceGamut(const std::string& condition, const std::vector<std::string>& paths) {
     const std::unique_ptr<ProfileChain> chain = ChainOf(paths);
@@ -133,6 +155,12 @@ int main(int count, char** arguments) {
         RaceConversion("predict", printer.name, {printer.path, reference});
         RaceConversion("proof", printer.name, {reference, printer.path, reference});
         RaceGamut(printer.name, {reference, printer.path});
+    }
+    bench::PrintNote(kShortRuns, "FOGRA39L, as many pixels a call as each row says.");
+    for (const std::size_t run : {1, 7, 64}) {
+        RaceShortRuns("match", run, {reference, printers[0].path});
+        RaceShortRuns("predict", run, {printers[0].path, reference});
+        RaceShortRuns("proof", run, {reference, printers[0].path, reference});
     }
     return EXIT_SUCCESS;
 }

@@ -19,6 +19,14 @@ FusedLayout LayoutOf(PixelFormat format, std::size_t channels) {
             static_cast<std::uint8_t>(format.skipped == PixelFormat::kFirst ? 1 : 0), static_cast<std::uint8_t>(channels)};
 }
 
+/// What works on a run of `count` pixels: half of the widest vectors would be empty for a few.
+const FusedKernels& KernelsFor([[maybe_unused]] std::size_t count, const FusedKernels& kernels) {
+#ifdef CM_AVX_KERNELS
+    if (kernels.set == InstructionSet::kAvx512 && count <= 8) return kFusedAvx2;
+#endif
+    return kernels;
+}
+
 class FusedEvaluator final : public PixelEvaluator {
 public:
     FusedEvaluator(std::shared_ptr<const FusedProgram> program, const FusedKernels& kernels, FusedLayout source, FusedLayout destination)
@@ -30,9 +38,10 @@ public:
         FusedBlock block, kept;
         for (std::size_t done = 0; done < count; done += kFusedBlock) {
             const std::size_t run = std::min(count - done, kFusedBlock);
-            kernels_.unpack(source_, from + done * source_.stride * source_.sampleBytes, block, run);
-            kernels_.run(program_->steps.data(), program_->steps.size(), block, kept, run);
-            kernels_.pack(destination_, block, to + done * destination_.stride * destination_.sampleBytes, run);
+            const FusedKernels& kernels = KernelsFor(run, kernels_);
+            kernels.unpack(source_, from + done * source_.stride * source_.sampleBytes, block, run);
+            kernels.run(program_->steps.data(), program_->steps.size(), block, kept, run);
+            kernels.pack(destination_, block, to + done * destination_.stride * destination_.sampleBytes, run);
         }
     }
 
@@ -57,9 +66,10 @@ public:
         FusedBlock block, asked;
         for (std::size_t done = 0; done < count; done += kFusedBlock) {
             const std::size_t run = std::min(count - done, kFusedBlock);
-            kernels_.unpack(source_, from + done * source_.stride * source_.sampleBytes, block, run);
-            kernels_.run(program_->steps.data(), program_->steps.size(), block, asked, run);
-            kernels_.compareLab(asked, block, kSquaredLimit, to + done / 8, run);
+            const FusedKernels& kernels = KernelsFor(run, kernels_);
+            kernels.unpack(source_, from + done * source_.stride * source_.sampleBytes, block, run);
+            kernels.run(program_->steps.data(), program_->steps.size(), block, asked, run);
+            kernels.compareLab(asked, block, kSquaredLimit, to + done / 8, run);
         }
     }
 

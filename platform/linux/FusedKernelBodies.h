@@ -419,7 +419,8 @@ void TwoTetrahedral(const FusedStep& step, FusedBlock& block, size_t count) {
 }
 
 void Run(const FusedStep* steps, size_t stepCount, FusedBlock& block, FusedBlock& kept, size_t count) {
-    count = (count + kFusedGranule - 1) / kFusedGranule * kFusedGranule;
+    // Whole vectors in every step, so that none finds what another left undone.
+    count = (count + kLanes - 1) / kLanes * kLanes;
     for (const FusedStep* step = steps; step != steps + stepCount; ++step) {
         switch (step->kind) {
             case FusedStep::kAffine:
@@ -517,7 +518,7 @@ CM_INLINE void UnpackAny(const FusedLayout& layout, const void* pixels, FusedBlo
         Unpack<Sample, 5, 4>(samples, block, count);
     }
     for (size_t c = 0; c < layout.channels; ++c) {
-        for (size_t i = count; i % kFusedGranule != 0; ++i) block.plane[c][i] = 0.0f;
+        for (size_t i = count; i % kLanes != 0; ++i) block.plane[c][i] = 0.0f;
     }
 }
 

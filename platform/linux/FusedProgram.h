@@ -15,8 +15,6 @@ namespace platform {
 
 constexpr size_t kFusedBlock = 128;  // pixels; a multiple of every vector length
 constexpr size_t kFusedPlanes = 4;
-/// A block may be worked on up to the next multiple of this; the samples there are any numbers and come to nothing.
-constexpr size_t kFusedGranule = 16;
 
 struct alignas(64) FusedBlock {
     float plane[kFusedPlanes][kFusedBlock];
