@@ -51,7 +51,7 @@ CM_EXPORT MatchingData* LoadMatchingData(const AliasHandle profiles[3], uint8_t 
                                          const FixedXYZ* printerWhite, OSErr* status);
 
 /// 'Qua0' builds the four grid tables and puts them in force; any other code turns them off and keeps them. 0, or -108.
-/// Any code tabulates the working monitor model where that has not been done since it changed.
+/// Any code tabulates the working monitor model where that has not been done since it changed, as SetMatchingData does.
 CM_EXPORT OSErr SetDirectMatchingQuality(MatchingData* data, uint32_t quality);
 /// Fills the four allocated grid tables from the working monitor model and the proof transform.
 CM_EXPORT void BuildMatchingTables(MatchingData* data);

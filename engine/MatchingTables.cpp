@@ -8,7 +8,7 @@
 
 #include "engine/DirectMonitor.h"
 #include "engine/DirectPrinter.h"
-#include "engine/GridTables.h"
+#include "engine/PrecomputedTables.h"
 #include "engine/MatchingData.h"
 #include "engine/MonitorTables.h"
 #include "engine/ProofTransform.h"
@@ -124,11 +124,14 @@ OSErr SetDirectMatchingQuality(MatchingData* data, uint32_t quality) {
         const int status = AllocateGrids(data);
         if (status != 0) return static_cast<OSErr>(status);
     }
-    // Without memory for them the operations are slower and answer the same.
-    if (!data->monitorTables && MonitorKernelsInUse()) data->monitorTables = MakeMonitorTables(data->monitorShaper);
+    TabulateMonitor(data);
     if (precomputed) BuildMatchingTables(data);
     data->tablesBuilt = precomputed ? 1 : 0;
     return 0;
+}
+
+void TabulateMonitor(MatchingData* data) {
+    if (!data->monitorTables && MonitorKernelsInUse()) data->monitorTables = MakeMonitorTables(data->monitorShaper);
 }
 
 void BuildMatchingTables(MatchingData* data) {

@@ -1,5 +1,6 @@
 #include "session/MatchingDataHandle.h"
 
+#include "engine/PrecomputedTables.h"
 #include "platform/Posix.h"
 
 namespace {
@@ -35,6 +36,8 @@ void ReleaseMatchingData(MatchingData* data) {
 }
 
 void SetMatchingData(MatchingData* data) {
+    // For hosts that chose no quality, which is where it is done else.
+    if (data) TabulateMonitor(data);
     MatchingData* replaced = nullptr;
     bool unused = false;
     {

@@ -6,8 +6,10 @@
 #include <vector>
 
 #include "appearance/ViewingConditions.h"
+#include "engine/DirectMonitor.h"
 #include "engine/OneDTables.h"
 #include "platform/FourCharCode.h"
+#include "platform/InstructionSet.h"
 #include "tests/fixtures/MatchingRecords.h"
 #include "tests/reference/Curves.h"
 #include "tests/reference/OneDReference.h"
@@ -312,6 +314,32 @@ TEST(ViewingConditions, ShorterLaterCurvesKeepTheirOwnLength) {
         EXPECT_NE(std::find(allowed.begin(), allowed.end(), bent), allowed.end()) << i;
     }
     ExpectReverseOfCurves(data->monitorShaper);
+}
+
+/// Whatever was tabulated of the model before, the operations answer from the one that the conditions made.
+TEST(ViewingConditions, TheOperationsAnswerFromTheNewModel) {
+    const OwnedRecord data = FromProfiles(kSRGBMonitor);
+    constexpr size_t kPixels = 500;
+    std::vector<uint16_t> in(4 * kPixels), out(4 * kPixels);
+    for (size_t i = 0; i < in.size(); ++i) in[i] = static_cast<uint16_t>(i * 40503);
+    std::vector<uint16_t> last;
+    const auto expectTheModelsAnswers = [&](const char* when) {
+        DirectMonitorMatch16(data.get(), in.data(), out.data(), kPixels);
+        std::vector<uint16_t> expected(4 * kPixels);
+        for (size_t i = 0; i < kPixels; ++i) Match_ShaperMatrix(&data->monitorShaper, &in[4 * i], &expected[4 * i]);
+        EXPECT_EQ(out, expected) << when;
+        EXPECT_NE(out, last) << when << ": the conditions make no difference";
+    };
+    for (const double contrast : {1.0, 1.3, 0.8}) {
+        const ViewingConditions conditions = {-0.03, contrast, 0.0, 0.0, false};
+        DirectICCSetViewingConditions(data.get(), FourChar("Rdr0"), &conditions);
+        expectTheModelsAnswers("after the conditions");
+        ASSERT_EQ(SetDirectMatchingQuality(data.get(), FourChar("Qua2")), 0);
+        EXPECT_EQ(data->monitorTables != nullptr, platform::WidestAllowed() > platform::InstructionSet::kPlain);
+        last.clear();
+        expectTheModelsAnswers("after the quality");
+        last = out;
+    }
 }
 
 TEST(ViewingConditions, APaperWithoutLuminanceStopsNobody) {

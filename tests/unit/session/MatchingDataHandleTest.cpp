@@ -5,6 +5,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/InstructionSet.h"
 #include "session/ColourOperations.h"
 #include "session/MatchingDataHandle.h"
 #include "tests/fixtures/MatchingRecords.h"
@@ -83,6 +84,15 @@ TEST_F(MatchingDataHandle, AReplacedRecordLivesUntilItsLastUserIsDone) {
     EXPECT_EQ(records.Living(), 2);
     ReleaseMatchingData(first);
     EXPECT_EQ(records.Living(), 1);
+}
+
+TEST_F(MatchingDataHandle, InstallingTabulatesTheMonitorOfAHostThatChoseNoQuality) {
+    Loaded loaded = Load({kSRGBMonitor, kCMYKPrinter});
+    ASSERT_EQ(loaded.status, 0);
+    MatchingData* const data = loaded.data.release();
+    EXPECT_EQ(data->monitorTables, nullptr);
+    SetMatchingData(data);
+    EXPECT_EQ(data->monitorTables != nullptr, platform::WidestAllowed() > platform::InstructionSet::kPlain);
 }
 
 TEST_F(MatchingDataHandle, NothingReplacesARecordOfCountOne) {
