@@ -59,6 +59,11 @@ PixelFormat Format16(std::size_t channels) {
     return {PixelFormat::k16Bit, channels == 3 ? PixelFormat::kLast : PixelFormat::kNone};
 }
 
+/// The printer's side of the 8-bit operations.
+PixelFormat Format8(std::size_t channels) {
+    return {PixelFormat::k8Bit, channels == 3 ? PixelFormat::kFirst : PixelFormat::kNone};
+}
+
 Contender CopyOf(const std::vector<std::uint16_t>& image, std::vector<std::uint16_t>& result) {
     return {"copy", [&] {
                 std::memcpy(result.data(), image.data(), image.size() * sizeof image[0]);
@@ -66,10 +71,18 @@ Contender CopyOf(const std::vector<std::uint16_t>& image, std::vector<std::uint1
             }};
 }
 
-void RaceConversion(const std::string& name, const std::string& condition, const std::vector<std::string>& paths) {
+enum class Depths { k16To16, k16To8, k8To16 };
+
+void RaceConversion(const std::string& name, const std::string& condition, const std::vector<std::string>& paths, Depths depths = Depths::k16To16) {
     const std::unique_ptr<ProfileChain> chain = ChainOf(paths);
-    const PixelFormat from = Format16(chain->SourceChannels()), to = Format16(chain->DestinationChannels());
-    const std::vector<std::uint16_t> image = bench::NaturalImage(kSide, chain->SourceChannels(), 4);
+    const std::size_t channelsIn = chain->SourceChannels(), channelsOut = chain->DestinationChannels();
+    const PixelFormat from = depths == Depths::k8To16 ? Format8(channelsIn) : Format16(channelsIn);
+    const PixelFormat to = depths == Depths::k16To8 ? Format8(channelsOut) : Format16(channelsOut);
+    const std::vector<std::uint16_t> image = bench::NaturalImage(kSide, channelsIn, 4);
+    std::vector<std::uint8_t> bytes(image.size());
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<std::uint8_t>(image[i - (from.skipped == PixelFormat::kFirst && i > 0)] >> 8);
+    const void* const source = depths == Depths::k8To16 ? static_cast<const void*>(bytes.data()) : image.data();
     std::vector<std::uint16_t> result(image.size());
     std::vector<std::unique_ptr<PixelEvaluator>> evaluators;
     for (const platform::FusedKernels* kernels : platform::RunnableFusedKernels()) {
@@ -79,7 +92,7 @@ void RaceConversion(const std::string& name, const std::string& condition, const
     std::vector<Contender> contenders;
     for (const auto& evaluator : evaluators) {
         if (!evaluator) continue;
-        contenders.push_back({evaluator->Name(), [&, e = evaluator.get()] { e->ConvertRow(image.data(), result.data(), kPixels); }});
+        contenders.push_back({evaluator->Name(), [&, e = evaluator.get()] { e->ConvertRow(source, result.data(), kPixels); }});
     }
     contenders.push_back(CopyOf(image, result));
     Race(name, condition, contenders);
@@ -139,9 +152,10 @@ void RaceGamut(const std::string& condition, const std::vector<std::string>& pat
 
 int main(int count, char** arguments) {
     if (count > 1) gRuns = std::max(1, std::atoi(arguments[1]));
-    bench::PrintNote(kGroup,
-                     "16 bits a sample, absolute colorimetric, one thread, its own CPU time. Little CMS is asked not to optimise; the gamut check is "
-                     "its own, which marks by another rule.");
+    bench::PrintNote(
+        kGroup,
+        "16 bits a sample unless said, absolute colorimetric, one thread, its own CPU time. Little CMS is asked not to optimise; the gamut check is "
+        "its own, which marks by another rule.");
     const std::string reference = CM_BINARY_DIR "/lib/colourmatch/MatrixCalRGB.icc";
     const std::string profiles = CM_TEST_DATA "/profiles/";
     struct {
@@ -152,7 +166,9 @@ int main(int count, char** arguments) {
                           {"RGB printer", profiles + "rgb-printer.icc"}};
     for (const auto& printer : printers) {
         RaceConversion("match", printer.name, {reference, printer.path});
+        RaceConversion("match to 8 bits", printer.name, {reference, printer.path}, Depths::k16To8);
         RaceConversion("predict", printer.name, {printer.path, reference});
+        RaceConversion("predict from 8 bits", printer.name, {printer.path, reference}, Depths::k8To16);
         RaceConversion("proof", printer.name, {reference, printer.path, reference});
         RaceGamut(printer.name, {reference, printer.path});
     }
