@@ -179,22 +179,24 @@ void Pixel16ToUInt8(const PixelTable* table, const uint16_t* source, uint8_t* de
 const PixelKernels kPlainPixelKernels = {
     platform::InstructionSet::kPlain, Device8ToPixel16, Device16ToPixel16, Pixel16ToDevice16, Pixel16ToPixel8, Pixel16ToUInt8};
 
+// A count of 0 is asked about here: the kernels prepare for the table first, and divide by the ranges that it may not have yet.
+
 void MapDevice8ToPixel16(const PixelTable* table, const uint8_t* source, uint16_t* destination, size_t count) {
-    PixelKernelsInUse().device8ToPixel16(table, source, destination, count);
+    if (count != 0) PixelKernelsInUse().device8ToPixel16(table, source, destination, count);
 }
 
 void MapDevice16ToPixel16(const PixelTable* table, const uint16_t* source, uint16_t* destination, size_t count) {
-    PixelKernelsInUse().device16ToPixel16(table, source, destination, count);
+    if (count != 0) PixelKernelsInUse().device16ToPixel16(table, source, destination, count);
 }
 
 void MapPixel16ToDevice16(const PixelTable* table, const uint16_t* source, uint16_t* destination, size_t count) {
-    PixelKernelsInUse().pixel16ToDevice16(table, source, destination, count);
+    if (count != 0) PixelKernelsInUse().pixel16ToDevice16(table, source, destination, count);
 }
 
 void MapPixel16ToPixel8(const PixelTable* table, const uint16_t* source, uint8_t* destination, size_t count) {
-    PixelKernelsInUse().pixel16ToPixel8(table, source, destination, count);
+    if (count != 0) PixelKernelsInUse().pixel16ToPixel8(table, source, destination, count);
 }
 
 void MapPixel16ToUInt8(const PixelTable* table, const uint16_t* source, uint8_t* destination, size_t count) {
-    PixelKernelsInUse().pixel16ToUInt8(table, source, destination, count);
+    if (count != 0) PixelKernelsInUse().pixel16ToUInt8(table, source, destination, count);
 }

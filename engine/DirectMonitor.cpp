@@ -6,15 +6,15 @@
 
 namespace {
 
-/// What answers for a record: the kernels over its tables, or null where the model itself must be evaluated.
-const MonitorKernels* KernelsFor(const MatchingData* data) {
-    return data->monitorTables ? MonitorKernelsInUse() : nullptr;
+/// What answers for a record: the kernels over its tables, or null where the model itself must be evaluated. A count of 0 asks for no record.
+const MonitorKernels* KernelsFor(const MatchingData* data, size_t count) {
+    return count != 0 && data->monitorTables ? MonitorKernelsInUse() : nullptr;
 }
 
 }  // namespace
 
 void DirectMonitorMatch(const MatchingData* data, const uint16_t* in, uint8_t* out, size_t count) {
-    if (const MonitorKernels* const kernels = KernelsFor(data)) return kernels->match8(*data->monitorTables, in, out, count);
+    if (const MonitorKernels* const kernels = KernelsFor(data, count)) return kernels->match8(*data->monitorTables, in, out, count);
     for (size_t i = 0; i < count; ++i, in += 4, out += 4) {
         uint16_t device[3];
         Match_ShaperMatrix(&data->monitorShaper, in, device);
@@ -23,12 +23,12 @@ void DirectMonitorMatch(const MatchingData* data, const uint16_t* in, uint8_t* o
 }
 
 void DirectMonitorMatch16(const MatchingData* data, const uint16_t* in, uint16_t* out, size_t count) {
-    if (const MonitorKernels* const kernels = KernelsFor(data)) return kernels->match16(*data->monitorTables, in, out, count);
+    if (const MonitorKernels* const kernels = KernelsFor(data, count)) return kernels->match16(*data->monitorTables, in, out, count);
     for (size_t i = 0; i < count; ++i) Match_ShaperMatrix(&data->monitorShaper, in + 4 * i, out + 4 * i);
 }
 
 void DirectMonitorPredict(const MatchingData* data, const uint8_t* in, uint16_t* out, size_t count) {
-    if (const MonitorKernels* const kernels = KernelsFor(data)) return kernels->predict8(*data->monitorTables, in, out, count);
+    if (const MonitorKernels* const kernels = KernelsFor(data, count)) return kernels->predict8(*data->monitorTables, in, out, count);
     for (size_t i = 0; i < count; ++i, in += 4, out += 4) {
         uint16_t device[3];
         for (int c = 0; c < 3; ++c) device[c] = static_cast<uint16_t>(in[c + 1] * 257);
@@ -37,12 +37,12 @@ void DirectMonitorPredict(const MatchingData* data, const uint8_t* in, uint16_t*
 }
 
 void DirectMonitorPredict16(const MatchingData* data, const uint16_t* in, uint16_t* out, size_t count) {
-    if (const MonitorKernels* const kernels = KernelsFor(data)) return kernels->predict16(*data->monitorTables, in, out, count);
+    if (const MonitorKernels* const kernels = KernelsFor(data, count)) return kernels->predict16(*data->monitorTables, in, out, count);
     for (size_t i = 0; i < count; ++i) Predict_ShaperMatrix(&data->monitorShaper, in + 4 * i, out + 4 * i);
 }
 
 void DirectMonitorGamut(const MatchingData* data, const uint16_t* in, uint8_t* out, size_t count) {
-    if (const MonitorKernels* const kernels = KernelsFor(data)) return kernels->gamut(*data->monitorTables, in, out, count);
+    if (const MonitorKernels* const kernels = KernelsFor(data, count)) return kernels->gamut(*data->monitorTables, in, out, count);
     for (size_t i = 0; i < count; ++i) Gamut_ShaperMatrix(&data->monitorShaper, in + 4 * i, out + i);
 }
 

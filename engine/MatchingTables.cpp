@@ -8,9 +8,9 @@
 
 #include "engine/DirectMonitor.h"
 #include "engine/DirectPrinter.h"
-#include "engine/PrecomputedTables.h"
 #include "engine/MatchingData.h"
 #include "engine/MonitorTables.h"
+#include "engine/PrecomputedTables.h"
 #include "engine/ProofTransform.h"
 #include "engine/kernels/MonitorKernels.h"
 #include "platform/FourCharCode.h"

@@ -12,7 +12,8 @@ constexpr int32_t kLargestElement = 1024 * 65536;
 
 __extension__ typedef unsigned __int128 Wide;
 
-/// Division of any 32-bit number by the same 1..65535, truncated: the reciprocal is too large by less than 2^-32 of a divisor's part.
+/// Division of any 32-bit number by the same 1..65535, truncated: the reciprocal is too large by at most 2^-48, which any
+/// number makes less than 2^-16 and so less than one part of a divisor.
 class Divisor {
 public:
     explicit Divisor(uint32_t divisor) : reciprocal_((uint64_t{1} << 48) / divisor + 1) {}

@@ -65,6 +65,7 @@ void ICC_ThreeDLookup(const uint16_t in[3], const uint16_t* table, uint32_t grid
         fraction[axis] = position - index[axis] * kFull65535;
     }
     const Tetrahedron nodes = Locate(index, fraction, kFull65535, gridPoints, stride);
+    // The same for the usual number, which the compiler then unrolls.
     if (outputs == 3) {
         for (uint32_t output = 0; output < 3; ++output) out[output] = static_cast<uint16_t>(PartOfFull(WeightedSum(nodes, table + output)));
         return;

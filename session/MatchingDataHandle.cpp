@@ -36,7 +36,7 @@ void ReleaseMatchingData(MatchingData* data) {
 }
 
 void SetMatchingData(MatchingData* data) {
-    // For hosts that chose no quality, which is where it is done else.
+    // For hosts that chose no quality, which is where it is done else. Others may read the record once it is current.
     if (data) TabulateMonitor(data);
     MatchingData* replaced = nullptr;
     bool unused = false;

@@ -568,6 +568,17 @@ TEST(FusedEvaluatorTest, ReadsAndWritesEveryIntegerFormatAsLittleCmsDoes) {
     }
 }
 
+TEST(FusedEvaluatorTest, TheBestSetThatIsAllowedIsUsed) {
+    const std::vector<const FusedKernels*> sets = platform::RunnableFusedKernels();
+    ASSERT_EQ(sets.front()->set, platform::InstructionSet::kPlain);
+    for (std::size_t i = 1; i < sets.size(); ++i) EXPECT_LT(sets[i - 1]->set, sets[i]->set) << sets[i]->name;
+    const FusedKernels* expected = nullptr;
+    for (const FusedKernels* kernels : sets) {
+        if (kernels->set <= platform::WidestAllowed()) expected = kernels;
+    }
+    EXPECT_EQ(&platform::BestFusedKernels(), expected);
+}
+
 TEST(FusedEvaluatorTest, EveryInstructionSetGivesTheSameBytes) {
     const std::vector<const FusedKernels*> sets = platform::RunnableFusedKernels();
     std::printf("    tried:");

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <iterator>
 #include <random>
 #include <string>
 #include <utility>
@@ -89,6 +91,14 @@ TEST(PixelKernels, TheConvertersUseTheBestSetThatIsAllowed) {
         if (set->set <= platform::WidestAllowed()) expected = set;
     }
     EXPECT_EQ(&PixelKernelsInUse(), expected);
+}
+
+/// The environment is read here on its own: what forces a set for the other tests must have forced it.
+TEST(PixelKernels, TheSwitchNamesTheWidestSetThatIsAllowed) {
+    const char* const wanted = std::getenv("CM_KERNELS");
+    const bool known = wanted && std::any_of(std::begin(platform::kInstructionSets), std::end(platform::kInstructionSets),
+                                             [&](InstructionSet set) { return std::string(wanted) == NameOf(set); });
+    EXPECT_STREQ(NameOf(platform::WidestAllowed()), known ? wanted : "avx512");
 }
 
 TEST(PixelKernels, GiveTheBytesOfThePlainOnes) {
@@ -230,6 +240,11 @@ TEST(PixelKernels, ServeGridsThatNoCreateFunctionMakes) {
         {"nodes closer together than the indices reach", [](PixelTable* table) { table->gridSize = 9; }},
         {"a cell wider than 16 bits", [](PixelTable* table) { table->cellSize += 65536; }},
         {"fractions larger than a cell", [](PixelTable* table) { table->fractionMask = 0xFFFF; }},
+        {"cells that overlap",
+         [](PixelTable* table) {
+             table->cellSize *= 2;
+             table->fractionMask = table->cellSize - 1;
+         }},
     };
     constexpr size_t kCount = 500;
     const Words pixels = Pixels(random, scale, kCount);

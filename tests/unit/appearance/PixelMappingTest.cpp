@@ -288,6 +288,23 @@ TEST(PixelMapping, ARunGivesTheSameHoweverItIsSplit) {
     EXPECT_EQ(all(std::vector<size_t>(kPixels, 1)), whole);
 }
 
+/// As the Create functions leave it, without a scale.
+TEST(PixelMapping, ACountOf0AsksNothingOfTheTable) {
+    PixelTable words{}, bytes{};
+    ASSERT_EQ(CreateTablePixel16(6, &words), 0);
+    ASSERT_EQ(CreateTableUInt8(6, &bytes), 0);
+    for (const bool none : {false, true}) {
+        const PixelTable* const table = none ? nullptr : &words;
+        MapDevice8ToPixel16(table, nullptr, nullptr, 0);
+        MapDevice16ToPixel16(table, nullptr, nullptr, 0);
+        MapPixel16ToDevice16(table, nullptr, nullptr, 0);
+        MapPixel16ToPixel8(table, nullptr, nullptr, 0);
+        MapPixel16ToUInt8(none ? nullptr : &bytes, nullptr, nullptr, 0);
+    }
+    DisposeTablePixel16(&words);
+    DisposeTableUInt8(&bytes);
+}
+
 TEST(PixelMapping, WorksInPlaceWhereBothSidesAreWords) {
     Random random(91);
     WordGrid grid(random, 6);

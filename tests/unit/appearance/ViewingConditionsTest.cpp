@@ -330,9 +330,18 @@ TEST(ViewingConditions, TheOperationsAnswerFromTheNewModel) {
         EXPECT_EQ(out, expected) << when;
         EXPECT_NE(out, last) << when << ": the conditions make no difference";
     };
-    for (const double contrast : {1.0, 1.3, 0.8}) {
-        const ViewingConditions conditions = {-0.03, contrast, 0.0, 0.0, false};
-        DirectICCSetViewingConditions(data.get(), FourChar("Rdr0"), &conditions);
+    const struct {
+        const char* what;
+        uint32_t intent;
+        double contrast;
+    } rows[] = {{"unbent", FourChar("Rdr0"), 1.0},
+                {"bent", FourChar("Rdr0"), 1.3},
+                {"as loaded", FourChar("Rdr3"), 1.3},
+                {"bent again", FourChar("Rdr1"), 0.8}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        const ViewingConditions conditions = {-0.03, row.contrast, 0.0, 0.0, false};
+        DirectICCSetViewingConditions(data.get(), row.intent, &conditions);
         expectTheModelsAnswers("after the conditions");
         ASSERT_EQ(SetDirectMatchingQuality(data.get(), FourChar("Qua2")), 0);
         EXPECT_EQ(data->monitorTables != nullptr, platform::WidestAllowed() > platform::InstructionSet::kPlain);

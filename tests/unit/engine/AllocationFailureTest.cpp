@@ -5,8 +5,10 @@
 
 #include <cstdlib>
 
+#include "appearance/ViewingConditions.h"
 #include "engine/DirectMonitor.h"
 #include "engine/MatchingData.h"
+#include "platform/FourCharCode.h"
 #include "profile/CurveTag.h"
 #include "tests/fixtures/MatchingRecords.h"
 #include "tests/fixtures/ProfileBytes.h"
@@ -171,6 +173,21 @@ TEST(Disposal, FreesWhatWasAllocatedAndNothingElse) {
     // The four grids and, where kernels look values up, the monitor's tables.
     const int tables = 4 + (withTables.data->monitorTables ? 1 : 0);
     EXPECT_EQ(FreedWith(withTables.data.release()), 1 + 2 * 3 * (1 + 3) + tables);
+}
+
+/// How many blocks the viewing conditions give back.
+int FreedByConditions(MatchingData* data) {
+    const ViewingConditions conditions = {-0.03, 1.0, 0.0, 0.0, false};
+    const int before = sFreed;
+    DirectICCSetViewingConditions(data, FourChar("Rdr0"), &conditions);
+    return sFreed - before;
+}
+
+TEST(Disposal, ConditionsFreeWhatWasTabulatedOfTheModelBefore) {
+    const Loaded plain = Load({kSRGBMonitor, kCMYKPrinter}), tabulated = Load({kSRGBMonitor, kCMYKPrinter});
+    ASSERT_EQ(SetDirectMatchingQuality(tabulated.data.get(), kQua1), 0);
+    const int tables = tabulated.data->monitorTables ? 1 : 0;
+    EXPECT_EQ(FreedByConditions(tabulated.data.get()), FreedByConditions(plain.data.get()) + tables);
 }
 
 TEST(AllocationFailure, WithoutMemoryForTheMonitorsTablesTheOperationsAnswerTheSame) {

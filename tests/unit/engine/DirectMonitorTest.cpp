@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "engine/DirectMonitor.h"
+#include "engine/MonitorTables.h"
 #include "tests/reference/Allocations.h"
 #include "tests/reference/Curves.h"
 #include "tests/reference/GridReference.h"
@@ -173,6 +176,37 @@ TEST(DirectMonitor, ARunGivesTheSameHoweverItIsSplit) {
     EXPECT_EQ(all({1, 256}), whole);
     EXPECT_EQ(all({64, 65, 127, 0, 1}), whole);
     EXPECT_EQ(all(std::vector<size_t>(kPixels, 1)), whole);
+}
+
+TEST(DirectMonitor, ARecordWithTablesAnswersAsOneWithout) {
+    constexpr size_t kPixels = 100;
+    const OwnedShaper shaper(reference::ManyModels()[2].model);
+    const std::unique_ptr<MonitorTables, void (*)(MonitorTables*)> tables(MakeMonitorTables(*shaper.Get()), DisposeMonitorTables);
+    const MatchingData without = RecordWith(shaper);
+    MatchingData with = RecordWith(shaper);
+    with.monitorTables = tables.get();
+    Random random(66);
+    const Words words = random.Words(4 * kPixels);
+    const Bytes bytes = RandomBytes(random, 4 * kPixels);
+    const auto all = [&](const MatchingData& data) {
+        Words match16(4 * kPixels), predict16(4 * kPixels), predict8(4 * kPixels);
+        Bytes match8(4 * kPixels), gamut(kPixels);
+        DirectMonitorMatch16(&data, words.data(), match16.data(), kPixels);
+        DirectMonitorPredict16(&data, words.data(), predict16.data(), kPixels);
+        DirectMonitorPredict(&data, bytes.data(), predict8.data(), kPixels);
+        DirectMonitorMatch(&data, words.data(), match8.data(), kPixels);
+        DirectMonitorGamut(&data, words.data(), gamut.data(), kPixels);
+        return std::tuple(match16, predict16, predict8, match8, gamut);
+    };
+    EXPECT_EQ(all(with), all(without));
+}
+
+TEST(DirectMonitor, ACountOf0AsksForNoRecord) {
+    DirectMonitorMatch(nullptr, nullptr, nullptr, 0);
+    DirectMonitorMatch16(nullptr, nullptr, nullptr, 0);
+    DirectMonitorPredict(nullptr, nullptr, nullptr, 0);
+    DirectMonitorPredict16(nullptr, nullptr, nullptr, 0);
+    DirectMonitorGamut(nullptr, nullptr, nullptr, 0);
 }
 
 TEST(DirectMonitor, MatchesAndPredictsInPlace) {

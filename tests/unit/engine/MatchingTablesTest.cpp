@@ -115,6 +115,7 @@ TEST_F(MatchingTables, FastestQualityAgainRebuildsInTheSameStorage) {
         const auto* contents = static_cast<const uint8_t*>(table.table);
         built.emplace_back(contents, contents + bytes);
     }
+    MonitorTables* const tabulated = data->monitorTables;
     ASSERT_EQ(SetDirectMatchingQuality(data.get(), kQua1), 0);
     for (size_t t = 0; t < 4; ++t) {
         // The fourth word of a node is no part of a table's contents.
@@ -128,6 +129,7 @@ TEST_F(MatchingTables, FastestQualityAgainRebuildsInTheSameStorage) {
     EXPECT_EQ(data->proofTable.table, tables[1].table);
     EXPECT_EQ(data->predictTable.table, tables[2].table);
     EXPECT_EQ(data->gamutTable.table, tables[3].table);
+    EXPECT_EQ(data->monitorTables, tabulated) << "the same model is not tabulated again";
     for (size_t t = 0; t < 4; ++t) EXPECT_EQ(std::memcmp(tables[t].table, built[t].data(), built[t].size()), 0) << t;
 }
 
@@ -222,21 +224,30 @@ TEST(MatchingTableScales, AFallingMonitorWrapsItsRange) {
 }
 
 TEST_F(MatchingTables, TablesOfAnotherSizeAreFilledToo) {
-    for (PixelTable* table : {&data->matchTable, &data->proofTable, &data->predictTable}) ASSERT_EQ(CreateTablePixel16(3, table), 0);
-    ASSERT_EQ(CreateTableUInt8(7, &data->gamutTable), 0);  // more nodes a row than are converted at a time
+    for (PixelTable* table : {&data->matchTable, &data->proofTable}) ASSERT_EQ(CreateTablePixel16(3, table), 0);
+    // More nodes a row than are converted at a time.
+    ASSERT_EQ(CreateTablePixel16(7, &data->predictTable), 0);
+    ASSERT_EQ(CreateTableUInt8(7, &data->gamutTable), 0);
     BuildMatchingTables(data.get());
     EXPECT_EQ(data->tablesBuilt, 0u);
     const uint16_t* last = static_cast<const uint16_t*>(data->matchTable.table) + 4 * (9 * 9 * 9 - 1);
     EXPECT_EQ((Triple{last[0], last[1], last[2]}), Match(data.get(), Predict(data.get(), {65535, 65535, 65535})));
     const auto* gamut = static_cast<const uint8_t*>(data->gamutTable.table);
     const PixelScale& scale = data->gamutTable.scale;
-    for (const uint32_t k : {0u, 1u, 64u, 65u, 100u, 128u}) {
-        Triple in;
-        const uint32_t node[3] = {17, 128, k};
-        for (size_t c = 0; c < 3; ++c) in[c] = static_cast<uint16_t>(scale.min[c] + scale.range[c] * node[c] / 128);
-        uint8_t flag = 7;
-        Gamut_ShaperMatrix(&data->monitorShaper, in.data(), &flag);
-        EXPECT_EQ(gamut[(17 * 129 + 128) * 129 + k], flag) << k;
+    for (uint32_t j = 0; j <= 128; ++j) {
+        for (uint32_t k = 0; k <= 128; ++k) {
+            const uint32_t node[3] = {17, j, k};
+            Triple in, device;
+            for (size_t c = 0; c < 3; ++c) {
+                in[c] = static_cast<uint16_t>(scale.min[c] + scale.range[c] * node[c] / 128);
+                device[c] = static_cast<uint16_t>(65535 * node[c] / 128);
+            }
+            uint8_t flag = 7;
+            Gamut_ShaperMatrix(&data->monitorShaper, in.data(), &flag);
+            ASSERT_EQ(gamut[(17 * 129 + j) * 129 + k], flag) << j << " " << k;
+            const uint16_t* predict = static_cast<const uint16_t*>(data->predictTable.table) + 4 * ((17 * 129 + j) * 129 + k);
+            ASSERT_EQ((Triple{predict[0], predict[1], predict[2]}), Predict(data.get(), device)) << j << " " << k;
+        }
     }
 }
 

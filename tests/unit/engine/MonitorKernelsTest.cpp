@@ -148,6 +148,45 @@ TEST(MonitorKernels, WorkInPlace) {
     }
 }
 
+/// The 8-bit pixels at the start of the words that they are made of, or at the end of those that are made of them.
+TEST(MonitorKernels, WorkInPlaceWhereTheSidesDiffer) {
+    Random random(95);
+    constexpr size_t kPixels = 151;
+    const Monitor monitor(reference::ManyModels()[2].model);
+    const Words words = random.Words(4 * kPixels);
+    for (const MonitorKernels* set : Sets()) {
+        Words expected = words, shared = words;
+        DirectMonitorMatch(monitor.Record(), expected.data(), reinterpret_cast<uint8_t*>(expected.data()), kPixels);
+        set->match8(monitor.Tables(), shared.data(), reinterpret_cast<uint8_t*>(shared.data()), kPixels);
+        EXPECT_EQ(shared, expected) << NameOf(set->set) << ", match8";
+        expected = shared = words;
+        DirectMonitorPredict(monitor.Record(), reinterpret_cast<uint8_t*>(expected.data()) + 4 * kPixels, expected.data(), kPixels);
+        set->predict8(monitor.Tables(), reinterpret_cast<uint8_t*>(shared.data()) + 4 * kPixels, shared.data(), kPixels);
+        EXPECT_EQ(shared, expected) << NameOf(set->set) << ", predict8";
+    }
+}
+
+/// Full scale finds the last entries; the tables end at an inaccessible page.
+TEST(MonitorKernels, ReadNothingBehindTheTables) {
+    const Words straight = reference::StraightCurve(256, 0, 65535);
+    const Monitor monitor(Model{{straight, straight, straight}, kIdentity, kIdentity});
+    const GuardedArray<MonitorTables> tables(1, monitor.Tables());
+    const Words white(4 * 40, 65535);
+    const Bytes white8(4 * 40, 255);
+    for (const MonitorKernels* set : Sets()) {
+        Words out(white.size());
+        Bytes out8(white.size());
+        set->match16(tables[0], white.data(), out.data(), 40);
+        EXPECT_EQ(out[2], tables[0].toDevice[2][65535]) << NameOf(set->set);
+        set->match8(tables[0], white.data(), out8.data(), 40);
+        EXPECT_EQ(out8[3], tables[0].toDevice[2][65535] >> 8) << NameOf(set->set);
+        set->predict16(tables[0], white.data(), out.data(), 40);
+        EXPECT_EQ(out[2], 65535) << NameOf(set->set);
+        set->predict8(tables[0], white8.data(), out.data(), 40);
+        EXPECT_EQ(out[2], 65535) << NameOf(set->set);
+    }
+}
+
 /// Sums at and beside both ends of the range, where a colour leaves the gamut, and beside every place where the rounding steps.
 TEST(MonitorKernels, RoundAndClampTheSumsOfTheMatrixExactly) {
     const Words straight = reference::StraightCurve(65536, 0, 65535);

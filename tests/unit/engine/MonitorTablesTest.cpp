@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "engine/MonitorTables.h"
+#include "tests/reference/GuardedArray.h"
 #include "tests/reference/ShaperModel.h"
 
 namespace {
@@ -97,12 +98,29 @@ TEST(MonitorTables, TakeCurvesLongerThanCanBeInverted) {
     }
 }
 
+/// Curves without the guard entry that loaded ones carry.
+TEST(MonitorTables, ReadNothingBehindACurve) {
+    const OwnedShaper straight(Model{{kTwoEntries, kTwoEntries, kTwoEntries}, kIdentity, kIdentity});
+    for (const size_t count : {2u, 3u, 256u, 4096u, 65535u, 65536u, 65537u, 131071u}) {
+        reference::GuardedArray<uint16_t> curve(reference::GammaCurve(count, 2.2));
+        ICC_ShaperMatrix shaper = *straight.Get();
+        shaper.curves[1] = curve.Data();
+        shaper.counts[1] = static_cast<uint32_t>(count);
+        const OwnedTables tables = TablesOf(shaper);
+        ASSERT_TRUE(tables);
+        EXPECT_EQ(tables->toLinear[1][0], curve[0]) << count;
+        EXPECT_EQ(tables->toLinear[1][65535], curve[count - 1]) << count;
+    }
+}
+
 TEST(MonitorTables, AreNotMadeOfAModelThatLacksACurve) {
     const OwnedShaper whole(Model{{kTwoEntries, kTwoEntries, kTwoEntries}, kIdentity, kIdentity});
-    ICC_ShaperMatrix noCurve = *whole.Get(), noReverse = noCurve;
+    ICC_ShaperMatrix noCurve = *whole.Get(), noEntries = noCurve, noReverse = noCurve;
     noCurve.curves[1] = nullptr;
+    noEntries.counts[0] = 0;
     noReverse.reverse[2] = nullptr;
     EXPECT_EQ(MakeMonitorTables(noCurve), nullptr);
+    EXPECT_EQ(MakeMonitorTables(noEntries), nullptr);
     EXPECT_EQ(MakeMonitorTables(noReverse), nullptr);
     EXPECT_EQ(MakeMonitorTables(ICC_ShaperMatrix{}), nullptr);
 }

@@ -1,4 +1,5 @@
-// Which disposal happens under the lock: the program is linked so that the lock and the disposal pass through here.
+// What happens under the lock and what before it: the program is linked so that the lock, the disposal, the tabulation of a record's monitor and an
+// operation pass through here.
 
 #include <gtest/gtest.h>
 
@@ -20,6 +21,11 @@ struct Disposal {
 };
 std::vector<Disposal> sDisposals;
 std::vector<bool> sOperations;  // whether the lock was held
+struct Tabulation {
+    MatchingData* data;
+    int locksBefore;
+};
+std::vector<Tabulation> sTabulations;
 
 }  // namespace
 
@@ -32,6 +38,7 @@ void __wrap_OSSpinLockLock(volatile OSSpinLock* lock);
 void __wrap_OSSpinLockUnlock(volatile OSSpinLock* lock);
 void __wrap_DisposeMatchingData(MatchingData* data);
 void __wrap_DirectMonitorMatch16(const MatchingData* data, const uint16_t* in, uint16_t* out, size_t count);
+void __wrap__Z15TabulateMonitorP12MatchingData(MatchingData* data);
 
 void __wrap_OSSpinLockLock(volatile OSSpinLock* lock) {
     __real_OSSpinLockLock(lock);
@@ -53,6 +60,10 @@ void __wrap_DirectMonitorMatch16(const MatchingData*, const uint16_t*, uint16_t*
     sOperations.push_back(sLocked);
 }
 
+void __wrap__Z15TabulateMonitorP12MatchingData(MatchingData* data) {
+    sTabulations.push_back({data, sLocks});
+}
+
 }  // extern "C"
 
 namespace {
@@ -69,6 +80,7 @@ protected:
         SetMatchingData(nullptr);
         sDisposals.clear();
         sOperations.clear();
+        sTabulations.clear();
         sLocks = 0;
     }
 };
@@ -93,6 +105,17 @@ TEST_F(MatchingDataLock, AnOperationTakesItTwiceAndRunsWithoutIt) {
     EXPECT_EQ(sLocks, 2);
     EXPECT_EQ(sOperations, std::vector<bool>{false});
     SetMatchingData(nullptr);
+}
+
+/// Once the lock has been taken, other threads may be reading the record.
+TEST_F(MatchingDataLock, ARecordIsTabulatedBeforeAnyoneCanUseIt) {
+    MatchingData* data = NewRecord();
+    SetMatchingData(data);
+    ASSERT_EQ(sTabulations.size(), 1u);
+    EXPECT_EQ(sTabulations[0].data, data);
+    EXPECT_EQ(sTabulations[0].locksBefore, 0);
+    SetMatchingData(nullptr);
+    EXPECT_EQ(sTabulations.size(), 1u);
 }
 
 TEST_F(MatchingDataLock, AReplacedRecordIsDisposedOfOutsideTheLock) {
