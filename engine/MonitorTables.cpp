@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdlib>
 
+#include "engine/ReverseSegments.h"
+
 namespace {
 
 constexpr uint32_t kFull65535 = 65535;
@@ -40,10 +42,6 @@ void TabulateCurve(const uint16_t* curve, uint32_t entryCount, uint16_t values[6
         index += indexStep + carry;
         fraction -= carry ? kFull65535 : 0;
     }
-}
-
-const ICC_ReverseSegment* SegmentsOf(const ICC_ReverseBucket* bucket) {
-    return reinterpret_cast<const ICC_ReverseSegment*>(bucket + 1);
 }
 
 /// ICC_ReverseOneDLookup of every value.

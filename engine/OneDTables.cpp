@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <memory>
 
+#include "engine/ReverseSegments.h"
+
 namespace {
 
 constexpr uint32_t kFull65535 = 65535;
@@ -33,13 +35,6 @@ size_t BucketSize(uint32_t capacity) {
     return sizeof(ICC_ReverseBucket) + (size_t{capacity} + 1) * sizeof(ICC_ReverseSegment);
 }
 static_assert(sizeof(ICC_ReverseBucket) + sizeof(ICC_ReverseSegment) == 12 && sizeof(ICC_ReverseSegment) == 8);
-
-ICC_ReverseSegment* SegmentsOf(ICC_ReverseBucket* bucket) {
-    return reinterpret_cast<ICC_ReverseSegment*>(bucket + 1);
-}
-const ICC_ReverseSegment* SegmentsOf(const ICC_ReverseBucket* bucket) {
-    return reinterpret_cast<const ICC_ReverseSegment*>(bucket + 1);
-}
 
 }  // namespace
 

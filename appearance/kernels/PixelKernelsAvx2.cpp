@@ -8,7 +8,8 @@
 
 namespace {
 
-constexpr size_t kBlock = 8;  // pixels at once
+constexpr size_t kBlock = 8;         // pixels at once
+constexpr uint32_t kMostShift = 14;  // weights are multiplied as signed words
 constexpr int kFull32768 = 32768;
 
 /// Where the eight positions of a block stand among its pixels, and back: two vectors are interleaved most cheaply in this order.
@@ -18,11 +19,6 @@ constexpr int kPixelAt[kBlock] = {0, 1, 4, 5, 2, 3, 6, 7};
 struct Components {
     __m256i channel[3];
 };
-
-/// A grid whose nodes are counted in 32 bits and whose weights fit signed 16 bits.
-bool IsServed(const PixelTable& grid) {
-    return IsUsualGrid(grid) && grid.shift >= 6 && grid.shift <= 14;
-}
 
 __m256i Load(const void* from) {
     return _mm256_loadu_si256(static_cast<const __m256i*>(from));
@@ -187,106 +183,54 @@ void StoreWordsWithoutPadding(const MixedWords& mixed, uint16_t* destination) {
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(destination + 16), _mm256_and_si256(mixed.high, channels));
 }
 
-void Device8ToPixel16(const PixelTable* table, const uint8_t* source, uint16_t* destination, size_t count) {
-    const PixelTable grid = *table;
-    if (count >= kBlock && IsServed(grid)) {
-        const Geometry geometry(grid);
-        for (; count >= kBlock; count -= kBlock, source += 4 * kBlock, destination += 4 * kBlock) {
-            Components in = LoadBytes(source);
-            for (__m256i& channel : in.channel) channel = ScaleByte(channel);
-            StoreWordsWithoutPadding(MixWords(grid, geometry, in), destination);
-        }
+/// The fourth words are neither read nor written.
+void StoreThreeWords(const MixedWords& mixed, uint16_t* destination) {
+    alignas(32) uint64_t pixels[kBlock];
+    _mm256_store_si256(reinterpret_cast<__m256i*>(pixels), mixed.low);
+    _mm256_store_si256(reinterpret_cast<__m256i*>(pixels + 4), mixed.high);
+    for (size_t i = 0; i < kBlock; ++i) {
+        const auto firstTwo = static_cast<uint32_t>(pixels[i]);
+        const auto third = static_cast<uint16_t>(pixels[i] >> 32);
+        __builtin_memcpy(destination + 4 * i, &firstTwo, 4);
+        __builtin_memcpy(destination + 4 * i + 2, &third, 2);
     }
-    kPortablePixelKernels.device8ToPixel16(table, source, destination, count);
 }
 
-void Device16ToPixel16(const PixelTable* table, const uint16_t* source, uint16_t* destination, size_t count) {
-    const PixelTable grid = *table;
-    if (count >= kBlock && IsServed(grid)) {
-        const Geometry geometry(grid);
-        for (; count >= kBlock; count -= kBlock, source += 4 * kBlock, destination += 4 * kBlock) {
-            Components in = LoadWords(source);
-            for (__m256i& channel : in.channel) channel = ScaleWord(channel);
-            const MixedWords mixed = MixWords(grid, geometry, in);
-            alignas(32) uint64_t pixels[kBlock];
-            _mm256_store_si256(reinterpret_cast<__m256i*>(pixels), mixed.low);
-            _mm256_store_si256(reinterpret_cast<__m256i*>(pixels + 4), mixed.high);
-            // The fourth word is neither read nor written.
-            for (size_t i = 0; i < kBlock; ++i) {
-                const auto firstTwo = static_cast<uint32_t>(pixels[i]);
-                const auto third = static_cast<uint16_t>(pixels[i] >> 32);
-                __builtin_memcpy(destination + 4 * i, &firstTwo, 4);
-                __builtin_memcpy(destination + 4 * i + 2, &third, 2);
-            }
-        }
+/// To bytes 1 to 3 of each pixel; byte 0 is neither read nor written.
+void StoreHighBytes(const MixedWords& mixed, uint8_t* destination) {
+    // Four a pixel, the padding's last.
+    const __m256i bytes = _mm256_permute4x64_epi64(_mm256_packus_epi16(_mm256_srli_epi16(mixed.low, 8), _mm256_srli_epi16(mixed.high, 8)), 0xD8);
+    alignas(32) uint32_t pixels[kBlock];
+    _mm256_store_si256(reinterpret_cast<__m256i*>(pixels), bytes);
+    for (size_t i = 0; i < kBlock; ++i) {
+        destination[4 * i + 1] = static_cast<uint8_t>(pixels[i]);
+        const auto lastTwo = static_cast<uint16_t>(pixels[i] >> 8);
+        __builtin_memcpy(destination + 4 * i + 2, &lastTwo, 2);
     }
-    kPortablePixelKernels.device16ToPixel16(table, source, destination, count);
 }
 
-void Pixel16ToDevice16(const PixelTable* table, const uint16_t* source, uint16_t* destination, size_t count) {
-    const PixelTable grid = *table;
-    if (count >= kBlock && IsServed(grid)) {
-        const Geometry geometry(grid);
-        const Scaler scaler(grid.scale);
-        for (; count >= kBlock; count -= kBlock, source += 4 * kBlock, destination += 4 * kBlock) {
-            StoreWordsWithoutPadding(MixWords(grid, geometry, scaler.Clamped(LoadWords(source))), destination);
-        }
+void MixBytes(const PixelTable& grid, const Geometry& geometry, const Scaler& scaler, const Components& in, uint8_t* destination) {
+    const auto* const nodes = static_cast<const uint8_t*>(grid.table);
+    __m256i beyond;
+    const Cell cell = geometry.Locate(scaler.Inside(in, &beyond));
+    __m256i sum = _mm256_setzero_si256();
+    for (int corner = 0; corner < 4; ++corner) {
+        alignas(32) int at[kBlock];
+        _mm256_store_si256(reinterpret_cast<__m256i*>(at), cell.node[corner]);
+        const __m256i values =
+            _mm256_setr_epi32(nodes[at[0]], nodes[at[1]], nodes[at[2]], nodes[at[3]], nodes[at[4]], nodes[at[5]], nodes[at[6]], nodes[at[7]]);
+        // Both are below 2^15, so that one product of a pair is the whole one.
+        sum = _mm256_add_epi32(sum, _mm256_madd_epi16(values, cell.weight[corner]));
     }
-    kPortablePixelKernels.pixel16ToDevice16(table, source, destination, count);
-}
-
-void Pixel16ToPixel8(const PixelTable* table, const uint16_t* source, uint8_t* destination, size_t count) {
-    const PixelTable grid = *table;
-    if (count >= kBlock && IsServed(grid)) {
-        const Geometry geometry(grid);
-        const Scaler scaler(grid.scale);
-        for (; count >= kBlock; count -= kBlock, source += 4 * kBlock, destination += 4 * kBlock) {
-            const MixedWords mixed = MixWords(grid, geometry, scaler.Clamped(LoadWords(source)));
-            // The high bytes of the words, four a pixel, the padding's last.
-            const __m256i bytes =
-                _mm256_permute4x64_epi64(_mm256_packus_epi16(_mm256_srli_epi16(mixed.low, 8), _mm256_srli_epi16(mixed.high, 8)), 0xD8);
-            alignas(32) uint32_t pixels[kBlock];
-            _mm256_store_si256(reinterpret_cast<__m256i*>(pixels), bytes);
-            // Byte 0 is neither read nor written.
-            for (size_t i = 0; i < kBlock; ++i) {
-                destination[4 * i + 1] = static_cast<uint8_t>(pixels[i]);
-                const auto lastTwo = static_cast<uint16_t>(pixels[i] >> 8);
-                __builtin_memcpy(destination + 4 * i + 2, &lastTwo, 2);
-            }
-        }
-    }
-    kPortablePixelKernels.pixel16ToPixel8(table, source, destination, count);
-}
-
-void Pixel16ToUInt8(const PixelTable* table, const uint16_t* source, uint8_t* destination, size_t count) {
-    const PixelTable grid = *table;
-    if (count >= kBlock && IsServed(grid)) {
-        const Geometry geometry(grid);
-        const Scaler scaler(grid.scale);
-        const auto* const nodes = static_cast<const uint8_t*>(grid.table);
-        for (; count >= kBlock; count -= kBlock, source += 4 * kBlock, destination += kBlock) {
-            __m256i beyond;
-            const Components scaled = scaler.Inside(LoadWords(source), &beyond);
-            const Cell cell = geometry.Locate(scaled);
-            __m256i sum = _mm256_setzero_si256();
-            for (int corner = 0; corner < 4; ++corner) {
-                alignas(32) int at[kBlock];
-                _mm256_store_si256(reinterpret_cast<__m256i*>(at), cell.node[corner]);
-                const __m256i values =
-                    _mm256_setr_epi32(nodes[at[0]], nodes[at[1]], nodes[at[2]], nodes[at[3]], nodes[at[4]], nodes[at[5]], nodes[at[6]], nodes[at[7]]);
-                // Both are below 2^15, so that one product of a pair is the whole one.
-                sum = _mm256_add_epi32(sum, _mm256_madd_epi16(values, cell.weight[corner]));
-            }
-            const __m256i result = _mm256_or_si256(_mm256_srl_epi32(sum, geometry.shift), beyond);
-            alignas(32) uint32_t bytes[kBlock];
-            _mm256_store_si256(reinterpret_cast<__m256i*>(bytes), result);
-            for (size_t i = 0; i < kBlock; ++i) destination[kPixelAt[i]] = static_cast<uint8_t>(bytes[i]);
-        }
-    }
-    kPortablePixelKernels.pixel16ToUInt8(table, source, destination, count);
+    const __m256i result = _mm256_or_si256(_mm256_srl_epi32(sum, geometry.shift), beyond);
+    alignas(32) uint32_t bytes[kBlock];
+    _mm256_store_si256(reinterpret_cast<__m256i*>(bytes), result);
+    for (size_t i = 0; i < kBlock; ++i) destination[kPixelAt[i]] = static_cast<uint8_t>(bytes[i]);
 }
 
 }  // namespace
+
+#include "appearance/kernels/PixelRuns.h"
 
 const PixelKernels kAvx2PixelKernels = {
     platform::InstructionSet::kAvx2, Device8ToPixel16, Device16ToPixel16, Pixel16ToDevice16, Pixel16ToPixel8, Pixel16ToUInt8};

@@ -8,7 +8,8 @@
 
 namespace {
 
-constexpr size_t kBlock = 16;  // pixels at once
+constexpr size_t kBlock = 16;        // pixels at once
+constexpr uint32_t kMostShift = 14;  // weights are multiplied as signed words
 constexpr int kFull32768 = 32768;
 
 constexpr __mmask32 kThreeWords = 0x77777777;  // of each pixel of four
@@ -18,11 +19,6 @@ constexpr __mmask32 kThreeBytes = 0xEEEEEEEE;  // of each pixel of four, without
 struct Components {
     __m512i channel[3];
 };
-
-/// A grid whose nodes are counted in 32 bits and whose weights fit signed 16 bits.
-bool IsServed(const PixelTable& grid) {
-    return IsUsualGrid(grid) && grid.shift >= 6 && grid.shift <= 14;
-}
 
 Components LoadWords(const uint16_t* source) {
     const __m512i even = _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
@@ -180,91 +176,40 @@ void StoreWordsWithoutPadding(const MixedWords& mixed, uint16_t* destination) {
     _mm512_storeu_si512(destination + 32, _mm512_maskz_mov_epi16(kThreeWords, mixed.high));
 }
 
-void Device8ToPixel16(const PixelTable* table, const uint8_t* source, uint16_t* destination, size_t count) {
-    const PixelTable grid = *table;
-    if (count >= kBlock && IsServed(grid)) {
-        const Geometry geometry(grid);
-        for (; count >= kBlock; count -= kBlock, source += 4 * kBlock, destination += 4 * kBlock) {
-            Components in = LoadBytes(source);
-            for (__m512i& channel : in.channel) channel = ScaleByte(channel);
-            StoreWordsWithoutPadding(MixWords(grid, geometry, in), destination);
-        }
-    }
-    kPortablePixelKernels.device8ToPixel16(table, source, destination, count);
+/// The fourth words are neither read nor written.
+void StoreThreeWords(const MixedWords& mixed, uint16_t* destination) {
+    _mm512_mask_storeu_epi16(destination, kThreeWords, mixed.low);
+    _mm512_mask_storeu_epi16(destination + 32, kThreeWords, mixed.high);
 }
 
-void Device16ToPixel16(const PixelTable* table, const uint16_t* source, uint16_t* destination, size_t count) {
-    const PixelTable grid = *table;
-    if (count >= kBlock && IsServed(grid)) {
-        const Geometry geometry(grid);
-        for (; count >= kBlock; count -= kBlock, source += 4 * kBlock, destination += 4 * kBlock) {
-            Components in = LoadWords(source);
-            for (__m512i& channel : in.channel) channel = ScaleWord(channel);
-            const MixedWords mixed = MixWords(grid, geometry, in);
-            // The fourth word is neither read nor written.
-            _mm512_mask_storeu_epi16(destination, kThreeWords, mixed.low);
-            _mm512_mask_storeu_epi16(destination + 32, kThreeWords, mixed.high);
-        }
-    }
-    kPortablePixelKernels.device16ToPixel16(table, source, destination, count);
+/// To bytes 1 to 3 of each pixel; byte 0 is neither read nor written.
+void StoreHighBytes(const MixedWords& mixed, uint8_t* destination) {
+    const auto store = [](__m512i words, uint8_t* to) {
+        const __m256i bytes = _mm512_cvtepi16_epi8(_mm512_srli_epi16(words, 8));
+        _mm256_mask_storeu_epi8(to, kThreeBytes, _mm256_slli_epi32(bytes, 8));
+    };
+    store(mixed.low, destination);
+    store(mixed.high, destination + 32);
 }
 
-void Pixel16ToDevice16(const PixelTable* table, const uint16_t* source, uint16_t* destination, size_t count) {
-    const PixelTable grid = *table;
-    if (count >= kBlock && IsServed(grid)) {
-        const Geometry geometry(grid);
-        const Scaler scaler(grid.scale);
-        for (; count >= kBlock; count -= kBlock, source += 4 * kBlock, destination += 4 * kBlock) {
-            StoreWordsWithoutPadding(MixWords(grid, geometry, scaler.Clamped(LoadWords(source))), destination);
-        }
+void MixBytes(const PixelTable& grid, const Geometry& geometry, const Scaler& scaler, const Components& in, uint8_t* destination) {
+    const __m512i byte = _mm512_set1_epi32(0xFF);
+    __mmask16 beyond;
+    const Cell cell = geometry.Locate(scaler.Inside(in, &beyond));
+    __m512i sum = _mm512_setzero_si512();
+    for (int corner = 0; corner < 4; ++corner) {
+        // With the three bytes behind: the spare nodes of each axis stand there at the end.
+        const __m512i values = _mm512_and_si512(_mm512_i32gather_epi32(cell.node[corner], grid.table, 1), byte);
+        // Both are below 2^15, so that one product of a pair is the whole one.
+        sum = _mm512_add_epi32(sum, _mm512_madd_epi16(values, cell.weight[corner]));
     }
-    kPortablePixelKernels.pixel16ToDevice16(table, source, destination, count);
-}
-
-void Pixel16ToPixel8(const PixelTable* table, const uint16_t* source, uint8_t* destination, size_t count) {
-    const PixelTable grid = *table;
-    if (count >= kBlock && IsServed(grid)) {
-        const Geometry geometry(grid);
-        const Scaler scaler(grid.scale);
-        // The high bytes of the words, moved up by one; byte 0 is neither read nor written.
-        const auto store = [](__m512i words, uint8_t* to) {
-            const __m256i bytes = _mm512_cvtepi16_epi8(_mm512_srli_epi16(words, 8));
-            _mm256_mask_storeu_epi8(to, kThreeBytes, _mm256_slli_epi32(bytes, 8));
-        };
-        for (; count >= kBlock; count -= kBlock, source += 4 * kBlock, destination += 4 * kBlock) {
-            const MixedWords mixed = MixWords(grid, geometry, scaler.Clamped(LoadWords(source)));
-            store(mixed.low, destination);
-            store(mixed.high, destination + 32);
-        }
-    }
-    kPortablePixelKernels.pixel16ToPixel8(table, source, destination, count);
-}
-
-void Pixel16ToUInt8(const PixelTable* table, const uint16_t* source, uint8_t* destination, size_t count) {
-    const PixelTable grid = *table;
-    if (count >= kBlock && IsServed(grid)) {
-        const Geometry geometry(grid);
-        const Scaler scaler(grid.scale);
-        const __m512i byte = _mm512_set1_epi32(0xFF);
-        for (; count >= kBlock; count -= kBlock, source += 4 * kBlock, destination += kBlock) {
-            __mmask16 beyond;
-            const Components scaled = scaler.Inside(LoadWords(source), &beyond);
-            const Cell cell = geometry.Locate(scaled);
-            __m512i sum = _mm512_setzero_si512();
-            for (int corner = 0; corner < 4; ++corner) {
-                // With the three bytes behind: the spare nodes of each axis stand there at the end.
-                const __m512i values = _mm512_and_si512(_mm512_i32gather_epi32(cell.node[corner], grid.table, 1), byte);
-                // Both are below 2^15, so that one product of a pair is the whole one.
-                sum = _mm512_add_epi32(sum, _mm512_madd_epi16(values, cell.weight[corner]));
-            }
-            const __m128i bytes = _mm512_cvtepi32_epi8(_mm512_srl_epi32(sum, geometry.shift));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(destination), _mm_mask_set1_epi8(bytes, beyond, static_cast<char>(255)));
-        }
-    }
-    kPortablePixelKernels.pixel16ToUInt8(table, source, destination, count);
+    const __m128i bytes = _mm512_cvtepi32_epi8(_mm512_srl_epi32(sum, geometry.shift));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(destination), _mm_mask_set1_epi8(bytes, beyond, static_cast<char>(255)));
 }
 
 }  // namespace
+
+#include "appearance/kernels/PixelRuns.h"
 
 const PixelKernels kAvx512PixelKernels = {
     platform::InstructionSet::kAvx512, Device8ToPixel16, Device16ToPixel16, Pixel16ToDevice16, Pixel16ToPixel8, Pixel16ToUInt8};

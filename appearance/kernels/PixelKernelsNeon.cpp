@@ -6,18 +6,14 @@
 
 namespace {
 
-constexpr size_t kBlock = 8;  // pixels at once
+constexpr size_t kBlock = 8;         // pixels at once
+constexpr uint32_t kMostShift = 15;  // weights are multiplied as unsigned words
 constexpr uint16_t kFull32768 = 32768;
 
 /// The components of a block, a vector each.
 struct Components {
     uint16x8_t channel[3];
 };
-
-/// A grid whose nodes are counted in 32 bits; the weights fit 16 bits.
-bool IsServed(const PixelTable& grid) {
-    return IsUsualGrid(grid) && grid.shift >= 6;
-}
 
 Components LoadWords(const uint16_t* source) {
     const uint16x8x4_t pixels = vld4q_u16(source);
@@ -197,95 +193,45 @@ void StoreWordsWithoutPadding(const MixedWords& mixed, uint16_t* destination) {
     for (size_t i = 0; i < kBlock; ++i) vst1_u16(destination + 4 * i, vset_lane_u16(0, mixed.pixel[i], 3));
 }
 
-void Device8ToPixel16(const PixelTable* table, const uint8_t* source, uint16_t* destination, size_t count) {
-    const PixelTable grid = *table;
-    if (count >= kBlock && IsServed(grid)) {
-        const Geometry geometry(grid);
-        for (; count >= kBlock; count -= kBlock, source += 4 * kBlock, destination += 4 * kBlock) {
-            Components in = LoadBytes(source);
-            for (uint16x8_t& channel : in.channel) channel = ScaleByte(channel);
-            StoreWordsWithoutPadding(MixWords(grid, geometry, in), destination);
-        }
+/// The fourth words are neither read nor written.
+void StoreThreeWords(const MixedWords& mixed, uint16_t* destination) {
+    for (size_t i = 0; i < kBlock; ++i) {
+        const uint32_t firstTwo = vget_lane_u32(vreinterpret_u32_u16(mixed.pixel[i]), 0);
+        __builtin_memcpy(destination + 4 * i, &firstTwo, 4);
+        vst1_lane_u16(destination + 4 * i + 2, mixed.pixel[i], 2);
     }
-    kPortablePixelKernels.device8ToPixel16(table, source, destination, count);
 }
 
-void Device16ToPixel16(const PixelTable* table, const uint16_t* source, uint16_t* destination, size_t count) {
-    const PixelTable grid = *table;
-    if (count >= kBlock && IsServed(grid)) {
-        const Geometry geometry(grid);
-        for (; count >= kBlock; count -= kBlock, source += 4 * kBlock, destination += 4 * kBlock) {
-            Components in = LoadWords(source);
-            for (uint16x8_t& channel : in.channel) channel = ScaleWord(channel);
-            const MixedWords mixed = MixWords(grid, geometry, in);
-            // The fourth word is not written.
-            for (size_t i = 0; i < kBlock; ++i) {
-                const uint32_t firstTwo = vget_lane_u32(vreinterpret_u32_u16(mixed.pixel[i]), 0);
-                __builtin_memcpy(destination + 4 * i, &firstTwo, 4);
-                vst1_lane_u16(destination + 4 * i + 2, mixed.pixel[i], 2);
-            }
-        }
+/// To bytes 1 to 3 of each pixel; byte 0 is neither read nor written.
+void StoreHighBytes(const MixedWords& mixed, uint8_t* destination) {
+    for (size_t i = 0; i < kBlock; ++i) {
+        const uint8x8_t high = vshrn_n_u16(vcombine_u16(mixed.pixel[i], mixed.pixel[i]), 8);
+        vst1_lane_u8(destination + 4 * i + 1, high, 0);
+        vst1_lane_u8(destination + 4 * i + 2, high, 1);
+        vst1_lane_u8(destination + 4 * i + 3, high, 2);
     }
-    kPortablePixelKernels.device16ToPixel16(table, source, destination, count);
 }
 
-void Pixel16ToDevice16(const PixelTable* table, const uint16_t* source, uint16_t* destination, size_t count) {
-    const PixelTable grid = *table;
-    if (count >= kBlock && IsServed(grid)) {
-        const Geometry geometry(grid);
-        const Scaler scaler(grid.scale);
-        for (; count >= kBlock; count -= kBlock, source += 4 * kBlock, destination += 4 * kBlock) {
-            StoreWordsWithoutPadding(MixWords(grid, geometry, scaler.Clamped(LoadWords(source))), destination);
-        }
+void MixBytes(const PixelTable& grid, const Geometry& geometry, const Scaler& scaler, const Components& in, uint8_t* destination) {
+    const auto* const nodes = static_cast<const uint8_t*>(grid.table);
+    uint16x8_t beyond;
+    const Cell cell = geometry.Locate(scaler.Inside(in, &beyond));
+    uint32x4_t low = vdupq_n_u32(0), high = vdupq_n_u32(0);
+    for (int corner = 0; corner < 4; ++corner) {
+        uint8_t bytes[kBlock];
+        for (size_t i = 0; i < kBlock; ++i) bytes[i] = nodes[cell.node[corner][i]];
+        const uint16x8_t values = vmovl_u8(vld1_u8(bytes));
+        low = vmlal_u16(low, vget_low_u16(values), vget_low_u16(cell.weight[corner]));
+        high = vmlal_high_u16(high, values, cell.weight[corner]);
     }
-    kPortablePixelKernels.pixel16ToDevice16(table, source, destination, count);
-}
-
-void Pixel16ToPixel8(const PixelTable* table, const uint16_t* source, uint8_t* destination, size_t count) {
-    const PixelTable grid = *table;
-    if (count >= kBlock && IsServed(grid)) {
-        const Geometry geometry(grid);
-        const Scaler scaler(grid.scale);
-        for (; count >= kBlock; count -= kBlock, source += 4 * kBlock, destination += 4 * kBlock) {
-            const MixedWords mixed = MixWords(grid, geometry, scaler.Clamped(LoadWords(source)));
-            // Byte 0 is neither read nor written.
-            for (size_t i = 0; i < kBlock; ++i) {
-                const uint8x8_t high = vshrn_n_u16(vcombine_u16(mixed.pixel[i], mixed.pixel[i]), 8);
-                vst1_lane_u8(destination + 4 * i + 1, high, 0);
-                vst1_lane_u8(destination + 4 * i + 2, high, 1);
-                vst1_lane_u8(destination + 4 * i + 3, high, 2);
-            }
-        }
-    }
-    kPortablePixelKernels.pixel16ToPixel8(table, source, destination, count);
-}
-
-void Pixel16ToUInt8(const PixelTable* table, const uint16_t* source, uint8_t* destination, size_t count) {
-    const PixelTable grid = *table;
-    if (count >= kBlock && IsServed(grid)) {
-        const Geometry geometry(grid);
-        const Scaler scaler(grid.scale);
-        const auto* const nodes = static_cast<const uint8_t*>(grid.table);
-        for (; count >= kBlock; count -= kBlock, source += 4 * kBlock, destination += kBlock) {
-            uint16x8_t beyond;
-            const Cell cell = geometry.Locate(scaler.Inside(LoadWords(source), &beyond));
-            uint32x4_t low = vdupq_n_u32(0), high = vdupq_n_u32(0);
-            for (int corner = 0; corner < 4; ++corner) {
-                uint8_t bytes[kBlock];
-                for (size_t i = 0; i < kBlock; ++i) bytes[i] = nodes[cell.node[corner][i]];
-                const uint16x8_t values = vmovl_u8(vld1_u8(bytes));
-                low = vmlal_u16(low, vget_low_u16(values), vget_low_u16(cell.weight[corner]));
-                high = vmlal_high_u16(high, values, cell.weight[corner]);
-            }
-            const int32x4_t shift = geometry.resultShift;
-            const uint16x8_t result = vcombine_u16(vmovn_u32(vshlq_u32(low, shift)), vmovn_u32(vshlq_u32(high, shift)));
-            vst1_u8(destination, vmovn_u16(vorrq_u16(result, beyond)));
-        }
-    }
-    kPortablePixelKernels.pixel16ToUInt8(table, source, destination, count);
+    const int32x4_t shift = geometry.resultShift;
+    const uint16x8_t result = vcombine_u16(vmovn_u32(vshlq_u32(low, shift)), vmovn_u32(vshlq_u32(high, shift)));
+    vst1_u8(destination, vmovn_u16(vorrq_u16(result, beyond)));
 }
 
 }  // namespace
+
+#include "appearance/kernels/PixelRuns.h"
 
 const PixelKernels kNeonPixelKernels = {
     platform::InstructionSet::kNeon, Device8ToPixel16, Device16ToPixel16, Pixel16ToDevice16, Pixel16ToPixel8, Pixel16ToUInt8};

@@ -69,37 +69,31 @@ Pixels LoadPixels(const uint16_t* in) {
     return {_mm256_castps_si256(_mm256_shuffle_ps(low, high, 0x88)), _mm256_castps_si256(_mm256_shuffle_ps(low, high, 0xDD))};
 }
 
-void Store(const Rows& rows, uint32_t values[3][kBlock]) {
+void StoreRows(const Rows& rows, uint32_t values[3][kBlock]) {
     for (int r = 0; r < 3; ++r) _mm256_store_si256(reinterpret_cast<__m256i*>(values[r]), rows.row[r]);
 }
 
-void Match8(const MonitorTables& tables, const uint16_t* in, uint8_t* out, size_t count) {
-    if (tables.canSplit && count >= kBlock) {
-        const Matrix matrix(tables.splitInverse);
-        for (; count >= kBlock; count -= kBlock, in += 4 * kBlock, out += 4 * kBlock) {
-            alignas(32) uint32_t linear[3][kBlock];
-            Store(Multiply(matrix, LoadPixels(in)), linear);
-            for (size_t i = 0; i < kBlock; ++i) {
-                uint8_t* const pixel = out + 4 * kPixelAt[i];
-                for (int c = 0; c < 3; ++c) pixel[c + 1] = static_cast<uint8_t>(tables.toDevice[c][linear[c][i]] >> 8);
-            }
+/// All whole blocks; `store` puts what channel c of a pixel is matched to at its place in `out`.
+template <typename Out, typename Store>
+void MatchBlocks(const MonitorTables& tables, const uint16_t*& in, Out*& out, size_t& count, Store store) {
+    if (!tables.canSplit || count < kBlock) return;
+    const Matrix matrix(tables.splitInverse);
+    for (; count >= kBlock; count -= kBlock, in += 4 * kBlock, out += 4 * kBlock) {
+        alignas(32) uint32_t linear[3][kBlock];
+        StoreRows(Multiply(matrix, LoadPixels(in)), linear);
+        for (size_t i = 0; i < kBlock; ++i) {
+            for (int c = 0; c < 3; ++c) store(out + 4 * kPixelAt[i], c, tables.toDevice[c][linear[c][i]]);
         }
     }
+}
+
+void Match8(const MonitorTables& tables, const uint16_t* in, uint8_t* out, size_t count) {
+    MatchBlocks(tables, in, out, count, [](uint8_t* pixel, int c, uint16_t value) { pixel[c + 1] = static_cast<uint8_t>(value >> 8); });
     kPortableMonitorKernels.match8(tables, in, out, count);
 }
 
 void Match16(const MonitorTables& tables, const uint16_t* in, uint16_t* out, size_t count) {
-    if (tables.canSplit && count >= kBlock) {
-        const Matrix matrix(tables.splitInverse);
-        for (; count >= kBlock; count -= kBlock, in += 4 * kBlock, out += 4 * kBlock) {
-            alignas(32) uint32_t linear[3][kBlock];
-            Store(Multiply(matrix, LoadPixels(in)), linear);
-            for (size_t i = 0; i < kBlock; ++i) {
-                uint16_t* const pixel = out + 4 * kPixelAt[i];
-                for (int c = 0; c < 3; ++c) pixel[c] = tables.toDevice[c][linear[c][i]];
-            }
-        }
-    }
+    MatchBlocks(tables, in, out, count, [](uint16_t* pixel, int c, uint16_t value) { pixel[c] = value; });
     kPortableMonitorKernels.match16(tables, in, out, count);
 }
 
@@ -131,39 +125,31 @@ void PredictBlock(const Matrix& matrix, const uint16_t linear[4 * kBlock], uint1
 /// Pixels looked up before the matrix takes them: so many that what was written word by word can be read as vectors without waiting.
 constexpr size_t kLookedUp = 64;
 
-void Predict8(const MonitorTables& tables, const uint8_t* in, uint16_t* out, size_t count) {
-    if (tables.canSplit && count >= kBlock) {
-        const Matrix matrix(tables.splitMatrix);
-        alignas(32) uint16_t linear[4 * kLookedUp] = {};
-        while (count >= kBlock) {
-            const size_t run = count < kLookedUp ? count / kBlock * kBlock : kLookedUp;
-            for (size_t i = 0; i < run; ++i) {
-                for (int c = 0; c < 3; ++c) linear[4 * i + c] = tables.toLinear[c][in[4 * i + c + 1] * 257];
-            }
-            for (size_t i = 0; i < run; i += kBlock) PredictBlock(matrix, linear + 4 * i, out + 4 * i);
-            in += 4 * run;
-            out += 4 * run;
-            count -= run;
+/// All whole blocks; `deviceValue` makes a 16-bit device value of channel c of a pixel.
+template <typename In, typename DeviceValue>
+void PredictBlocks(const MonitorTables& tables, const In*& in, uint16_t*& out, size_t& count, DeviceValue deviceValue) {
+    if (!tables.canSplit || count < kBlock) return;
+    const Matrix matrix(tables.splitMatrix);
+    alignas(32) uint16_t linear[4 * kLookedUp] = {};
+    while (count >= kBlock) {
+        const size_t run = count < kLookedUp ? count / kBlock * kBlock : kLookedUp;
+        for (size_t i = 0; i < run; ++i) {
+            for (int c = 0; c < 3; ++c) linear[4 * i + c] = tables.toLinear[c][deviceValue(in + 4 * i, c)];
         }
+        for (size_t i = 0; i < run; i += kBlock) PredictBlock(matrix, linear + 4 * i, out + 4 * i);
+        in += 4 * run;
+        out += 4 * run;
+        count -= run;
     }
+}
+
+void Predict8(const MonitorTables& tables, const uint8_t* in, uint16_t* out, size_t count) {
+    PredictBlocks(tables, in, out, count, [](const uint8_t* pixel, int c) { return pixel[c + 1] * 257; });
     kPortableMonitorKernels.predict8(tables, in, out, count);
 }
 
 void Predict16(const MonitorTables& tables, const uint16_t* in, uint16_t* out, size_t count) {
-    if (tables.canSplit && count >= kBlock) {
-        const Matrix matrix(tables.splitMatrix);
-        alignas(32) uint16_t linear[4 * kLookedUp] = {};
-        while (count >= kBlock) {
-            const size_t run = count < kLookedUp ? count / kBlock * kBlock : kLookedUp;
-            for (size_t i = 0; i < run; ++i) {
-                for (int c = 0; c < 3; ++c) linear[4 * i + c] = tables.toLinear[c][in[4 * i + c]];
-            }
-            for (size_t i = 0; i < run; i += kBlock) PredictBlock(matrix, linear + 4 * i, out + 4 * i);
-            in += 4 * run;
-            out += 4 * run;
-            count -= run;
-        }
-    }
+    PredictBlocks(tables, in, out, count, [](const uint16_t* pixel, int c) { return pixel[c]; });
     kPortableMonitorKernels.predict16(tables, in, out, count);
 }
 

@@ -66,33 +66,28 @@ Pixels LoadPixels(const uint16_t* in) {
     return {{Less32768(words.val[0]), Less32768(words.val[1]), Less32768(words.val[2])}};
 }
 
-void Match8(const MonitorTables& tables, const uint16_t* in, uint8_t* out, size_t count) {
-    if (tables.canSplit && count >= kBlock) {
-        const Matrix matrix(tables.splitInverse);
-        for (; count >= kBlock; count -= kBlock, in += 4 * kBlock, out += 4 * kBlock) {
-            const uint16x8x3_t rows = Multiply(matrix, LoadPixels(in));
-            for (int c = 0; c < 3; ++c) {
-                uint16_t linear[kBlock];
-                vst1q_u16(linear, rows.val[c]);
-                for (size_t i = 0; i < kBlock; ++i) out[4 * i + c + 1] = static_cast<uint8_t>(tables.toDevice[c][linear[i]] >> 8);
-            }
+/// All whole blocks; `store` puts what channel c of a pixel is matched to at its place in `out`.
+template <typename Out, typename Store>
+void MatchBlocks(const MonitorTables& tables, const uint16_t*& in, Out*& out, size_t& count, Store store) {
+    if (!tables.canSplit || count < kBlock) return;
+    const Matrix matrix(tables.splitInverse);
+    for (; count >= kBlock; count -= kBlock, in += 4 * kBlock, out += 4 * kBlock) {
+        const uint16x8x3_t rows = Multiply(matrix, LoadPixels(in));
+        for (int c = 0; c < 3; ++c) {
+            uint16_t linear[kBlock];
+            vst1q_u16(linear, rows.val[c]);
+            for (size_t i = 0; i < kBlock; ++i) store(out + 4 * i, c, tables.toDevice[c][linear[i]]);
         }
     }
+}
+
+void Match8(const MonitorTables& tables, const uint16_t* in, uint8_t* out, size_t count) {
+    MatchBlocks(tables, in, out, count, [](uint8_t* pixel, int c, uint16_t value) { pixel[c + 1] = static_cast<uint8_t>(value >> 8); });
     kPortableMonitorKernels.match8(tables, in, out, count);
 }
 
 void Match16(const MonitorTables& tables, const uint16_t* in, uint16_t* out, size_t count) {
-    if (tables.canSplit && count >= kBlock) {
-        const Matrix matrix(tables.splitInverse);
-        for (; count >= kBlock; count -= kBlock, in += 4 * kBlock, out += 4 * kBlock) {
-            const uint16x8x3_t rows = Multiply(matrix, LoadPixels(in));
-            for (int c = 0; c < 3; ++c) {
-                uint16_t linear[kBlock];
-                vst1q_u16(linear, rows.val[c]);
-                for (size_t i = 0; i < kBlock; ++i) out[4 * i + c] = tables.toDevice[c][linear[i]];
-            }
-        }
-    }
+    MatchBlocks(tables, in, out, count, [](uint16_t* pixel, int c, uint16_t value) { pixel[c] = value; });
     kPortableMonitorKernels.match16(tables, in, out, count);
 }
 
@@ -118,39 +113,31 @@ void PredictBlock(const Matrix& matrix, const LookedUp& linear, size_t from, uin
     vst3q_lane_u16(out + 28, rows, 7);
 }
 
-void Predict8(const MonitorTables& tables, const uint8_t* in, uint16_t* out, size_t count) {
-    if (tables.canSplit && count >= kBlock) {
-        const Matrix matrix(tables.splitMatrix);
-        LookedUp linear;
-        while (count >= kBlock) {
-            const size_t run = count < kLookedUp ? count / kBlock * kBlock : kLookedUp;
-            for (size_t i = 0; i < run; ++i) {
-                for (int c = 0; c < 3; ++c) linear.channel[c][i] = tables.toLinear[c][in[4 * i + c + 1] * 257];
-            }
-            for (size_t i = 0; i < run; i += kBlock) PredictBlock(matrix, linear, i, out + 4 * i);
-            in += 4 * run;
-            out += 4 * run;
-            count -= run;
+/// All whole blocks; `deviceValue` makes a 16-bit device value of channel c of a pixel.
+template <typename In, typename DeviceValue>
+void PredictBlocks(const MonitorTables& tables, const In*& in, uint16_t*& out, size_t& count, DeviceValue deviceValue) {
+    if (!tables.canSplit || count < kBlock) return;
+    const Matrix matrix(tables.splitMatrix);
+    LookedUp linear;
+    while (count >= kBlock) {
+        const size_t run = count < kLookedUp ? count / kBlock * kBlock : kLookedUp;
+        for (size_t i = 0; i < run; ++i) {
+            for (int c = 0; c < 3; ++c) linear.channel[c][i] = tables.toLinear[c][deviceValue(in + 4 * i, c)];
         }
+        for (size_t i = 0; i < run; i += kBlock) PredictBlock(matrix, linear, i, out + 4 * i);
+        in += 4 * run;
+        out += 4 * run;
+        count -= run;
     }
+}
+
+void Predict8(const MonitorTables& tables, const uint8_t* in, uint16_t* out, size_t count) {
+    PredictBlocks(tables, in, out, count, [](const uint8_t* pixel, int c) { return pixel[c + 1] * 257; });
     kPortableMonitorKernels.predict8(tables, in, out, count);
 }
 
 void Predict16(const MonitorTables& tables, const uint16_t* in, uint16_t* out, size_t count) {
-    if (tables.canSplit && count >= kBlock) {
-        const Matrix matrix(tables.splitMatrix);
-        LookedUp linear;
-        while (count >= kBlock) {
-            const size_t run = count < kLookedUp ? count / kBlock * kBlock : kLookedUp;
-            for (size_t i = 0; i < run; ++i) {
-                for (int c = 0; c < 3; ++c) linear.channel[c][i] = tables.toLinear[c][in[4 * i + c]];
-            }
-            for (size_t i = 0; i < run; i += kBlock) PredictBlock(matrix, linear, i, out + 4 * i);
-            in += 4 * run;
-            out += 4 * run;
-            count -= run;
-        }
-    }
+    PredictBlocks(tables, in, out, count, [](const uint16_t* pixel, int c) { return pixel[c]; });
     kPortableMonitorKernels.predict16(tables, in, out, count);
 }
 
