@@ -7,8 +7,8 @@
 #include <variant>
 #include <vector>
 
-#include "host/ImageWriting.h"
 #include "host/StoredSettings.h"
+#include "host/TiffCompression.h"
 
 enum class Operation { Match, Proof, Gamut, Predict, PrinterMatch, PrinterPredict };
 

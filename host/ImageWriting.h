@@ -4,9 +4,7 @@
 #include <string>
 
 #include "host/ImageReading.h"
-
-/// How the pixels of a TIFF file are stored; nothing is lost either way.
-enum class TiffCompression { Lzw, Deflate, None };
+#include "host/TiffCompression.h"
 
 /// Told by the name's suffix, in capitals or small letters; nothing for another suffix.
 std::optional<ImageFormat> FormatOfName(const std::string& path);
