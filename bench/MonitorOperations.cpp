@@ -55,7 +55,7 @@ cmsHTRANSFORM Transform(cmsHPROFILE from, cmsUInt32Number fromType, cmsHPROFILE 
 struct Bench {
     OwnedRecord record;
     MonitorTables* tables;
-    std::vector<uint16_t> wordsIn, wordsOut;
+    std::vector<uint16_t> wordsIn, deviceIn, wordsOut;
     std::vector<uint8_t> bytesIn, bytesOut;
     cmsHTRANSFORM match8, match16, predict8, predict16;
 
@@ -77,8 +77,9 @@ struct Bench {
 
     void Take(std::size_t side) {
         wordsIn = bench::NaturalImage(side, 3, 4);
-        bytesIn.resize(wordsIn.size());
-        for (std::size_t i = 0; i < bytesIn.size(); ++i) bytesIn[i] = static_cast<uint8_t>(wordsIn[i] >> 8);
+        deviceIn = bench::NaturalImage(side, 4, 4);
+        bytesIn.resize(deviceIn.size());
+        for (std::size_t i = 0; i < bytesIn.size(); ++i) bytesIn[i] = static_cast<uint8_t>(deviceIn[i] >> 8);
         wordsOut.assign(wordsIn.size(), 0);
         bytesOut.assign(wordsIn.size(), 0);
     }
@@ -94,8 +95,8 @@ struct Bench {
              [this](Kernels k, Tables t, N i, N n) { k.match16(t, &wordsIn[4 * i], &wordsOut[4 * i], n); }, match16, false, false},
             {"DirectMonitorMatch", [this](Data d, N i, N n) { DirectMonitorMatch(d, &wordsIn[4 * i], &bytesOut[4 * i], n); },
              [this](Kernels k, Tables t, N i, N n) { k.match8(t, &wordsIn[4 * i], &bytesOut[4 * i], n); }, match8, false, true},
-            {"DirectMonitorPredict16", [this](Data d, N i, N n) { DirectMonitorPredict16(d, &wordsIn[4 * i], &wordsOut[4 * i], n); },
-             [this](Kernels k, Tables t, N i, N n) { k.predict16(t, &wordsIn[4 * i], &wordsOut[4 * i], n); }, predict16, false, false},
+            {"DirectMonitorPredict16", [this](Data d, N i, N n) { DirectMonitorPredict16(d, &deviceIn[4 * i], &wordsOut[4 * i], n); },
+             [this](Kernels k, Tables t, N i, N n) { k.predict16(t, &deviceIn[4 * i], &wordsOut[4 * i], n); }, predict16, false, false},
             {"DirectMonitorPredict", [this](Data d, N i, N n) { DirectMonitorPredict(d, &bytesIn[4 * i], &wordsOut[4 * i], n); },
              [this](Kernels k, Tables t, N i, N n) { k.predict8(t, &bytesIn[4 * i], &wordsOut[4 * i], n); }, predict8, true, false},
             {"DirectMonitorGamut", [this](Data d, N i, N n) { DirectMonitorGamut(d, &wordsIn[4 * i], &bytesOut[i], n); },
@@ -116,7 +117,9 @@ struct Bench {
         if (!peers) return contenders;
         if (operation.engine) {
             contenders.push_back({"Little CMS", [=, this] {
-                                      const void* const in = operation.bytesIn ? static_cast<const void*>(bytesIn.data()) : wordsIn.data();
+                                      const void* const in = operation.bytesIn               ? static_cast<const void*>(bytesIn.data())
+                                                             : operation.engine == predict16 ? deviceIn.data()
+                                                                                             : wordsIn.data();
                                       void* const out = operation.bytesOut ? static_cast<void*>(bytesOut.data()) : wordsOut.data();
                                       cmsDoTransform(operation.engine, in, out, static_cast<cmsUInt32Number>(Pixels()));
                                   }});

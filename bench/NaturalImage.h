@@ -33,7 +33,8 @@ inline std::vector<double> NaturalPlane(std::mt19937& generator, std::size_t sid
     return plane;
 }
 
-/// `samples` words a pixel, of which `channels` are used, much alike and with a little grain. Three channels are linear light, four are inks.
+/// `samples` words a pixel, of which `channels` are used, much alike and with a little grain. Three channels are linear light; four are inks, and
+/// the first three of them serve as a device's RGB, which is even to the eye as well.
 inline std::vector<std::uint16_t> NaturalImage(std::size_t side, std::size_t channels, std::size_t samples) {
     std::mt19937 generator(7);
     std::uniform_real_distribution<double> grain(-0.006, 0.006);

@@ -32,7 +32,7 @@ struct Operation {
 /// Two tables of random nodes over the whole range, and what is mapped through them.
 struct Bench {
     PixelTable words{}, bytes{};
-    std::vector<uint16_t> wordsIn, wordsOut;
+    std::vector<uint16_t> wordsIn, deviceIn, wordsOut;
     std::vector<uint8_t> bytesIn, bytesOut;
 
     explicit Bench(uint32_t bits) {
@@ -50,10 +50,11 @@ struct Bench {
         DisposeTableUInt8(&bytes);
     }
 
-    void Take(std::vector<uint16_t> image) {
-        wordsIn = std::move(image);
-        bytesIn.resize(wordsIn.size());
-        for (std::size_t i = 0; i < bytesIn.size(); ++i) bytesIn[i] = static_cast<uint8_t>(wordsIn[i] >> 8);
+    void Take(std::vector<uint16_t> reference, std::vector<uint16_t> device) {
+        wordsIn = std::move(reference);
+        deviceIn = std::move(device);
+        bytesIn.resize(deviceIn.size());
+        for (std::size_t i = 0; i < bytesIn.size(); ++i) bytesIn[i] = static_cast<uint8_t>(deviceIn[i] >> 8);
         wordsOut.assign(wordsIn.size(), 0);
         bytesOut.assign(wordsIn.size(), 0);
     }
@@ -68,7 +69,7 @@ struct Bench {
             {"MapDevice8ToPixel16",
              [this](const PixelKernels& k, std::size_t i, std::size_t n) { k.device8ToPixel16(&words, &bytesIn[4 * i], &wordsOut[4 * i], n); }},
             {"MapDevice16ToPixel16",
-             [this](const PixelKernels& k, std::size_t i, std::size_t n) { k.device16ToPixel16(&words, &wordsIn[4 * i], &wordsOut[4 * i], n); }},
+             [this](const PixelKernels& k, std::size_t i, std::size_t n) { k.device16ToPixel16(&words, &deviceIn[4 * i], &wordsOut[4 * i], n); }},
             {"MapPixel16ToUInt8",
              [this](const PixelKernels& k, std::size_t i, std::size_t n) { k.pixel16ToUInt8(&bytes, &wordsIn[4 * i], &bytesOut[i], n); }},
         };
@@ -101,7 +102,7 @@ int main(int count, char** arguments) {
     bench::PrintNote(group, "One thread, its own CPU time. plain is the defining formula at -O2; copy moves as many pixels of four 16-bit words.");
     Bench usual(6);
     for (const bool natural : {true, false}) {
-        usual.Take(natural ? bench::NaturalImage(kSide, 3, 4) : RandomImage(kSide));
+        usual.Take(natural ? bench::NaturalImage(kSide, 3, 4) : RandomImage(kSide), natural ? bench::NaturalImage(kSide, 4, 4) : RandomImage(kSide));
         for (const Operation& operation : usual.Operations()) {
             bench::Race(group, operation.name + std::string(natural ? ", natural" : ", random colours"), kUnit, 1e-6 * kSide * kSide, runs,
                         usual.Contenders(operation, kSide * kSide), "plain");
@@ -110,7 +111,7 @@ int main(int count, char** arguments) {
 
     const std::string shortRuns = "Pixel converters, short runs of a natural image";
     bench::PrintNote(shortRuns, "As many pixels a call as each row says.");
-    usual.Take(bench::NaturalImage(kSide, 3, 4));
+    usual.Take(bench::NaturalImage(kSide, 3, 4), bench::NaturalImage(kSide, 4, 4));
     for (const Operation& operation : usual.Operations()) {
         for (const std::size_t run : {1, 7, 64, 512}) {
             std::vector<Contender> contenders = usual.Contenders(operation, run);
@@ -121,7 +122,7 @@ int main(int count, char** arguments) {
 
     const std::string large = "Pixel converters, 4096 by 4096 pixels of a natural image";
     bench::PrintNote(large, "128 MiB in and out: the ratio says what share of a plain copy's speed is reached.");
-    usual.Take(bench::NaturalImage(kLargeSide, 3, 4));
+    usual.Take(bench::NaturalImage(kLargeSide, 3, 4), bench::NaturalImage(kLargeSide, 4, 4));
     for (const Operation& operation : usual.Operations()) {
         bench::Race(large, operation.name, kUnit, 1e-6 * kLargeSide * kLargeSide, std::max(1, runs / 3),
                     usual.Contenders(operation, kLargeSide * kLargeSide), "copy");
@@ -131,7 +132,7 @@ int main(int count, char** arguments) {
     bench::PrintNote(grids, "MapPixel16ToDevice16 through tables of as many nodes an axis as each row says.");
     for (const uint32_t bits : {3u, 4u, 5u, 6u, 7u}) {
         Bench other(bits);
-        other.Take(bench::NaturalImage(kSide, 3, 4));
+        other.Take(bench::NaturalImage(kSide, 3, 4), bench::NaturalImage(kSide, 4, 4));
         bench::Race(grids, std::to_string((1u << bits) + 1) + " nodes an axis", kUnit, 1e-6 * kSide * kSide, runs,
                     other.Contenders(other.Operations().front(), kSide * kSide), "plain");
     }
