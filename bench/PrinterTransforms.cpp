@@ -71,6 +71,16 @@ Contender CopyOf(const std::vector<std::uint16_t>& image, std::vector<std::uint1
             }};
 }
 
+/// Every set of kernels that runs and knows the chain, and Little CMS last.
+std::vector<std::unique_ptr<PixelEvaluator>> EvaluatorsOf(const ProfileChain& chain, PixelFormat from, PixelFormat to) {
+    std::vector<std::unique_ptr<PixelEvaluator>> evaluators;
+    for (const platform::FusedKernels* kernels : platform::RunnableFusedKernels()) {
+        if (auto evaluator = platform::MakeFusedEvaluator(chain, from, to, *kernels)) evaluators.push_back(std::move(evaluator));
+    }
+    evaluators.push_back(platform::MakeLittleCmsEvaluator(chain, from, to));
+    return evaluators;
+}
+
 enum class Depths { k16To16, k16To8, k8To16 };
 
 void RaceConversion(const std::string& name, const std::string& condition, const std::vector<std::string>& paths, Depths depths = Depths::k16To16) {
@@ -84,14 +94,9 @@ void RaceConversion(const std::string& name, const std::string& condition, const
         bytes[i] = static_cast<std::uint8_t>(image[i - (from.skipped == PixelFormat::kFirst && i > 0)] >> 8);
     const void* const source = depths == Depths::k8To16 ? static_cast<const void*>(bytes.data()) : image.data();
     std::vector<std::uint16_t> result(image.size());
-    std::vector<std::unique_ptr<PixelEvaluator>> evaluators;
-    for (const platform::FusedKernels* kernels : platform::RunnableFusedKernels()) {
-        evaluators.push_back(platform::MakeFusedEvaluator(*chain, from, to, *kernels));
-    }
-    evaluators.push_back(platform::MakeLittleCmsEvaluator(*chain, from, to));
+    const std::vector<std::unique_ptr<PixelEvaluator>> evaluators = EvaluatorsOf(*chain, from, to);
     std::vector<Contender> contenders;
     for (const auto& evaluator : evaluators) {
-        if (!evaluator) continue;
         contenders.push_back({evaluator->Name(), [&, e = evaluator.get()] { e->ConvertRow(source, result.data(), kPixels); }});
     }
     contenders.push_back(CopyOf(image, result));
@@ -104,14 +109,9 @@ void RaceShortRuns(const std::string& name, std::size_t run, const std::vector<s
     const PixelFormat from = Format16(chain->SourceChannels()), to = Format16(chain->DestinationChannels());
     const std::vector<std::uint16_t> image = bench::NaturalImage(kSide, chain->SourceChannels(), 4);
     std::vector<std::uint16_t> result(image.size());
-    std::vector<std::unique_ptr<PixelEvaluator>> evaluators;
-    for (const platform::FusedKernels* kernels : platform::RunnableFusedKernels()) {
-        evaluators.push_back(platform::MakeFusedEvaluator(*chain, from, to, *kernels));
-    }
-    evaluators.push_back(platform::MakeLittleCmsEvaluator(*chain, from, to));
+    const std::vector<std::unique_ptr<PixelEvaluator>> evaluators = EvaluatorsOf(*chain, from, to);
     std::vector<Contender> contenders;
     for (const auto& evaluator : evaluators) {
-        if (!evaluator) continue;
         contenders.push_back({evaluator->Name(), [&, run, e = evaluator.get()] {
                                   for (std::size_t i = 0; i + run <= kPixels; i += run) e->ConvertRow(&image[4 * i], &result[4 * i], run);
                               }});

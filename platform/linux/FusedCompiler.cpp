@@ -54,6 +54,13 @@ bool AreAlike(const cmsToneCurve* a, const cmsToneCurve* b) {
     return true;
 }
 
+/// The first curve like the one at `place`, which may be itself.
+std::size_t FirstAlike(const std::vector<const cmsToneCurve*>& curves, std::size_t place) {
+    std::size_t first = 0;
+    while (first < place && !AreAlike(curves[first], curves[place])) ++first;
+    return first;
+}
+
 /// Whether each is a table that changes nothing. Curves of a stage are mostly alike.
 bool AreIdentityTables(const std::vector<const cmsToneCurve*>& curves) {
     for (std::size_t c = 0; c < curves.size(); ++c) {
@@ -292,9 +299,7 @@ void FusedCompiler::AppendTables(const std::vector<const cmsToneCurve*>& curves)
 void FusedCompiler::AppendDense(const std::vector<const cmsToneCurve*>& curves) {
     FusedStep& step = Emit(FusedStep::kDense, curves.size());
     for (std::size_t c = 0; c < curves.size(); ++c) {
-        const auto twin = std::find_if(curves.begin(), curves.begin() + static_cast<std::ptrdiff_t>(c),
-                                       [&](const cmsToneCurve* curve) { return AreAlike(curve, curves[c]); });
-        const auto index = static_cast<std::size_t>(twin - curves.begin());
+        const std::size_t index = FirstAlike(curves, c);
         if (index < c) {
             step.values[c] = step.values[index];
             continue;
@@ -312,9 +317,7 @@ void FusedCompiler::AppendDense(const std::vector<const cmsToneCurve*>& curves) 
 bool FusedCompiler::AppendFunctions(const std::vector<const cmsToneCurve*>& curves) {
     FusedStep& step = Emit(FusedStep::kFunctions, curves.size());
     for (std::size_t c = 0; c < curves.size(); ++c) {
-        const auto twin = std::find_if(curves.begin(), curves.begin() + static_cast<std::ptrdiff_t>(c),
-                                       [&](const cmsToneCurve* curve) { return AreAlike(curve, curves[c]); });
-        const auto index = static_cast<std::size_t>(twin - curves.begin());
+        const std::size_t index = FirstAlike(curves, c);
         if (index < c) {
             step.values[c] = step.values[index];
             step.zero[c] = step.zero[index];

@@ -27,22 +27,32 @@ const FusedKernels& KernelsFor([[maybe_unused]] std::size_t count, const FusedKe
     return kernels;
 }
 
+/// Unpacks a row block by block, runs the program on each, and hands it on: `finish(kernels, block, kept, done, run)`.
+template <typename Finish>
+void RunInBlocks(const FusedProgram& program, const FusedKernels& widest, const FusedLayout& source, const void* pixels, std::size_t count,
+                 Finish finish) {
+    const auto* from = static_cast<const unsigned char*>(pixels);
+    FusedBlock block, kept;
+    for (std::size_t done = 0; done < count; done += kFusedBlock) {
+        const std::size_t run = std::min(count - done, kFusedBlock);
+        const FusedKernels& kernels = KernelsFor(run, widest);
+        kernels.unpack(source, from + done * source.stride * source.sampleBytes, block, run);
+        kernels.run(program.steps.data(), program.steps.size(), block, kept, run);
+        finish(kernels, block, kept, done, run);
+    }
+}
+
 class FusedEvaluator final : public PixelEvaluator {
 public:
     FusedEvaluator(std::shared_ptr<const FusedProgram> program, const FusedKernels& kernels, FusedLayout source, FusedLayout destination)
         : program_(std::move(program)), kernels_(kernels), source_(source), destination_(destination), name_(std::string("fused, ") + kernels.name) {}
 
     void ConvertRow(const void* source, void* destination, std::size_t count) const override {
-        const auto* from = static_cast<const unsigned char*>(source);
         auto* to = static_cast<unsigned char*>(destination);
-        FusedBlock block, kept;
-        for (std::size_t done = 0; done < count; done += kFusedBlock) {
-            const std::size_t run = std::min(count - done, kFusedBlock);
-            const FusedKernels& kernels = KernelsFor(run, kernels_);
-            kernels.unpack(source_, from + done * source_.stride * source_.sampleBytes, block, run);
-            kernels.run(program_->steps.data(), program_->steps.size(), block, kept, run);
+        const auto finish = [&](const FusedKernels& kernels, const FusedBlock& block, const FusedBlock&, std::size_t done, std::size_t run) {
             kernels.pack(destination_, block, to + done * destination_.stride * destination_.sampleBytes, run);
-        }
+        };
+        RunInBlocks(*program_, kernels_, source_, source, count, finish);
     }
 
     const char* Name() const override { return name_.c_str(); }
@@ -61,16 +71,11 @@ public:
 
     void ConvertRow(const void* source, void* destination, std::size_t count) const override {
         constexpr auto kSquaredLimit = static_cast<float>(kGamutThreshold * kGamutThreshold);
-        const auto* from = static_cast<const unsigned char*>(source);
         auto* to = static_cast<unsigned char*>(destination);
-        FusedBlock block, asked;
-        for (std::size_t done = 0; done < count; done += kFusedBlock) {
-            const std::size_t run = std::min(count - done, kFusedBlock);
-            const FusedKernels& kernels = KernelsFor(run, kernels_);
-            kernels.unpack(source_, from + done * source_.stride * source_.sampleBytes, block, run);
-            kernels.run(program_->steps.data(), program_->steps.size(), block, asked, run);
+        const auto finish = [&](const FusedKernels& kernels, const FusedBlock& block, const FusedBlock& asked, std::size_t done, std::size_t run) {
             kernels.compareLab(asked, block, kSquaredLimit, to + done / 8, run);
-        }
+        };
+        RunInBlocks(*program_, kernels_, source_, source, count, finish);
     }
 
     const char* Name() const override { return name_.c_str(); }
