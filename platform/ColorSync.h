@@ -86,9 +86,9 @@ CM_EXPORT ColorSyncTransformRef ColorSyncTransformCreate(CFArrayRef profileSeque
 /// Converts `height` rows of `width` pixels. Any thread, many at once; the result for a pixel depends on that pixel only.
 ///
 /// Integer samples are in host byte order, 0..255 or 0..65535 = full scale, channels interleaved; an alpha or skipped sample is
-/// neither read nor written. 32-bit floats are 0..1 = full scale, and may pass it on both sides. A kColorSync1BitGamut destination gets one bit a
-/// pixel, most significant bit first, the unused bits of a row's last byte 0: 1 = the last device of the chain, asked for the colour that reaches
-/// it absolutely, shows one more than a CIE 1976 difference of 3 away.
+/// neither read nor written. 32-bit floats are 0..1 = full scale, and may pass it on both sides; a device between the first and the last holds its
+/// values within it. A kColorSync1BitGamut destination gets one bit a pixel, most significant bit first, the unused bits of a row's last byte 0:
+/// 1 = the last device of the chain, asked for the colour that reaches it absolutely, shows one more than a CIE 1976 difference of 3 away.
 /// returns           false, with nothing written, for a depth or layout that does not fit
 CM_EXPORT bool ColorSyncTransformConvert(ColorSyncTransformRef transform, size_t width, size_t height, void* dst, ColorSyncDataDepth dstDepth,
                                          ColorSyncDataLayout dstLayout, size_t dstBytesPerRow, const void* src, ColorSyncDataDepth srcDepth,

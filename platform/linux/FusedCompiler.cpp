@@ -148,6 +148,10 @@ bool FusedCompiler::Append(const cmsPipeline* pipeline) {
 bool FusedCompiler::AppendStage(const cmsStage* stage) {
     const cmsUInt32Number in = cmsStageInputChannels(stage), out = cmsStageOutputChannels(stage);
     if (in < 3 || in > 4 || out < 3 || out > 4) return false;
+    if (cmsStageType(stage) == kLcmsDeviceRangeStage) {
+        if (isPending_ || !isWhole_) Emit(FusedStep::kClamp, in);
+        return true;
+    }
     switch (cmsStageType(stage)) {
         case cmsSigIdentityElemType:
             return true;
@@ -375,10 +379,6 @@ bool FusedCompiler::AppendGrid(const cmsStage* stage) {
 
 void FusedCompiler::Keep() {
     Emit(FusedStep::kKeep, 3);
-}
-
-void FusedCompiler::Clamp(std::size_t channels) {
-    if (isPending_ || !isWhole_) Emit(FusedStep::kClamp, channels);
 }
 
 std::unique_ptr<const FusedProgram> FusedCompiler::Finish(bool roundsResult) {

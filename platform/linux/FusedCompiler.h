@@ -30,7 +30,6 @@ public:
     /// False when there is something in the pipeline that no step does, or not to within a unit of 65535; the compiler is of no use after that.
     bool Append(const cmsPipeline* pipeline);
     void Keep();
-    void Clamp(std::size_t channels);
     /// roundsResult   the caller rounds to whole numbers
     std::unique_ptr<const FusedProgram> Finish(bool roundsResult);
 

@@ -96,14 +96,11 @@ std::shared_ptr<const FusedProgram> CompileConversion(const ProfileChain& chain)
 
 /// The round trip; the colour that was asked for is kept on the way.
 std::shared_ptr<const FusedProgram> CompileGamutTest(const ProfileChain& chain) {
-    const LcmsPipeline toLab = chain.MakePipelineToLab(), toDevice = chain.MakePipelineLabToLastDevice(),
-                       fromDevice = chain.MakePipelineLastDeviceToLab();
+    const LcmsPipeline toLab = chain.MakePipelineToLab(), roundTrip = chain.MakePipelineLastDeviceRoundTrip();
     FusedCompiler compiler;
-    if (!toLab || !toDevice || !fromDevice || !compiler.Append(toLab.get())) return nullptr;
+    if (!toLab || !roundTrip || !compiler.Append(toLab.get())) return nullptr;
     compiler.Keep();
-    if (!compiler.Append(toDevice.get())) return nullptr;
-    compiler.Clamp(chain.DestinationChannels());
-    if (!compiler.Append(fromDevice.get())) return nullptr;
+    if (!compiler.Append(roundTrip.get())) return nullptr;
     return compiler.Finish(false);
 }
 

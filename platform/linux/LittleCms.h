@@ -16,7 +16,13 @@ struct LcmsPipelineFree {
 };
 using LcmsPipeline = std::unique_ptr<cmsPipeline, LcmsPipelineFree>;
 
+/// The stage that holds a device's values within 0..1. What is no number becomes 0.
+inline constexpr auto kLcmsDeviceRangeStage = static_cast<cmsStageSignature>(0x64657652);  // 'devR'
+
 /// A context whose errors go nowhere but into LastError.
+///
+/// A device between two profiles stands twice in a list of profiles, and a stage of kLcmsDeviceRangeStage between its two places: the formulas of
+/// some profiles answer with values that their device does not have, which the same formulas would undo on the way out of the device.
 class LcmsContext {
 public:
     LcmsContext();

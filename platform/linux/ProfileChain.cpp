@@ -4,8 +4,6 @@ namespace platform {
 
 namespace {
 
-constexpr PixelFormat kPlainFloats = {PixelFormat::kFloat, PixelFormat::kNone};
-
 /// Never counted as too fine for optimisation, whatever the device's curves.
 constexpr PixelFormat kCatching = {PixelFormat::k8Bit, PixelFormat::kNone};
 
@@ -59,12 +57,8 @@ LcmsTransform ProfileChain::MakeTransformToLab(PixelFormat source) const {
     return Make(links, LcmsFormat(source, SourceChannels()), TYPE_Lab_DBL);
 }
 
-LcmsTransform ProfileChain::MakeLabToLastDevice() const {
-    return Make({LabLink(), LastDeviceLink()}, TYPE_Lab_DBL, LcmsFormat(kPlainFloats, DestinationChannels()));
-}
-
-LcmsTransform ProfileChain::MakeLastDeviceToLab() const {
-    return Make({LastDeviceLink(), LabLink()}, LcmsFormat(kPlainFloats, DestinationChannels()), TYPE_Lab_DBL);
+LcmsTransform ProfileChain::MakeLastDeviceRoundTrip() const {
+    return Make({LabLink(), LastDeviceLink(), LastDeviceLink(), LabLink()}, TYPE_Lab_DBL, TYPE_Lab_DBL);
 }
 
 template <typename Maker, typename... Formats>
@@ -82,12 +76,8 @@ LcmsPipeline ProfileChain::MakePipelineToLab() const {
     return PipelineOf(&ProfileChain::MakeTransformToLab, kCatching);
 }
 
-LcmsPipeline ProfileChain::MakePipelineLabToLastDevice() const {
-    return PipelineOf(&ProfileChain::MakeLabToLastDevice);
-}
-
-LcmsPipeline ProfileChain::MakePipelineLastDeviceToLab() const {
-    return PipelineOf(&ProfileChain::MakeLastDeviceToLab);
+LcmsPipeline ProfileChain::MakePipelineLastDeviceRoundTrip() const {
+    return PipelineOf(&ProfileChain::MakeLastDeviceRoundTrip);
 }
 
 LcmsTransform ProfileChain::Make(const std::vector<Link>& links, cmsUInt32Number inputFormat, cmsUInt32Number outputFormat) const {

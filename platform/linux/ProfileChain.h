@@ -43,15 +43,13 @@ public:
     LcmsTransform MakeTransform(PixelFormat source, PixelFormat destination) const;
     /// From the first device to the colour that is handed to the last one, as Lab in doubles under absolute colorimetric intent.
     LcmsTransform MakeTransformToLab(PixelFormat source) const;
-    /// The last device alone, asked both ways absolutely: Lab in doubles, device values in floats without skipped samples.
-    LcmsTransform MakeLabToLastDevice() const;
-    LcmsTransform MakeLastDeviceToLab() const;
+    /// What the last device shows of a colour that it is asked for, absolutely: Lab in doubles on both sides.
+    LcmsTransform MakeLastDeviceRoundTrip() const;
 
     /// What the transforms of the same names are evaluated through. Null when they are.
     LcmsPipeline MakePipeline() const;
     LcmsPipeline MakePipelineToLab() const;
-    LcmsPipeline MakePipelineLabToLastDevice() const;
-    LcmsPipeline MakePipelineLastDeviceToLab() const;
+    LcmsPipeline MakePipelineLastDeviceRoundTrip() const;
 
     /// What a faster evaluator made of the pipelines: nothing while it has not tried, null when it could not.
     struct FusedPrograms {

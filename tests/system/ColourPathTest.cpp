@@ -10,6 +10,7 @@
 #include "session/MatchingDataHandle.h"
 #include "tests/fixtures/LcmsTruth.h"
 #include "tests/fixtures/MatchingRecords.h"
+#include "tests/fixtures/ProfileBytes.h"
 #include "tests/fixtures/TemporaryFolder.h"
 #include "tests/fixtures/Transforms.h"
 #include "tests/reference/Curves.h"
@@ -334,10 +335,17 @@ TEST_F(ColourPath, PrinterOperationsAreTheSameWithAndWithoutTables) {
 
 // ---- printers ----
 
+/// Names of Printers(), or paths.
 struct Chain {
     std::string printer;
     std::string proofer;  // empty: none
 };
+
+const std::string kDisplayP3 = "/usr/share/color/argyll/ref/DisplayP3.icm";
+
+std::string PathOf(const std::string& device) {
+    return device.empty() || device.front() == '/' ? device : PrinterNamed(device).path;
+}
 
 const Chain kChains[] = {
     {"ISOcoated_v2_300_bas", ""},
@@ -349,41 +357,48 @@ const Chain kChains[] = {
     {"fogra39l", "rgb_printer"},
     {"ISOcoated_v2_300_bas", "fogra39l"},
     {"rgb_printer_xyz", "fogra39l"},
+    {"fogra39l", kSRGBMonitor},                                            // formula curves
+    {"rgb_printer", kGammaMonitor},                                        // one gamma
+    {"fogra39l", "/usr/share/color/icc/ghostscript/scrgb.icc"},            // identity curves
+    {"ISOcoated_v2_300_bas", "/usr/share/color/icc/sRGB.icc"},             // tables for curves
+    {"fogra39l", "ps_cmyk"},                                               // version 4, tables
+    {"rgb_printer", "/usr/share/color/icc/ghostscript/default_cmyk.icc"},  // CMYK between two of RGB
 };
 
-/// The chain put together in doubles, one device at a time, with colours handed over as absolute Lab.
+/// The chain put together in doubles, one device at a time.
 class TrueChain {
 public:
     explicit TrueChain(const Chain& chain)
-        : lab_(LabFile()), reference_(OpenLcmsFile(kReferenceProfile)), printer_(OpenLcmsFile(PrinterNamed(chain.printer).path)) {
-        if (!chain.proofer.empty()) proofer_ = OpenLcmsFile(PrinterNamed(chain.proofer).path);
+        : lab_(LabFile()), reference_(OpenLcmsFile(kReferenceProfile)), printer_(OpenLcmsFile(PathOf(chain.printer))) {
+        if (!chain.proofer.empty()) proofer_ = OpenLcmsFile(PathOf(chain.proofer));
     }
 
     bool IsCMYK() const { return cmsGetColorSpace(printer_.get()) == cmsSigCmykData; }
     size_t PrinterChannels() const { return IsCMYK() ? 4 : 3; }
 
-    /// Reference RGB (0..1) to the Lab that the printer is asked for.
-    std::vector<double> Asked(const std::vector<double>& rgb) const { return Proofed(Convert({reference_.get(), lab_.get()}, rgb, 3, 3)); }
-    std::vector<double> Print(const std::vector<double>& lab) const { return Convert({lab_.get(), printer_.get()}, lab, 3, PrinterChannels()); }
-    std::vector<double> Shown(const std::vector<double>& device) const { return Convert({printer_.get(), lab_.get()}, device, PrinterChannels(), 3); }
-    /// Lab seen through the proofer, where there is one.
-    std::vector<double> Proofed(const std::vector<double>& lab) const {
-        if (!proofer_) return lab;
-        const size_t channels = cmsGetColorSpace(proofer_.get()) == cmsSigCmykData ? 4 : 3;
-        return Convert({proofer_.get(), lab_.get()}, Convert({lab_.get(), proofer_.get()}, lab, 3, channels), channels, 3);
-    }
-    std::vector<double> ToReference(const std::vector<double>& lab) const { return Convert({lab_.get(), reference_.get()}, lab, 3, 3); }
+    /// Reference RGB (0..1) to the printer's values, from those to reference RGB, and the one after the other.
+    std::vector<double> Matched(const std::vector<double>& rgb) const { return Through(reference_, {&printer_}, rgb); }
+    std::vector<double> Predicted(const std::vector<double>& device) const { return Through(printer_, {&reference_}, device); }
+    std::vector<double> Proofed(const std::vector<double>& rgb) const { return Through(reference_, {&printer_, &reference_}, rgb); }
+    /// Reference RGB to the Lab that the printer is asked for, and what the printer shows of that.
+    std::vector<double> Asked(const std::vector<double>& rgb) const { return Through(reference_, {&lab_}, rgb); }
+    std::vector<double> Shown(const std::vector<double>& lab) const { return StepwiseTruth({lab_.get(), printer_.get(), lab_.get()})(lab); }
 
 private:
-    static std::vector<double> Convert(std::vector<cmsHPROFILE> profiles, const std::vector<double>& in, size_t from, size_t to) {
-        const size_t count = in.size() / from;
-        std::vector<double> out(count * to);
-        LcmsTruth(std::move(profiles)).Apply(in.data(), out.data(), count);
-        return out;
+    /// The proofer, where there is one, stands after the first device.
+    std::vector<double> Through(const LcmsFile& first, std::initializer_list<const LcmsFile*> others, const std::vector<double>& values) const {
+        std::vector<cmsHPROFILE> profiles = {first.get()};
+        if (proofer_) profiles.push_back(proofer_.get());
+        for (const LcmsFile* other : others) profiles.push_back(other->get());
+        return StepwiseTruth(profiles)(values);
     }
 
     LcmsFile lab_, reference_, printer_, proofer_;
 };
+
+Choice ChoiceOf(const Chain& chain) {
+    return {kSRGBMonitor, PathOf(chain.printer), PathOf(chain.proofer), 1};
+}
 
 std::vector<double> ToUnit(const Pixels& pixels, size_t channels, double full) {
     std::vector<double> values;
@@ -392,11 +407,10 @@ std::vector<double> ToUnit(const Pixels& pixels, size_t channels, double full) {
     return values;
 }
 
-/// The profiles' tables answer in 16 bits, and where one answer enters the next table, that table's slope multiplies its rounding: a few codes.
-/// With a proofer between, Little CMS also leaves out an adaptation between two device whites that differ by less than 0.002 in all; the
-/// chain in doubles goes by way of Lab and has none so small. That is up to 131 codes.
+/// The profiles' tables answer in 16 bits, and where one answer enters the next table, that table's slope multiplies its rounding: a few codes, and
+/// a few more through a proofer's tables and the printer's.
 double Tolerance(const Chain& chain) {
-    return chain.proofer.empty() ? 6 : 140;
+    return chain.proofer.empty() ? 6 : 10;
 }
 
 TEST_F(ColourPath, PrinterMatchingAgreesWithTheChainInDoubles) {
@@ -405,9 +419,8 @@ TEST_F(ColourPath, PrinterMatchingAgreesWithTheChainInDoubles) {
     for (const Chain& chain : kChains) {
         SCOPED_TRACE(chain.printer + " " + chain.proofer);
         const TrueChain truth(chain);
-        ASSERT_TRUE(
-            Install({kSRGBMonitor, PrinterNamed(chain.printer).path, chain.proofer.empty() ? "" : PrinterNamed(chain.proofer).path, 1}, kQua1));
-        const std::vector<double> device = truth.Print(truth.Asked(ToUnit(colours, 3, 1.0)));
+        ASSERT_TRUE(Install(ChoiceOf(chain), kQua1));
+        const std::vector<double> device = truth.Matched(ToUnit(colours, 3, 1.0));
         const size_t channels = truth.PrinterChannels();
         const double scale = 65535.0 / (truth.IsCMYK() ? 100.0 : 1.0);
 
@@ -438,10 +451,9 @@ TEST_F(ColourPath, PrinterPredictionAgreesWithTheChainInDoubles) {
     for (const Chain& chain : kChains) {
         SCOPED_TRACE(chain.printer + " " + chain.proofer);
         const TrueChain truth(chain);
-        ASSERT_TRUE(
-            Install({kSRGBMonitor, PrinterNamed(chain.printer).path, chain.proofer.empty() ? "" : PrinterNamed(chain.proofer).path, 1}, kQua1));
+        ASSERT_TRUE(Install(ChoiceOf(chain), kQua1));
         const size_t channels = truth.PrinterChannels();
-        const std::vector<double> rgb = truth.ToReference(truth.Proofed(truth.Shown(ToUnit(inks, channels, truth.IsCMYK() ? 100.0 : 1.0))));
+        const std::vector<double> rgb = truth.Predicted(ToUnit(inks, channels, truth.IsCMYK() ? 100.0 : 1.0));
 
         Pixels predicted(4 * count, kUntouched16);
         ASSERT_EQ(PrinterPredict16(inks.data(), predicted.data(), count), 0);
@@ -476,10 +488,9 @@ TEST_F(ColourPath, PrinterGamutFollowsTheRoundTripInDoubles) {
     for (const Chain& chain : kChains) {
         SCOPED_TRACE(chain.printer + " " + chain.proofer);
         const TrueChain truth(chain);
-        ASSERT_TRUE(
-            Install({kSRGBMonitor, PrinterNamed(chain.printer).path, chain.proofer.empty() ? "" : PrinterNamed(chain.proofer).path, 1}, kQua1));
+        ASSERT_TRUE(Install(ChoiceOf(chain), kQua1));
         const std::vector<double> asked = truth.Asked(ToUnit(colours, 3, 1.0));
-        const std::vector<double> shown = truth.Shown(truth.Print(asked));
+        const std::vector<double> shown = truth.Shown(asked);
         std::vector<uint8_t> gamut(count, kUntouched8);
         ASSERT_EQ(PrinterGamut(colours.data(), gamut.data(), count), 0);
         size_t in = 0, out = 0;
@@ -507,10 +518,9 @@ TEST_F(ColourPath, ProofIsTheMonitorsShowingOfThePrintedColour) {
     for (const Chain& chain : kChains) {
         SCOPED_TRACE(chain.printer + " " + chain.proofer);
         const TrueChain truth(chain);
-        ASSERT_TRUE(
-            Install({kSRGBMonitor, PrinterNamed(chain.printer).path, chain.proofer.empty() ? "" : PrinterNamed(chain.proofer).path, 1}, kQua1));
+        ASSERT_TRUE(Install(ChoiceOf(chain), kQua1));
         const MonitorModel model(ReadFile(kSRGBMonitor), referenceBytes);
-        const std::vector<double> printed = truth.ToReference(truth.Shown(truth.Print(truth.Asked(ToUnit(colours, 3, 1.0)))));
+        const std::vector<double> printed = truth.Proofed(ToUnit(colours, 3, 1.0));
 
         Pixels proofed(4 * count, kUntouched16);
         std::vector<uint8_t> proofed8(4 * count, kUntouched8);
@@ -530,6 +540,87 @@ TEST_F(ColourPath, ProofIsTheMonitorsShowingOfThePrintedColour) {
             ASSERT_EQ(proofed8[4 * p], kUntouched8);
         }
     }
+}
+
+/// The corners, edges and greys of a display wider than sRGB, as reference RGB.
+Pixels DisplayP3Colours() {
+    const LcmsFile display = OpenLcmsFile(kDisplayP3), reference = OpenLcmsFile(kReferenceProfile);
+    constexpr int kSteps = 6;
+    std::vector<double> rgb;
+    for (int i = 0; i < kSteps * kSteps * kSteps; ++i) {
+        for (const int step : {i / (kSteps * kSteps), i / kSteps % kSteps, i % kSteps}) rgb.push_back(step / (kSteps - 1.0));
+    }
+    Pixels pixels;
+    for (const double value : StepwiseTruth({display.get(), reference.get()})(rgb)) {
+        pixels.push_back(static_cast<uint16_t>(std::lround(std::clamp(value, 0.0, 1.0) * 65535.0)));
+        if (pixels.size() % 4 == 3) pixels.push_back(0);
+    }
+    return pixels;
+}
+
+TEST_F(ColourPath, AProofersFormulasKeepThePrinterToWhatTheProoferCanShow) {
+    const Chain chain = {"fogra39l", kSRGBMonitor};
+    const Pixels colours = DisplayP3Colours();
+    const size_t count = colours.size() / 4;
+    const LcmsFile reference = OpenLcmsFile(kReferenceProfile), proofer = OpenLcmsFile(kSRGBMonitor);
+    const std::vector<double> onProofer = StepwiseTruth({reference.get(), proofer.get()})(ToUnit(colours, 3, 1.0));
+    Pixels through(4 * count), direct(4 * count);
+    ASSERT_TRUE(Install(ChoiceOf(chain), kQua1));
+    ASSERT_EQ(PrinterMatch16(colours.data(), through.data(), count), 0);
+    ASSERT_TRUE(Install(ChoiceOf({chain.printer, ""}), kQua1));
+    ASSERT_EQ(PrinterMatch16(colours.data(), direct.data(), count), 0);
+    size_t inside = 0, outside = 0;
+    for (size_t p = 0; p < count; ++p) {
+        double beyond = -1.0;  // how far outside the proofer's range
+        int difference = 0;
+        for (size_t c = 0; c < 3; ++c) beyond = std::max({beyond, -onProofer[3 * p + c], onProofer[3 * p + c] - 1.0});
+        for (size_t c = 0; c < 4; ++c) difference = std::max(difference, std::abs(through[4 * p + c] - direct[4 * p + c]));
+        if (beyond < 0.0) {
+            EXPECT_LE(difference, Tolerance(chain)) << p;
+            ++inside;
+        } else if (beyond > 0.05) {
+            EXPECT_GT(difference, 100) << p;
+            ++outside;
+        }
+    }
+    EXPECT_GT(inside, count / 4);
+    EXPECT_GT(outside, count / 4);
+}
+
+TEST_F(ColourPath, APrinterOfFormulasIsProofedAsTheSamePrinterOfTables) {
+    const TemporaryFolder folder;
+    std::vector<uint16_t> entries;
+    for (int i = 0; i < 4096; ++i) {
+        const double x = i / 4095.0;
+        entries.push_back(static_cast<uint16_t>(std::lround(65535.0 * (x < 0.04045 ? x / 12.92 : std::pow((x + 0.055) / 1.055, 2.4)))));
+    }
+    const auto write = [&](const char* name, const Bytes& curve) {
+        ProfileMaker maker = MatrixMonitor(curve);
+        maker.version = 0x04200000;
+        maker.profileClass = Code("prtr");
+        return folder.Write(name, maker.Make());
+    };
+    const std::string printers[] = {write("formulas.icc", ParaTag(3, {2.4, 1.0 / 1.055, 0.055 / 1.055, 1.0 / 12.92, 0.04045})),
+                                    write("tables.icc", CurvTag(entries))};
+    const Pixels colours = DisplayP3Colours();
+    const size_t count = colours.size() / 4;
+    Pixels proofs[2] = {Pixels(4 * count), Pixels(4 * count)}, shown(4 * count);
+    for (const size_t i : {0, 1}) {
+        ASSERT_TRUE(Install({kDisplayP3, printers[i]}, kQua1));
+        ASSERT_EQ(SoftProofMatch16(colours.data(), proofs[i].data(), count), 0);
+    }
+    ASSERT_EQ(MonitorMatch16(colours.data(), shown.data(), count), 0);
+    constexpr int kCodeOf8Bits = 257;  // the tables' own steps are within half of it
+    size_t changed = 0;
+    for (size_t p = 0; p < count; ++p) {
+        int change = 0;
+        for (size_t c = 0; c < 3; ++c) {
+            EXPECT_NEAR(proofs[0][4 * p + c], proofs[1][4 * p + c], kCodeOf8Bits) << p;
+            change = std::max(change, std::abs(proofs[0][4 * p + c] - shown[4 * p + c]));
+        }
+        changed += change > 1000;
+    }
+    EXPECT_GT(changed, count / 4);
 }
 
 TEST_F(ColourPath, PrinterWhiteThatIsGivenBecomesThePapersColour) {

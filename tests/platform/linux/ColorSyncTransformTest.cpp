@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cmath>
 #include <cstring>
@@ -25,6 +26,7 @@ protected:
     Owned<ColorSyncProfileRef> cmyk_ = OpenProfile(PrinterNamed("ISOcoated_v2_300_bas").path);
     Owned<ColorSyncProfileRef> rgb_ = OpenProfile(PrinterNamed("rgb_printer").path);
     Owned<ColorSyncProfileRef> monitor_ = OpenProfile("/usr/share/color/icc/sRGB.icc");
+    Owned<ColorSyncProfileRef> formulas_ = OpenProfile("/usr/share/color/icc/colord/sRGB.icc");
 };
 
 Pixels RandomPixels(std::size_t count, unsigned seed = 1) {
@@ -293,6 +295,7 @@ TEST_F(ColorSyncTransformTest, EveryPairOfFormatsGivesTheSameColours) {
         {"CMYK to RGB", AbsoluteTransform({cmyk_.Get(), reference_.Get()}), 4, 3},
         {"RGB to RGB", AbsoluteTransform({rgb_.Get(), monitor_.Get()}), 3, 3},
         {"matrix to matrix", AbsoluteTransform({monitor_.Get(), reference_.Get()}), 3, 3},
+        {"formulas between", AbsoluteTransform({reference_.Get(), formulas_.Get(), reference_.Get()}), 3, 3},
     };
     constexpr std::size_t kCount = 37;
     Pixels pixels = RandomPixels(kCount);
@@ -318,6 +321,23 @@ TEST_F(ColorSyncTransformTest, EveryPairOfFormatsGivesTheSameColours) {
                 }
             }
         }
+    }
+}
+
+TEST_F(ColorSyncTransformTest, FloatsMayPassTheRangeAtTheEndsOfAChainAndNotBetween) {
+    const auto convert = [](const Owned<ColorSyncTransformRef>& transform) {
+        const std::array<float, 3> source = {1.5f, -0.25f, 0.5f};
+        std::array<float, 3> result = {};
+        EXPECT_TRUE(ColorSyncTransformConvert(transform.Get(), 1, 1, result.data(), kColorSync32BitFloat, kCGImageAlphaNone, 12, source.data(),
+                                              kColorSync32BitFloat, kCGImageAlphaNone, 12, nullptr));
+        return result;
+    };
+    const std::array<float, 3> ends = convert(AbsoluteTransform({formulas_.Get(), formulas_.Get()}));
+    const std::array<float, 3> between = convert(AbsoluteTransform({formulas_.Get(), formulas_.Get(), formulas_.Get()}));
+    const struct { float ends, between; } expected[] = {{1.5f, 1.0f}, {-0.25f, 0.0f}, {0.5f, 0.5f}};
+    for (std::size_t c = 0; c < 3; ++c) {
+        EXPECT_NEAR(ends[c], expected[c].ends, 1e-3) << c;
+        EXPECT_NEAR(between[c], expected[c].between, 1e-3) << c;
     }
 }
 

@@ -104,20 +104,6 @@ Figures Differences(const Pixels& first, const Pixels& second) {
     return figures;
 }
 
-/// Every device profile that the packages or the test data hold.
-std::vector<std::string> ProfilesAtHand() {
-    std::vector<std::string> paths;
-    for (const char* folder : {"/usr/share/color/icc", "/usr/share/color/argyll/ref", CM_TEST_DATA "/profiles"}) {
-        std::error_code none;
-        for (const auto& entry : std::filesystem::recursive_directory_iterator(folder, none)) {
-            const std::string extension = entry.path().extension();
-            if (extension == ".icc" || extension == ".icm") paths.push_back(entry.path());
-        }
-    }
-    std::sort(paths.begin(), paths.end());
-    return paths;
-}
-
 struct Survey {
     int fused = 0, fallback = 0, exact = 0;
 };
@@ -530,6 +516,9 @@ std::vector<std::pair<std::string, std::unique_ptr<ProfileChain>>> Sample() {
     chains.emplace_back("monitor", ChainOf({kReferenceProfile, monitor}));
     chains.emplace_back("from monitor to CMYK", ChainOf({monitor, Printers().front().path}));
     chains.emplace_back("CMYK to CMYK", ChainOf({Printers()[0].path, Printers()[1].path}));
+    chains.emplace_back("monitor before CMYK", ChainOf({kReferenceProfile, monitor, Printers().front().path}));
+    chains.emplace_back("between reference RGB", ChainOf({kReferenceProfile, monitor, kReferenceProfile}));
+    chains.emplace_back("CMYK before a monitor before CMYK", ChainOf({Printers()[0].path, monitor, Printers()[1].path}));
     return chains;
 }
 
