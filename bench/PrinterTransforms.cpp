@@ -152,10 +152,10 @@ void RaceGamut(const std::string& condition, const std::vector<std::string>& pat
 
 int main(int count, char** arguments) {
     if (count > 1) gRuns = std::max(1, std::atoi(arguments[1]));
-    bench::PrintNote(
-        kGroup,
-        "16 bits a sample unless said, absolute colorimetric, one thread, its own CPU time. Little CMS is asked not to optimise; the gamut check is "
-        "its own, which marks by another rule.");
+    bench::PrintNote(kGroup,
+                     "16 bits a sample unless said, absolute colorimetric, one thread, its own CPU time. Little CMS is asked not to optimise, and "
+                     "holds the values "
+                     "of a device between in their range as the others do; the gamut check is its own, which marks by another rule.");
     const std::string reference = CM_BINARY_DIR "/lib/colourmatch/MatrixCalRGB.icc";
     const std::string profiles = CM_TEST_DATA "/profiles/";
     struct {
@@ -171,6 +171,19 @@ int main(int count, char** arguments) {
         RaceConversion("predict from 8 bits", printer.name, {printer.path, reference}, Depths::k8To16);
         RaceConversion("proof", printer.name, {reference, printer.path, reference});
         RaceGamut(printer.name, {reference, printer.path});
+    }
+    struct {
+        const char* name;
+        std::string path;
+    } const proofers[] = {{"parametric sRGB", "/usr/share/color/icc/colord/sRGB.icc"},
+                          {"sRGB of tables", "/usr/share/color/icc/sRGB.icc"},
+                          {"Adobe RGB", "/usr/share/color/icc/colord/AdobeRGB1998.icc"},
+                          {"CMYK of version 4", "/usr/share/color/icc/ghostscript/ps_cmyk.icc"},
+                          {"ISO coated", printers[1].path}};
+    for (const auto& proofer : proofers) {
+        const std::string condition = std::string(proofer.name) + " before FOGRA39L";
+        RaceConversion("match through a proofer", condition, {reference, proofer.path, printers[0].path});
+        RaceConversion("proof through a proofer", condition, {reference, proofer.path, printers[0].path, reference});
     }
     bench::PrintNote(kShortRuns, "FOGRA39L, as many pixels a call as each row says.");
     for (const std::size_t run : {1, 7, 64}) {
