@@ -1,6 +1,8 @@
 #include "session/ControlInterface.h"
 
+#include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include "platform/FourCharCode.h"
 #include "platform/Owned.h"
@@ -11,7 +13,7 @@
 namespace {
 
 constexpr int32_t kVersion = 0x20500;
-constexpr CFIndex kTextSize = 32;
+constexpr size_t kTextSize = 32;
 
 CMSChangeNotificationProc sChangeProc = nullptr;
 void* sChangeUserData = nullptr;
@@ -76,11 +78,20 @@ int16_t CopyProfile(LocationField field, AliasHandle* alias) {
     return status;
 }
 
+/// Of a text that is too long, the beginning, cut between two characters.
 void CopyStoredText(CFStringRef key, const char* defaultText, char text[kTextSize]) {
     std::strcpy(text, defaultText);
     const Owned<CFStringRef> stored(CopyStringPreference(key, __CFStringMakeConstantString(defaultText)));
-    char buffer[kTextSize];
-    if (stored && CFStringGetCString(stored.Get(), buffer, kTextSize, kCFStringEncodingUTF8)) std::strcpy(text, buffer);
+    if (!stored) return;
+    std::vector<char> whole(static_cast<size_t>(CFStringGetMaximumSizeForEncoding(CFStringGetLength(stored.Get()), kCFStringEncodingUTF8)) + 1);
+    if (!CFStringGetCString(stored.Get(), whole.data(), static_cast<CFIndex>(whole.size()), kCFStringEncodingUTF8)) return;
+    size_t length = std::strlen(whole.data());
+    if (length >= kTextSize) {
+        const auto continuesCharacter = [&whole](size_t place) { return (whole[place] & 0xC0) == 0x80; };
+        for (length = kTextSize - 1; continuesCharacter(length);) --length;
+    }
+    std::copy_n(whole.data(), length, text);
+    text[length] = '\0';
 }
 
 /// A text that is null or no UTF-8 is left out.
@@ -90,9 +101,13 @@ void StoreText(CFStringRef key, const char* text) {
     if (string) SetStringPreference(key, string.Get());
 }
 
+/// The run loop's own code stands below, and nothing raised may pass through it.
 void SettingsChanged(CFNotificationCenterRef, void*, CFStringRef, const void*, CFDictionaryRef) {
-    SynchronisePreferences(false);
-    if (sChangeProc) sChangeProc(sChangeUserData);
+    Guarded([] {
+        SynchronisePreferences(false);
+        if (sChangeProc) sChangeProc(sChangeUserData);
+        return 0;
+    });
 }
 
 }  // namespace
@@ -190,9 +205,11 @@ CFURLRef CMSCopyProofingProfileURL(void) {
 }
 
 int16_t CMSGetIllObs(char illuminant[32], char observer[32]) {
-    CopyStoredText(CFSTR("Illuminant"), "D65", illuminant);
-    CopyStoredText(CFSTR("Observer"), "2", observer);
-    return 0;
+    return Guarded([=] {
+        CopyStoredText(CFSTR("Illuminant"), "D65", illuminant);
+        CopyStoredText(CFSTR("Observer"), "2", observer);
+        return 0;
+    });
 }
 
 int16_t CMSSetIllObs(const char* illuminant, const char* observer) {

@@ -36,7 +36,7 @@ CM_EXPORT CFURLRef CMSCopyMonitorProfileURL(void);
 CM_EXPORT CFURLRef CMSCopyPrinterProfileURL(void);
 CM_EXPORT CFURLRef CMSCopyProofingProfileURL(void);
 
-/// UTF-8 texts of at most 32 bytes with the terminator; "D65" and "2" when unset.
+/// UTF-8 texts of at most 32 bytes with the terminator, of longer ones the beginning; "D65" and "2" when unset.
 CM_EXPORT int16_t CMSGetIllObs(char illuminant[32], char observer[32]);
 CM_EXPORT int16_t CMSSetIllObs(const char* illuminant, const char* observer);
 

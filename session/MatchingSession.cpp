@@ -7,15 +7,19 @@
 #include "platform/FourCharCode.h"
 #include "platform/Owned.h"
 #include "platform/Posix.h"
+#include "session/EntryPoint.h"
 #include "session/Failure.h"
 #include "session/MatchingSettings.h"
 #include "session/UserNotices.h"
 #include "settings/PreferenceStore.h"
 
-namespace {
-
 MatchingNotifyProc gNotify = nullptr;
 void* gUserData = nullptr;
+
+namespace {
+
+constexpr OSErr kRaised = -1;
+
 CFRunLoopSourceRef sColourChangedRunloopSource = nullptr;
 
 /// The identity under which the session registers its observers.
@@ -45,6 +49,8 @@ void RebuildAfterChange(void*) {
         if (ReloadPreferences() == 0 && gNotify) gNotify(FourChar("CHNG"), gUserData);
     } catch (...) {
         std::printf("Matching system error\n");
+        // A host that writes into a file or a pipe may never get to fill the buffer.
+        std::fflush(stdout);
     }
 }
 
@@ -65,12 +71,36 @@ StoredWhite ReadStoredWhite(OSErr (*recall)(CFStringRef*, Boolean*)) {
     return white;
 }
 
+void RecallSettings() {
+    RecallICCProfileLocation();
+    ICC_RecallViewingConditions();
+    ICC_RecallMatchingQuality();
+}
+
+OSErr RebuildIfValid(const ICCProfileLocation& location) {
+    const OSErr status = ICC_Validate(&location);
+    if (status != 0) return status;
+    if (!location.printer) return 0;
+
+    const StoredWhite monitorWhite = ReadStoredWhite(ICC_RecallMonitorWhitepoint);
+    const StoredWhite printerWhite = ReadStoredWhite(ICC_RecallPrinterWhitepoint);
+    ICC_SetMonitorWhitepoint(monitorWhite.InForce());
+    ICC_SetPrinterWhitepoint(printerWhite.InForce());
+    ICC_RecallViewingConditions();
+    ICC_RecallMatchingQuality();
+    return ICC_Load(&location);
+}
+
+OSErr RebuildFromCurrentLocation() {
+    ICCProfileLocation location;
+    GetICCProfileLocation(&location);
+    return RebuildIfValid(location);
+}
+
 OSErr ReloadOnMainThread() {
     SynchronisePreferences(false);
     RecallICCProfileLocation();
-    ICCProfileLocation location;
-    GetICCProfileLocation(&location);
-    return RebuildMatchingSystemIfValidProfiles(location);
+    return RebuildFromCurrentLocation();
 }
 
 /// Registers for the three notifications, puts the change source on the main run loop, and builds the first matching data.
@@ -90,10 +120,8 @@ void BeginSession(CFNotificationCenterRef centre) {
     FailNIL(sColourChangedRunloopSource);
     CFRunLoopAddSource(CFRunLoopGetMain(), sColourChangedRunloopSource, kCFRunLoopCommonModes);
 
-    LoadPreferences();
-    ICCProfileLocation location;
-    GetICCProfileLocation(&location);
-    RebuildMatchingSystemIfValidProfiles(location);
+    RecallSettings();
+    RebuildFromCurrentLocation();
 }
 
 }  // namespace
@@ -136,38 +164,19 @@ OSErr CloseMatching(void) {
 OSErr ReloadPreferences(void) {
     if (!pthread_main_np()) {
         // The main thread's status is not reported here.
-        dispatch_sync_f(dispatch_get_main_queue(), nullptr, [](void*) {
-            try {
-                ReloadOnMainThread();
-            } catch (...) {
-                // The old matching data stays current.
-            }
-        });
+        dispatch_sync_f(dispatch_get_main_queue(), nullptr, [](void*) { Guarded(ReloadOnMainThread); });
         return 0;
     }
-    try {
-        return ReloadOnMainThread();
-    } catch (...) {
-        return -1;
-    }
+    return Guarded(ReloadOnMainThread, kRaised);
 }
 
 void LoadPreferences(void) {
-    RecallICCProfileLocation();
-    ICC_RecallViewingConditions();
-    ICC_RecallMatchingQuality();
+    Guarded([] {
+        RecallSettings();
+        return 0;
+    });
 }
 
 OSErr RebuildMatchingSystemIfValidProfiles(ICCProfileLocation location) {
-    const OSErr status = ICC_Validate(&location);
-    if (status != 0) return status;
-    if (!location.printer) return 0;
-
-    const StoredWhite monitorWhite = ReadStoredWhite(ICC_RecallMonitorWhitepoint);
-    const StoredWhite printerWhite = ReadStoredWhite(ICC_RecallPrinterWhitepoint);
-    ICC_SetMonitorWhitepoint(monitorWhite.InForce());
-    ICC_SetPrinterWhitepoint(printerWhite.InForce());
-    ICC_RecallViewingConditions();
-    ICC_RecallMatchingQuality();
-    return ICC_Load(&location);
+    return Guarded([&location] { return RebuildIfValid(location); }, kRaised);
 }

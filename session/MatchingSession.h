@@ -9,6 +9,10 @@ CM_C_BEGIN
 /// Called on the main thread with 'CHNG' (0x43484E47) after each rebuild that a change brought about: colours computed before are stale.
 typedef long (*MatchingNotifyProc)(OSType code, void* userData);
 
+/// The open session's callback, null when there is none, and what it is called with.
+CM_EXPORT_DATA extern MatchingNotifyProc gNotify;
+CM_EXPORT_DATA extern void* gUserData;
+
 /// Registers for changes and builds the first matching data. Main thread.
 ///
 /// callback   may be null
@@ -21,7 +25,8 @@ CM_EXPORT OSErr CloseMatching(void);
 CM_EXPORT OSErr ReloadPreferences(void);
 /// Recalls profile locations, viewing conditions and quality.
 CM_EXPORT void LoadPreferences(void);
-/// Validates the location and rebuilds from it and the stored settings; without a printer nothing is built and 0 returned.
+/// Validates the location and rebuilds from it and the stored settings; without a printer nothing is built and 0 returned. -1 when a failure was
+/// raised.
 CM_EXPORT OSErr RebuildMatchingSystemIfValidProfiles(ICCProfileLocation location);
 
 CM_C_END

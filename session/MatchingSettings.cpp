@@ -7,12 +7,14 @@
 #include "profile/ProfileHeader.h"
 #include "profile/ProfileLoading.h"
 #include "profile/ProfileModel.h"
+#include "session/EntryPoint.h"
 #include "session/MatchingDataHandle.h"
 #include "settings/PreferenceStore.h"
 
 namespace {
 
 constexpr OSErr kProfileUnsuitable = -170;
+constexpr OSErr kRaised = -1;
 constexpr double kDefaultFlare = -0.03;
 constexpr double kDefaultContrast = 1.0;
 
@@ -68,6 +70,24 @@ OSErr ValidateAlias(AliasHandle alias, bool (*suits)(ColorSyncProfileRef)) {
     const Owned<ColorSyncProfileRef> profile(CreateProfileFromAlias(alias, &error));
     if (error != 0) return error;
     return profile && suits(profile.Get()) ? OSErr{0} : kProfileUnsuitable;
+}
+
+OSErr BuildAndInstall(const ICCProfileLocation* location) {
+    OSErr status = ICC_Validate(location);
+    if (status != 0) return status;
+    Boolean useProofer = false;
+    ICC_RecallUseProofingProfile(&useProofer);
+    if (!location->proofer) useProofer = false;
+
+    const AliasHandle profiles[3] = {location->monitor, location->printer, location->proofer};
+    MatchingData* const data = LoadMatchingData(profiles, useProofer, WhiteInForce(sMonitorWhite), WhiteInForce(sPrinterWhite), &status);
+    if (status != 0) return status;
+    DirectICCSetViewingConditions(data, sRenderingIntent, &sViewingConditions);
+    status = SetDirectMatchingQuality(data, sMatchingQuality);
+    // Deliberate: data that cannot have its tables is neither installed nor disposed of.
+    if (status != 0) return status;
+    SetMatchingData(data);
+    return 0;
 }
 
 }  // namespace
@@ -212,19 +232,5 @@ OSErr ICC_Validate(const ICCProfileLocation* location) {
 }
 
 OSErr ICC_Load(const ICCProfileLocation* location) {
-    OSErr status = ICC_Validate(location);
-    if (status != 0) return status;
-    Boolean useProofer = false;
-    ICC_RecallUseProofingProfile(&useProofer);
-    if (!location->proofer) useProofer = false;
-
-    const AliasHandle profiles[3] = {location->monitor, location->printer, location->proofer};
-    MatchingData* const data = LoadMatchingData(profiles, useProofer, WhiteInForce(sMonitorWhite), WhiteInForce(sPrinterWhite), &status);
-    if (status != 0) return status;
-    DirectICCSetViewingConditions(data, sRenderingIntent, &sViewingConditions);
-    status = SetDirectMatchingQuality(data, sMatchingQuality);
-    // Deliberate: data that cannot have its tables is neither installed nor disposed of.
-    if (status != 0) return status;
-    SetMatchingData(data);
-    return 0;
+    return Guarded([location] { return BuildAndInstall(location); }, kRaised);
 }

@@ -48,7 +48,7 @@ CM_EXPORT OSErr ICC_ValidateMonitorAlias(AliasHandle alias);
 CM_EXPORT OSErr ICC_ValidatePrinterAlias(AliasHandle alias);
 CM_EXPORT OSErr ICC_ValidateProoferAlias(AliasHandle alias);
 
-/// Validates, builds new matching data from the location and the settings, and installs it.
+/// Validates, builds new matching data from the location and the settings, and installs it. -1 when a failure was raised.
 CM_EXPORT OSErr ICC_Load(const ICCProfileLocation* location);
 
 CM_C_END

@@ -188,6 +188,8 @@ void SynchronisePreferences(Boolean notify) {
     const CFNotificationCenterRef centre = CFNotificationCenterGetDistributedCenter();
     if (!centre) {
         std::printf("Failed to get notification center\n");
+        // A host that writes into a file or a pipe may never get to fill the buffer.
+        std::fflush(stdout);
         return;
     }
     const Owned<CFMutableDictionaryRef> userInfo(

@@ -33,6 +33,8 @@ const Variable kVariables[] = {
     VARIABLE(gBreakFailure),
     VARIABLE(gLastError),
     VARIABLE(gLastMessage),
+    VARIABLE(gNotify),
+    VARIABLE(gUserData),
     VARIABLE(PCSWhite),
     VARIABLE(D65White),
     VARIABLE(bradfordMatrix),

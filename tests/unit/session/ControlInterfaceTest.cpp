@@ -258,10 +258,37 @@ TEST_F(ControlInterface, IlluminantAndObserver) {
     EXPECT_EQ(CMSSetIllObs(nullptr, nullptr), 0);
     EXPECT_EQ(CMSGetIllObs(illuminant, observer), 0);
     EXPECT_EQ(std::string(illuminant) + "/" + observer, "D50 \xC3\xA9/12");
-    const std::string fits(31, 'a'), tooLong(32, 'b');
-    EXPECT_EQ(CMSSetIllObs(fits.c_str(), tooLong.c_str()), 0);
-    EXPECT_EQ(CMSGetIllObs(illuminant, observer), 0);
-    EXPECT_EQ(std::string(illuminant) + "/" + observer, fits + "/2");
+}
+
+TEST_F(ControlInterface, OfATooLongTextTheWholeCharactersThatFitAreHandedOut) {
+    const auto row = [](size_t count, const char* rest) { return std::string(count, 'a') + rest; };
+    const struct {
+        std::string stored, handedOut;
+    } kRows[] = {
+        {row(31, ""), row(31, "")},
+        {row(32, ""), row(31, "")},
+        {row(500, ""), row(31, "")},
+        {row(29, "\xC3\xA9"), row(29, "\xC3\xA9")},
+        {row(30, "\xC3\xA9"), row(30, "")},
+        {row(28, "\xE2\x82\xAC"), row(28, "\xE2\x82\xAC")},
+        {row(29, "\xE2\x82\xAC"), row(29, "")},
+        {row(30, "\xE2\x82\xAC"), row(30, "")},
+        {row(27, "\xF0\x9F\x8E\xA8"), row(27, "\xF0\x9F\x8E\xA8")},
+        {row(28, "\xF0\x9F\x8E\xA8"), row(28, "")},
+        {row(30, "\xF0\x9F\x8E\xA8zz"), row(30, "")},
+        {row(31, "\xF0\x9F\x8E\xA8zz"), row(31, "")},
+    };
+    for (const auto& [stored, handedOut] : kRows) {
+        char illuminant[33], observer[33];
+        illuminant[32] = observer[32] = '!';
+        EXPECT_EQ(CMSSetIllObs(stored.c_str(), stored.c_str()), 0);
+        EXPECT_EQ(CMSGetIllObs(illuminant, observer), 0);
+        EXPECT_EQ(std::string(illuminant), handedOut) << stored;
+        EXPECT_EQ(std::string(observer), handedOut) << stored;
+        EXPECT_EQ(illuminant[32], '!') << stored;
+        EXPECT_EQ(observer[32], '!') << stored;
+        EXPECT_EQ(StoredText(CFSTR("Illuminant")), stored);
+    }
 }
 
 TEST_F(ControlInterface, ValuesOfWrongKindsReadAsUnset) {
@@ -361,6 +388,24 @@ TEST_F(ControlInterface, ARegistrationOutlivesItsProcedure) {
     EXPECT_EQ(second, 2 * heardAgain);
     EXPECT_GE(second, 2);
     CMSSetChangeNotificationProc(nullptr, nullptr);
+}
+
+void CountAndRaise(void* userData) {
+    CountCall(userData);
+    throw 0x65727220L;
+}
+
+TEST_F(ControlInterface, AProcedureThatRaisesIsCalledAgain) {
+    int calls = 0;
+    ASSERT_EQ(CMSSetChangeNotificationProc(CountAndRaise, &calls), 0);
+    ChangeCounter changes;
+    for (const int32_t quality : {1, 2}) {
+        calls = 0;
+        CMSSetQuality(quality);
+        EXPECT_GE(changes.Take(), 1);
+        EXPECT_GE(calls, 1);
+    }
+    EXPECT_EQ(CMSSetChangeNotificationProc(nullptr, nullptr), 0);
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <cstdio>
 #include <thread>
 #include <vector>
 
@@ -256,6 +258,30 @@ TEST_F(MatchingSession, ACallbackThatRaisesIsReportedAndTheSessionGoesOn) {
     Publish();
     testing::internal::GetCapturedStdout();
     EXPECT_GT(calls.count, first);
+}
+
+TEST_F(MatchingSession, TheReportOfARaisedFailureIsWrittenAtOnce) {
+    StoreProfiles(kSRGBMonitor, printerPath);
+    ASSERT_EQ(OpenMatching(Raise, &calls), 0);
+    const std::string path = folder / "output";
+    std::fflush(stdout);
+    const int before = dup(STDOUT_FILENO);
+    ASSERT_NE(std::freopen(path.c_str(), "w", stdout), nullptr);  // a file, so that what is written gathers
+    Publish();
+    const std::vector<std::uint8_t> written = ReadFile(path);
+    std::fflush(stdout);
+    dup2(before, STDOUT_FILENO);
+    close(before);
+    EXPECT_EQ(std::string(written.begin(), written.end()).substr(0, 22), "Matching system error\n");
+}
+
+TEST_F(MatchingSession, TheCallbackAndItsDataCanBeSeen) {
+    ASSERT_EQ(OpenMatching(Count, &calls), 0);
+    EXPECT_EQ(gNotify, Count);
+    EXPECT_EQ(gUserData, &calls);
+    ASSERT_EQ(CloseMatching(), 0);
+    EXPECT_EQ(gNotify, nullptr);
+    EXPECT_EQ(gUserData, &calls);
 }
 
 TEST_F(MatchingSession, OpeningTwiceTellsThroughTheLaterCallback) {

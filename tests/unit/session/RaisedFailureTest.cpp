@@ -5,12 +5,17 @@
 #include <cstdlib>
 
 #include "session/ColourOperations.h"
+#include "session/ControlInterface.h"
 #include "session/Failure.h"
 #include "session/MatchingDataHandle.h"
+#include "session/MatchingSession.h"
+#include "tests/fixtures/SettingsStore.h"
 
 namespace {
 
-enum class Raise { kNothing, kInGet, kInOperation, kInRelease, kInColourSpace };
+const PrivateStore store;
+
+enum class Raise { kNothing, kInGet, kInOperation, kInRelease, kInColourSpace, kInRecall, kInValidate, kInLoad };
 Raise sRaise = Raise::kNothing;
 
 void RaiseIf(Raise place) {
@@ -28,6 +33,10 @@ void __wrap_ReleaseMatchingData(MatchingData* data);
 void __wrap_DirectPrinterMatch16(const MatchingData* data, const uint16_t* in, uint16_t* out, size_t count);
 void __wrap_DirectMonitorGamut(const MatchingData* data, const uint16_t* in, uint8_t* out, size_t count);
 uint32_t __wrap_DirectPrinterColourSpace(const MatchingData* data);
+void __wrap_RecallICCProfileLocation(void);
+OSErr __wrap_ICC_Validate(const ICCProfileLocation* location);
+MatchingData* __wrap_LoadMatchingData(const AliasHandle profiles[3], uint8_t useProofer, const FixedXYZ* monitorWhite, const FixedXYZ* printerWhite,
+                                      OSErr* status);
 
 MatchingData* __wrap_GetMatchingData() {
     RaiseIf(Raise::kInGet);
@@ -52,6 +61,21 @@ void __wrap_DirectMonitorGamut(const MatchingData*, const uint16_t*, uint8_t* ou
 uint32_t __wrap_DirectPrinterColourSpace(const MatchingData*) {
     RaiseIf(Raise::kInColourSpace);
     return 7;
+}
+
+void __wrap_RecallICCProfileLocation(void) {
+    RaiseIf(Raise::kInRecall);
+}
+
+OSErr __wrap_ICC_Validate(const ICCProfileLocation*) {
+    RaiseIf(Raise::kInValidate);
+    return -170;
+}
+
+MatchingData* __wrap_LoadMatchingData(const AliasHandle*, uint8_t, const FixedXYZ*, const FixedXYZ*, OSErr* status) {
+    RaiseIf(Raise::kInLoad);
+    *status = -43;
+    return nullptr;
 }
 
 }  // extern "C"
@@ -110,6 +134,30 @@ TEST_F(RaisedFailure, InTheReleaseIs0) {
     EXPECT_EQ(PrinterMatch16(in, out, 1), 0);
     EXPECT_EQ(out[0], 1);
     EXPECT_EQ(data->referenceCount, 2);
+}
+
+TEST_F(RaisedFailure, WhileLoadingThePreferencesGoesNoFurther) {
+    sRaise = Raise::kInRecall;
+    LoadPreferences();
+    EXPECT_EQ(gLastError, -108);
+    EXPECT_EQ(CMSControlInit(), 0);
+    EXPECT_EQ(ReloadPreferences(), -1);
+}
+
+TEST_F(RaisedFailure, WhileRebuildingIsMinus1) {
+    const ICCProfileLocation none = {nullptr, nullptr, nullptr};
+    EXPECT_EQ(RebuildMatchingSystemIfValidProfiles(none), -170);
+    EXPECT_EQ(ReloadPreferences(), -170);
+    sRaise = Raise::kInValidate;
+    EXPECT_EQ(RebuildMatchingSystemIfValidProfiles(none), -1);
+    EXPECT_EQ(ReloadPreferences(), -1);
+}
+
+TEST_F(RaisedFailure, WhileBuildingIsMinus1) {
+    const ICCProfileLocation none = {nullptr, nullptr, nullptr};
+    EXPECT_EQ(ICC_Load(&none), -43);
+    sRaise = Raise::kInLoad;
+    EXPECT_EQ(ICC_Load(&none), -1);
 }
 
 TEST_F(RaisedFailure, InTheColourSpaceIs1) {
