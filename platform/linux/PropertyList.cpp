@@ -40,11 +40,66 @@ PlistNode FromNumber(CFNumberRef number) {
     return PlistNode(plist_new_uint(static_cast<uint64_t>(integer)));
 }
 
-/// The library takes C strings, so text with a 0 inside cannot be held.
+/// The file's texts are C strings of Unicode. A unit that cannot stand in one, a zero or a surrogate without its partner, is written as this
+/// character, which no text has, and four hexadecimal digits. So is the character itself.
+constexpr char16_t kEscape = 0xFDD0;
+constexpr size_t kEscapeLength = 5;
+constexpr std::u16string_view kDigits = u"0123456789ABCDEF";
+
+bool IsSurrogate(char16_t unit) {
+    return unit >= 0xD800 && unit <= 0xDFFF;
+}
+
+bool IsEscaped(char16_t unit) {
+    return unit == 0 || unit == kEscape || IsSurrogate(unit);
+}
+
+bool BeginsWithPair(std::u16string_view units) {
+    return units.size() > 1 && units[0] >= 0xD800 && units[0] < 0xDC00 && units[1] >= 0xDC00 && units[1] <= 0xDFFF;
+}
+
+std::string FileText(CFStringRef string) {
+    std::u16string text;
+    for (std::u16string_view rest = Units(string); !rest.empty();) {
+        const size_t taken = BeginsWithPair(rest) ? 2 : 1;
+        if (taken == 1 && IsEscaped(rest[0])) {
+            text += kEscape;
+            for (int shift = 12; shift >= 0; shift -= 4) text += kDigits[rest[0] >> shift & 0xF];
+        } else {
+            text += rest.substr(0, taken);
+        }
+        rest.remove_prefix(taken);
+    }
+    return UTF8FromUnits(text).value();
+}
+
+/// The unit whose escape `text` begins with.
+std::optional<char16_t> EscapedUnit(std::u16string_view text) {
+    if (text.size() < kEscapeLength || text[0] != kEscape) return std::nullopt;
+    unsigned unit = 0;
+    for (const char16_t digit : text.substr(1, kEscapeLength - 1)) {
+        const size_t value = kDigits.find(digit);
+        if (value == std::u16string_view::npos) return std::nullopt;
+        unit = unit << 4 | static_cast<unsigned>(value);
+    }
+    // Nothing else was written so: it is another's text.
+    return IsEscaped(static_cast<char16_t>(unit)) ? std::optional(static_cast<char16_t>(unit)) : std::nullopt;
+}
+
+CFStringRef CreateStringFromFileText(std::string_view bytes) {
+    const std::optional<std::u16string> text = UnitsFromUTF8(bytes);
+    if (!text) return nullptr;
+    std::u16string units;
+    for (std::u16string_view rest = *text; !rest.empty();) {
+        const std::optional<char16_t> escaped = EscapedUnit(rest);
+        units += escaped.value_or(rest[0]);
+        rest.remove_prefix(escaped ? kEscapeLength : 1);
+    }
+    return CreateString(units);
+}
+
 PlistNode FromString(CFStringRef string) {
-    const std::optional<std::string> text = UTF8FromString(string);
-    if (!text || text->find('\0') != std::string::npos) return nullptr;
-    return PlistNode(plist_new_string(text->c_str()));
+    return PlistNode(plist_new_string(FileText(string).c_str()));
 }
 
 PlistNode FromData(CFDataRef data) {
@@ -69,10 +124,9 @@ PlistNode FromDictionary(CFDictionaryRef dictionary) {
     PlistNode node(plist_new_dict());
     for (size_t i = 0; i < count; ++i) {
         if (CFGetTypeID(keys[i]) != CFStringGetTypeID()) return nullptr;
-        const std::optional<std::string> key = UTF8FromString(static_cast<CFStringRef>(keys[i]));
         PlistNode item = PlistFromObject(values[i]);
-        if (!key || key->find('\0') != std::string::npos || !item) return nullptr;
-        plist_dict_set_item(node.get(), key->c_str(), item.release());
+        if (!item) return nullptr;
+        plist_dict_set_item(node.get(), FileText(static_cast<CFStringRef>(keys[i])).c_str(), item.release());
     }
     return node;
 }
@@ -96,7 +150,7 @@ CFTypeRef CreateDictionary(plist_t node) {
         plist_t value = nullptr;
         plist_dict_next_item(node, iterator, &key, &value);
         if (!key) break;
-        const Owned<CFStringRef> name(CreateStringFromUTF8(key));
+        const Owned<CFStringRef> name(CreateStringFromFileText(key));
         const Owned<CFTypeRef> item(CreateObjectFromPlist(value));
         free(key);
         if (dictionary && name && item) CFDictionarySetValue(dictionary.Get(), name.Get(), item.Get());
@@ -139,7 +193,7 @@ CFTypeRef CreateObjectFromPlist(plist_t node) {
         case PLIST_STRING: {
             uint64_t length = 0;
             const char* const text = plist_get_string_ptr(node, &length);
-            return CreateStringFromUTF8(std::string_view(text ? text : "", text ? static_cast<size_t>(length) : 0));
+            return CreateStringFromFileText(std::string_view(text ? text : "", text ? static_cast<size_t>(length) : 0));
         }
         case PLIST_DATA: {
             uint64_t length = 0;

@@ -16,7 +16,7 @@ struct FreePlist {
 };
 using PlistNode = std::unique_ptr<void, FreePlist>;
 
-/// A new node, or null for an object that a property list cannot hold (other kinds, text that is no valid Unicode or holds a 0).
+/// A new node, or null for an object that a property list cannot hold. Every text can be held.
 PlistNode PlistFromObject(CFTypeRef object);
 /// A new object, or null for a node of a kind that is not known here.
 CFTypeRef CreateObjectFromPlist(plist_t node);

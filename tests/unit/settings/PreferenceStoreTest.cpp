@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <iterator>
+#include <string_view>
 
 #include "platform/FourCharCode.h"
 #include "settings/PreferenceStore.h"
+#include "tests/fixtures/ChildProcess.h"
 #include "tests/fixtures/OpenProfiles.h"
 #include "tests/fixtures/SettingsStore.h"
 
@@ -21,6 +24,10 @@ void Store(CFTypeRef value) {
 
 Owned<CFNumberRef> Real(double value) {
     return Owned<CFNumberRef>(CFNumberCreate(kCFAllocatorDefault, kCFNumberFloat64Type, &value));
+}
+
+Owned<CFStringRef> StringOf(const std::string& text) {
+    return Owned<CFStringRef>(CFStringCreateWithCString(kCFAllocatorDefault, text.c_str(), kCFStringEncodingUTF8));
 }
 
 std::string Characters(CFStringRef text) {
@@ -137,6 +144,80 @@ TEST(PreferenceStore, WritesAURLTextThatItsReaderTakesForAPath) {
     const AliasHandle found = GetFileLocationPreference(Key());
     EXPECT_NE(found, nullptr) << "a path is";
     Dispose(found);
+}
+
+Owned<CFStringRef> Units(std::u16string_view units) {
+    return Owned<CFStringRef>(
+        CFStringCreateWithCharacters(kCFAllocatorDefault, reinterpret_cast<const UniChar*>(units.data()), static_cast<CFIndex>(units.size())));
+}
+
+std::string Numbers(CFStringRef text) {
+    std::string numbers;
+    for (CFIndex i = 0; i < CFStringGetLength(text); ++i) numbers += std::to_string(CFStringGetCharacterAtIndex(text, i)) + " ";
+    return numbers;
+}
+
+/// Texts that a property-list file has no form of its own for, and those beside them.
+const std::u16string_view kUnusualTexts[] = {
+    {u"\0", 1},
+    {u"\0\0\0\0", 4},
+    {u"a\0b", 3},
+    {u"ends with one\0", 14},
+    {u"\0\u00E9\0\u4E2D", 4},
+    {u"\xD800", 1},  // halves of a pair
+    {u"\xDC00\xD800", 2},
+    {u"a\xDFFFz", 3},
+    {u"\xD83C\xDFA8\0", 3},  // a whole pair before a zero
+    {u"\uFDD0", 1},          // what marks the others in the file
+    {u"\uFDD0"
+     u"0000",
+     5},
+    {u"\uFDD0"
+     u"0041",
+     5},
+    {u"\uFDD0\uFDD0\0", 3},
+    {u"0000", 4},
+};
+
+TEST(PreferenceStore, EveryTextComesBackInAnotherProcess) {
+    const auto key = [](size_t i) { return StringOf("Text " + std::to_string(i)); };
+    for (size_t i = 0; i < std::size(kUnusualTexts); ++i) {
+        SetStringPreference(key(i).Get(), CFSTR("old"));
+        SetStringPreference(key(i).Get(), Units(kUnusualTexts[i]).Get());
+    }
+    const Owned<CFMutableDictionaryRef> dictionary(CreatePreferencesDictionary());
+    for (const std::u16string_view text : kUnusualTexts) CFDictionarySetValue(dictionary.Get(), Units(text).Get(), Units(text).Get());
+    SetDictionaryPreference(CFSTR("Texts"), dictionary.Get());
+    // Written, read back and written again with the rest of the file.
+    SynchronisePreferences(false);
+    SetIntPreference(Key(), 1);
+    SynchronisePreferences(false);
+    const std::string wrong = InAChild([&] {
+        SynchronisePreferences(false);
+        std::string differences;
+        const Owned<CFDictionaryRef> read(CopyDictionaryPreference(CFSTR("Texts")));
+        if (!CFEqual(read.Get(), dictionary.Get())) differences += "dictionary;";
+        for (size_t i = 0; i < std::size(kUnusualTexts); ++i) {
+            const Owned<CFStringRef> text(CopyStringPreference(key(i).Get(), CFSTR("default")));
+            if (!CFEqual(text.Get(), Units(kUnusualTexts[i]).Get()))
+                differences += Numbers(Units(kUnusualTexts[i]).Get()) + "came back as " + Numbers(text.Get()) + ";";
+        }
+        return differences;
+    });
+    EXPECT_EQ(wrong, "");
+}
+
+TEST(PreferenceStore, EveryCodeComesBackInAnotherProcess) {
+    for (const OSType code : {0u, 0x51756100u, 0x00756130u, 0x51000030u, 0x41u, 0xFFFFFFFFu}) {
+        SetOSTypePreference(Key(), FourChar("Qua2"));
+        SetOSTypePreference(Key(), code);
+        SynchronisePreferences(false);
+        EXPECT_EQ(InAChild([] {
+                      SynchronisePreferences(false);
+                      return std::to_string(GetOSTypePreference(Key(), 7));
+                  }),
+                  std::to_string(code));
+    }
 }
 
 }  // namespace
