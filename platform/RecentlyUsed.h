@@ -10,6 +10,8 @@
 #include <optional>
 #include <utility>
 
+#include "platform/ForkSection.h"
+
 /// Any thread, many at once. Keys are compared one by one, the latest first: for few entries.
 template <typename Key, typename Value>
 class RecentlyUsed {
@@ -55,7 +57,7 @@ private:
 
     const std::size_t mostEntries_;
     const std::size_t mostCost_;
-    std::mutex mutex_;
+    platform::ForkSafeMutex mutex_;
     std::list<Entry> entries_;  // the latest first
     std::size_t cost_ = 0;
 };

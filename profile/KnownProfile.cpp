@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <memory>
 
+#include "platform/MadeOnce.h"
 #include "platform/Owned.h"
 #include "platform/RecentlyUsed.h"
 
@@ -15,10 +16,9 @@ constexpr off_t kLargestKept = 20971520;
 
 using Kept = std::shared_ptr<const Owned<ColorSyncProfileRef>>;
 
-/// Lives to the end of the process: threads may still be asking when it ends.
 RecentlyUsed<FileState, Kept>& KeptProfiles() {
-    static auto* const profiles = new RecentlyUsed<FileState, Kept>(kMostProfiles, kMostBytes);
-    return *profiles;
+    static constinit platform::MadeOnce<RecentlyUsed<FileState, Kept>> profiles;
+    return *profiles.Get([] { return new RecentlyUsed<FileState, Kept>(kMostProfiles, kMostBytes); });
 }
 
 }  // namespace

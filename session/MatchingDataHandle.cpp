@@ -1,6 +1,7 @@
 #include "session/MatchingDataHandle.h"
 
 #include "engine/PrecomputedTables.h"
+#include "platform/ForkSection.h"
 #include "platform/Posix.h"
 
 namespace {
@@ -8,6 +9,10 @@ namespace {
 /// Guards sMatchingData and the reference count of every record.
 OSSpinLock sMatchingDataSpinLock = OS_SPINLOCK_INIT;
 MatchingData* sMatchingData;
+
+/// Whoever held the lock in the parent is not in the child. Between any two of the instructions under it the current record and its count are as they
+/// must be, but for references that nobody will give back.
+const platform::InForkedChild sFreeLock([] { sMatchingDataSpinLock = OS_SPINLOCK_INIT; });
 
 class SpinLockHolder {
 public:

@@ -1,5 +1,7 @@
 #include "appearance/kernels/PixelKernels.h"
 
+#include "platform/MadeOnce.h"
+
 std::span<const PixelKernels* const> AllPixelKernels() {
     static constexpr const PixelKernels* kSets[] = {
         &kPlainPixelKernels, &kPortablePixelKernels,
@@ -14,8 +16,8 @@ std::span<const PixelKernels* const> AllPixelKernels() {
 }
 
 const PixelKernels& PixelKernelsInUse() {
-    static const PixelKernels& best = *platform::BestAllowed(AllPixelKernels());
-    return best;
+    static constinit platform::MadeOnce<const PixelKernels> best;
+    return *best.Get([] { return platform::BestAllowed(AllPixelKernels()); });
 }
 
 bool IsUsualGrid(const PixelTable& grid) {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/MadeOnce.h"
+
 namespace {
 
 /// As ICC_MatrixMultiply, whose flag is true where a sum passes either end.
@@ -73,6 +75,6 @@ std::span<const MonitorKernels* const> AllMonitorKernels() {
 }
 
 const MonitorKernels* MonitorKernelsInUse() {
-    static const MonitorKernels* const best = platform::BestAllowed(AllMonitorKernels());
-    return best;
+    static constinit platform::MadeOnce<const MonitorKernels> best;
+    return best.Get([] { return platform::BestAllowed(AllMonitorKernels()); });
 }

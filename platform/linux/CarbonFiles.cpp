@@ -16,6 +16,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "platform/MadeOnce.h"
+
 namespace {
 
 constexpr OSErr kParameter = -50;
@@ -54,15 +56,14 @@ public:
     }
 
 private:
-    std::mutex lock_;
+    platform::ForkSafeMutex lock_;
     std::unordered_map<std::string, std::uint64_t> numbers_;
     std::vector<const std::string*> paths_;  // the map's keys, which never move
 };
 
-// Never destroyed: hosts use references until the process ends.
 PathTable& Paths() {
-    static PathTable& table = *new PathTable;
-    return table;
+    static constinit platform::MadeOnce<PathTable> table;
+    return *table.Get();
 }
 
 struct FreeDeleter {

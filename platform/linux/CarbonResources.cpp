@@ -11,6 +11,7 @@
 #include <mutex>
 #include <utility>
 
+#include "platform/MadeOnce.h"
 #include "platform/linux/CarbonFiles.h"
 #include "platform/linux/CarbonResourceFork.h"
 #include "platform/linux/Descriptor.h"
@@ -172,7 +173,7 @@ private:
 
 /// The open files in the order of opening, and the current one.
 struct OpenFiles {
-    std::mutex lock;
+    platform::ForkSafeMutex lock;
     std::vector<std::unique_ptr<ResourceFile>> files;
     ResFileRefNum current = 0;
     ResFileRefNum last = 0;
@@ -186,10 +187,9 @@ struct OpenFiles {
     }
 };
 
-/// Never destroyed: hosts may close files while the process ends.
 OpenFiles& Open() {
-    static OpenFiles& open = *new OpenFiles;
-    return open;
+    static constinit platform::MadeOnce<OpenFiles> open;
+    return *open.Get();
 }
 
 /// Runs `work`, which answers a status, under the lock, and records its status.

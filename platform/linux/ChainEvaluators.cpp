@@ -1,5 +1,6 @@
 #include "platform/linux/ChainEvaluators.h"
 
+#include "platform/MadeOnce.h"
 #include "platform/linux/FusedEvaluator.h"
 #include "platform/linux/GamutTest.h"
 #include "platform/linux/LittleCmsEvaluator.h"
@@ -7,9 +8,11 @@
 namespace platform {
 
 ChainEvaluators::~ChainEvaluators() {
+    const ForkSection section;  // what ends here are the engine's objects
     for (auto& row : evaluators_) {
         for (auto& evaluator : row) delete evaluator.load();
     }
+    chain_.reset();
 }
 
 const PixelEvaluator* ChainEvaluators::Evaluator(PixelFormat source, std::optional<PixelFormat> destination) {
@@ -23,10 +26,10 @@ const PixelEvaluator* ChainEvaluators::Evaluator(PixelFormat source, std::option
     return evaluator.release();
 }
 
-// Lives to the end of the process: threads may still be converting when it ends.
 RecentlyUsed<std::vector<ChainStep>, std::shared_ptr<ChainEvaluators>>& KeptChains() {
-    static auto* const chains = new RecentlyUsed<std::vector<ChainStep>, std::shared_ptr<ChainEvaluators>>(12, std::size_t{256} << 20);
-    return *chains;
+    using Chains = RecentlyUsed<std::vector<ChainStep>, std::shared_ptr<ChainEvaluators>>;
+    static constinit MadeOnce<Chains> chains;
+    return *chains.Get([] { return new Chains(12, std::size_t{256} << 20); });
 }
 
 std::size_t EstimatedBytes(const std::vector<ChainStep>& steps) {

@@ -9,6 +9,7 @@
 #include <optional>
 #include <vector>
 
+#include "platform/ForkSection.h"
 #include "platform/RecentlyUsed.h"
 #include "platform/linux/PixelEvaluator.h"
 #include "platform/linux/ProfileChain.h"
@@ -31,8 +32,8 @@ public:
 private:
     static constexpr std::size_t kGamutColumn = PixelFormat::kCount;
 
-    const std::unique_ptr<ProfileChain> chain_;
-    std::mutex making_;
+    std::unique_ptr<ProfileChain> chain_;
+    ForkSafeMutex making_;
     std::array<std::array<std::atomic<const PixelEvaluator*>, PixelFormat::kCount + 1>, PixelFormat::kCount> evaluators_ = {};
 };
 

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <string_view>
 
+#include "platform/ForkSection.h"
 #include "platform/FourCharCode.h"
 #include "platform/Owned.h"
 #include "platform/linux/ColorSyncObjects.h"
@@ -49,6 +50,7 @@ ColorSyncProfileRef CreateProfile(Span bytes, CFErrorRef* error) {
     std::optional<ProfileContainer> container = ProfileContainer::Parse(bytes, &reason);
     if (!container) return Refuse(error, EINVAL, reason);
     const auto file = container->ProfileBytes();
+    const platform::ForkSection section;  // the engine has locks of its own
     const platform::LcmsContext context;
     if (!file || !platform::OpenLcmsProfile(context, *file)) return Refuse(error, EINVAL, "The profile cannot be used: " + context.LastError() + ".");
     return platform::NewObject<ColorSyncProfile>(std::move(*container));

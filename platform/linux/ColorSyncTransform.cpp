@@ -1,3 +1,4 @@
+#include "platform/ForkSection.h"
 #include "platform/linux/ChainEvaluators.h"
 #include "platform/linux/ColorSyncObjects.h"
 #include "platform/linux/CoreFoundationString.h"
@@ -105,7 +106,11 @@ bool MakeUsualEvaluators(ChainEvaluators* chain) {
 /// The evaluators for the steps, those made before where there are some. Null when the steps cannot be linked.
 std::shared_ptr<ChainEvaluators> EvaluatorsOf(const std::vector<ChainStep>& steps) {
     if (auto kept = platform::KeptChains().Find(steps)) return *kept;
-    std::unique_ptr<ProfileChain> chain = ProfileChain::Create(steps);
+    std::unique_ptr<ProfileChain> chain;
+    {
+        const platform::ForkSection section;  // the engine has locks of its own
+        chain = ProfileChain::Create(steps);
+    }
     if (!chain) return nullptr;
     auto evaluators = std::make_shared<ChainEvaluators>(std::move(chain));
     if (!MakeUsualEvaluators(evaluators.get())) return nullptr;

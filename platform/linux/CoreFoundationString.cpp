@@ -8,6 +8,7 @@
 #include <map>
 #include <mutex>
 
+#include "platform/MadeOnce.h"
 #include "platform/Owned.h"
 
 using platform::CreateString;
@@ -94,15 +95,15 @@ constinit const platform::ObjectClass platform::kStringClass{
 };
 
 CFStringRef __CFStringMakeConstantString(const char* text) {
-    // Never destroyed: the strings must outlive every other object of the process.
-    static auto* const constants = new std::map<std::string, CFStringRef, std::less<>>;
-    static constinit std::mutex mutex;
+    static constinit platform::MadeOnce<std::map<std::string, CFStringRef, std::less<>>> known;
+    static constinit platform::ForkSafeMutex mutex;
     return Guarded([&]() -> CFStringRef {
+        auto& constants = *known.Get();
         const std::lock_guard lock(mutex);
-        if (const auto found = constants->find(std::string_view(text)); found != constants->end()) return found->second;
+        if (const auto found = constants.find(std::string_view(text)); found != constants.end()) return found->second;
         Owned<CFStringRef> string(platform::CreateStringFromUTF8(text));
         if (!string) return nullptr;
-        constants->emplace(text, string.Get());
+        constants.emplace(text, string.Get());
         string.Get()->references.store(Object::kConstant, std::memory_order_relaxed);
         return string.Detach();
     });

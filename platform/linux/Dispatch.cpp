@@ -3,11 +3,12 @@
 #include <glib.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <deque>
 #include <mutex>
 #include <new>
 
+#include "platform/ForkSection.h"
+#include "platform/MadeOnce.h"
 #include "platform/Posix.h"
 
 namespace {
@@ -23,7 +24,7 @@ void Run(dispatch_function_t work, void* context) noexcept {
 }  // namespace
 
 struct dispatch_queue_s {
-    std::mutex mutex;
+    platform::ForkSafeMutex mutex;
     dispatch_queue_s* next;
 };
 
@@ -38,15 +39,18 @@ void dispatch_once_f(dispatch_once_t* predicate, void* context, dispatch_functio
     std::atomic_ref<dispatch_once_t> state(*predicate);
     if (state.load(std::memory_order_acquire) == kDone) return;
     dispatch_once_t seen = 0;
-    if (state.compare_exchange_strong(seen, kRunning, std::memory_order_acquire)) {
-        Run(work, context);
-        state.store(kDone, std::memory_order_release);
-        state.notify_all();
-    } else {
-        while (seen != kDone) {
-            state.wait(seen, std::memory_order_acquire);
-            seen = state.load(std::memory_order_acquire);
+    {
+        const platform::ForkSection section;
+        if (state.compare_exchange_strong(seen, kRunning, std::memory_order_acquire)) {
+            Run(work, context);
+            state.store(kDone, std::memory_order_release);
+            state.notify_all();
+            return;
         }
+    }
+    while (seen != kDone) {
+        state.wait(seen, std::memory_order_acquire);
+        seen = state.load(std::memory_order_acquire);
     }
 }
 
@@ -67,30 +71,36 @@ constinit dispatch_queue_s mainQueue = {};
 struct MainWork {
     dispatch_function_t work;
     void* context;
-    bool isDone = false;
+    std::atomic<bool> isDone = false;
 };
 
-/// Never destroyed: the loop may turn while the process ends.
 struct MainWorkQueue {
-    std::mutex lock;
-    std::condition_variable changed;
-    std::deque<MainWork*> waiting;  // guarded by the lock, as is what it points to
+    platform::ForkSafeMutex lock;
+    std::deque<MainWork*> waiting;        // guarded by the lock
+    std::atomic<unsigned> doneCount = 0;  // tells the waiting threads to look
 };
 MainWorkQueue& MainWorks() {
-    static MainWorkQueue* const queue = new MainWorkQueue;
-    return *queue;
+    static constinit platform::MadeOnce<MainWorkQueue> queue;
+    return *queue.Get();
 }
+
+/// Those who waited in the parent are not in the child.
+const platform::InForkedChild sForgetOthersWork([] { MainWorks().waiting.clear(); });
 
 gboolean RunMainWork(gpointer) {
     MainWorkQueue& queue = MainWorks();
-    std::unique_lock guard(queue.lock);
-    MainWork* const item = queue.waiting.front();
-    queue.waiting.pop_front();
-    guard.unlock();
+    MainWork* item = nullptr;
+    {
+        const std::lock_guard guard(queue.lock);
+        if (queue.waiting.empty()) return G_SOURCE_REMOVE;
+        item = queue.waiting.front();
+        queue.waiting.pop_front();
+    }
     Run(item->work, item->context);
-    guard.lock();
     item->isDone = true;
-    queue.changed.notify_all();
+    // The item may be gone by now.
+    ++queue.doneCount;
+    queue.doneCount.notify_all();
     return G_SOURCE_REMOVE;
 }
 
@@ -101,15 +111,21 @@ void RunOnMainLoop(dispatch_function_t work, void* context) {
     }
     MainWork item{work, context};
     MainWorkQueue& queue = MainWorks();
-    std::unique_lock guard(queue.lock);
-    queue.waiting.push_back(&item);
-    // One turn of this source for each piece of work.
-    GSource* const source = g_idle_source_new();
-    g_source_set_priority(source, G_PRIORITY_DEFAULT);
-    g_source_set_callback(source, RunMainWork, nullptr, nullptr);
-    g_source_attach(source, nullptr);
-    g_source_unref(source);
-    queue.changed.wait(guard, [&item] { return item.isDone; });
+    {
+        const std::lock_guard guard(queue.lock);
+        queue.waiting.push_back(&item);
+        // One turn of this source for each piece of work.
+        GSource* const source = g_idle_source_new();
+        g_source_set_priority(source, G_PRIORITY_DEFAULT);
+        g_source_set_callback(source, RunMainWork, nullptr, nullptr);
+        g_source_attach(source, nullptr);
+        g_source_unref(source);
+    }
+    for (;;) {
+        const unsigned seen = queue.doneCount;
+        if (item.isDone) return;
+        queue.doneCount.wait(seen);
+    }
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/Foundation.h"
+#include "platform/MadeOnce.h"
 #include "platform/linux/ResourceFolder.h"
 
 namespace {
@@ -19,10 +20,10 @@ struct Alert {
     std::string button;
 };
 
-// The alerts that are not over yet; the first one is on screen. Main thread only, never destroyed.
+// The alerts that are not over yet; the first one is on screen. Main thread only.
 std::deque<Alert>& Alerts() {
-    static std::deque<Alert>& alerts = *new std::deque<Alert>;
-    return alerts;
+    static constinit platform::MadeOnce<std::deque<Alert>> alerts;
+    return *alerts.Get();
 }
 
 void ShowFirst();

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+#include "platform/MadeOnce.h"
 #include "platform/linux/FusedCompiler.h"
 #include "platform/linux/GamutTest.h"
 
@@ -117,8 +118,8 @@ std::vector<const FusedKernels*> RunnableFusedKernels() {
 }
 
 const FusedKernels& BestFusedKernels() {
-    static const FusedKernels& best = *BestAllowed(RunnableFusedKernels());
-    return best;
+    static constinit MadeOnce<const FusedKernels> best;
+    return *best.Get([] { return BestAllowed(RunnableFusedKernels()); });
 }
 
 std::unique_ptr<PixelEvaluator> MakeFusedEvaluator(const ProfileChain& chain, PixelFormat source, std::optional<PixelFormat> destination,
