@@ -353,7 +353,8 @@ CM_EXPORT void CFRunLoopSourceSignal(CFRunLoopSourceRef source);
 CM_EXPORT void CFRunLoopSourceInvalidate(CFRunLoopSourceRef source);
 CM_EXPORT Boolean CFRunLoopSourceIsValid(CFRunLoopSourceRef source);
 CM_EXPORT void CFRunLoopWakeUp(CFRunLoopRef loop);
-/// Runs what is due on the main run loop, for hosts that run no GLib loop of their own. Main thread.
+/// Runs what is due on the main run loop, for hosts that run no GLib loop of their own; the thread that does so is the main one. While another
+/// thread runs that loop, only the time passes.
 ///
 /// seconds   how long to wait for something to do; 0 never waits
 CM_EXPORT CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode mode, CFTimeInterval seconds, Boolean returnAfterSourceHandled);

@@ -51,7 +51,7 @@ int getattrlist(const char* path, void* attributes, void* buffer, size_t size, u
 /// Stores type and creator, the first 8 of the 32 bytes of Finder information. ENOTSUP where the volume keeps no extended attributes.
 int setattrlist(const char* path, void* attributes, void* buffer, size_t size, unsigned options);
 
-/// 1 on the process's first thread, else 0.
+/// 1 on the main thread, else 0. That is the one that runs the main run loop, or ran it last; while there is none yet, the process's first.
 int pthread_main_np(void);
 
 CM_C_END

@@ -1,9 +1,12 @@
 #include "session/MatchingSession.h"
 
 #include <cstdio>
+#include <mutex>
+#include <utility>
 
 #include "colour/WhitePointText.h"
 #include "platform/Dispatch.h"
+#include "platform/ForkSection.h"
 #include "platform/FourCharCode.h"
 #include "platform/Owned.h"
 #include "platform/Posix.h"
@@ -20,7 +23,9 @@ namespace {
 
 constexpr OSErr kRaised = -1;
 
-CFRunLoopSourceRef sColourChangedRunloopSource = nullptr;
+/// Closing on one thread may meet a change that arrives on another.
+constinit platform::ForkSafeMutex sSourceLock;
+CFRunLoopSourceRef sColourChangedRunloopSource = nullptr;  // guarded by the lock
 
 /// The identity under which the session registers its observers.
 const void* ObserverIdentity() {
@@ -29,6 +34,7 @@ const void* ObserverIdentity() {
 
 /// Several signals before the main run loop comes round bring one rebuild.
 void SignalChange() {
+    const std::lock_guard guard(sSourceLock);
     if (sColourChangedRunloopSource) CFRunLoopSourceSignal(sColourChangedRunloopSource);
 }
 
@@ -46,7 +52,8 @@ CFStringRef CopySourceDescription(const void*) {
 
 void RebuildAfterChange(void*) {
     try {
-        if (ReloadPreferences() == 0 && gNotify) gNotify(FourChar("CHNG"), gUserData);
+        if (ReloadPreferences() != 0) return;
+        if (const MatchingNotifyProc notify = gNotify) notify(FourChar("CHNG"), gUserData);
     } catch (...) {
         std::printf("Matching system error\n");
         // A host that writes into a file or a pipe may never get to fill the buffer.
@@ -103,6 +110,11 @@ OSErr ReloadOnMainThread() {
     return RebuildFromCurrentLocation();
 }
 
+CFRunLoopSourceRef ExchangeChangeSource(CFRunLoopSourceRef source) {
+    const std::lock_guard guard(sSourceLock);
+    return std::exchange(sColourChangedRunloopSource, source);
+}
+
 /// Registers for the three notifications, puts the change source on the main run loop, and builds the first matching data.
 void BeginSession(CFNotificationCenterRef centre) {
     CFNotificationCenterAddObserver(centre, ObserverIdentity(), SettingsChanged, CFSTR("com.brenwick.orlocms"), CFSTR("Change"),
@@ -115,10 +127,11 @@ void BeginSession(CFNotificationCenterRef centre) {
     CFRunLoopSourceContext context = {};
     context.copyDescription = CopySourceDescription;
     context.perform = RebuildAfterChange;
+    const CFRunLoopSourceRef source = CFRunLoopSourceCreate(kCFAllocatorDefault, 0, &context);
     // Deliberate: a source from an earlier open is neither invalidated nor released.
-    sColourChangedRunloopSource = CFRunLoopSourceCreate(kCFAllocatorDefault, 0, &context);
-    FailNIL(sColourChangedRunloopSource);
-    CFRunLoopAddSource(CFRunLoopGetMain(), sColourChangedRunloopSource, kCFRunLoopCommonModes);
+    ExchangeChangeSource(source);
+    FailNIL(source);
+    CFRunLoopAddSource(CFRunLoopGetMain(), source, kCFRunLoopCommonModes);
 
     RecallSettings();
     RebuildFromCurrentLocation();
@@ -147,11 +160,8 @@ OSErr CloseMatching(void) {
         if (const CFNotificationCenterRef centre = CFNotificationCenterGetDistributedCenter()) {
             CFNotificationCenterRemoveEveryObserver(centre, ObserverIdentity());
         }
-        if (sColourChangedRunloopSource) {
-            const Owned<CFRunLoopSourceRef> source(sColourChangedRunloopSource);
-            CFRunLoopSourceInvalidate(source.Get());
-            sColourChangedRunloopSource = nullptr;
-        }
+        const Owned<CFRunLoopSourceRef> source(ExchangeChangeSource(nullptr));
+        if (source) CFRunLoopSourceInvalidate(source.Get());
         gNotify = nullptr;
         ICC_Null();
         NotifyWaitForQuit();

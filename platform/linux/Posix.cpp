@@ -1,7 +1,6 @@
 #include "platform/Posix.h"
 
 #include <sched.h>
-#include <unistd.h>
 
 #include <atomic>
 
@@ -40,8 +39,4 @@ void OSSpinLockLock(volatile OSSpinLock* lock) {
 
 void OSSpinLockUnlock(volatile OSSpinLock* lock) {
     State(lock).store(0, std::memory_order_release);
-}
-
-int pthread_main_np(void) {
-    return gettid() == getpid();
 }

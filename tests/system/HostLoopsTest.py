@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Hosts with main loops of different makes hear what another process changes, on their main thread, and match by the new settings.
+"""Hosts with main loops of different makes hear what another process changes, on the thread that runs the loop, and match by the new settings.
 
 Usage: HostLoopsTest.py ORLO TEST_DATA [--sanitised] HOST_FOLDER
 """
@@ -40,8 +40,8 @@ class HostLoops(OrloCase):
     def set(self, *pairs):
         subprocess.run([OrloCommand.ORLO, "settings", "set", *pairs], check=True)
 
-    def start_host(self, name):
-        host = subprocess.Popen([os.path.join(HOST_FOLDER, name)], stdout=subprocess.PIPE, bufsize=0)
+    def start_host(self, name, *arguments):
+        host = subprocess.Popen([os.path.join(HOST_FOLDER, name), *arguments], stdout=subprocess.PIPE, bufsize=0)
         self.addCleanup(host.stdout.close)
         self.addCleanup(host.wait)
         self.addCleanup(host.kill)
@@ -78,6 +78,22 @@ class HostLoops(OrloCase):
 
     def test_a_loop_of_its_own(self):
         self.check_host("PumpHost")
+
+    def test_a_loop_on_a_second_thread(self):
+        for opener, thread in (("loop", "other"), ("first", "main")):
+            self.set("monitor-profile", ADOBE_RGB, "printer-profile", rgb_printer(), "quality", "1")
+            host = self.start_host("ThreadHost", opener)
+            *opened, red, green, blue = self.next_line(host)
+            self.assertEqual(opened, ["open", thread, "0"])
+            self.set("monitor-profile", APPLE_RGB)
+            *told, _, _, _ = changed = self.next_line(host)
+            self.assertEqual(told, ["CHNG", "other", "0"])
+            self.assertNotEqual(changed[3:], [red, green, blue])
+            for name in ("loop", "first", "third"):
+                self.assertEqual(self.next_line(host), ["reload", name, "0"])
+            self.assertEqual(self.next_line(host), ["matched", "main", "0", *changed[3:]])
+            self.assertEqual(self.next_line(host), ["reload", "alone", "0"])
+            self.assertEqual(host.wait(PATIENCE), 0)
 
 
 if __name__ == "__main__":

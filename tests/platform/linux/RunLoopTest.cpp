@@ -1,15 +1,39 @@
-// The main run loop as GLib's default context. Each test turns the loop itself; nothing may happen before.
+// The main run loop as GLib's default context. Each test turns the loop itself; nothing may happen before. The program is linked so that the first
+// step of a source's dispatch passes through here.
 
 #include <glib.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
+#include <future>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/CoreFoundation.h"
 #include "platform/Dispatch.h"
 #include "platform/Owned.h"
+#include "platform/Posix.h"
+
+namespace {
+
+/// Runs once, when a source begins to be dispatched.
+std::function<void()> sInDispatch;
+
+}  // namespace
+
+extern "C" {
+
+void __real_g_source_set_ready_time(GSource* source, gint64 time);
+CM_EXPORT void __wrap_g_source_set_ready_time(GSource* source, gint64 time);
+
+void __wrap_g_source_set_ready_time(GSource* source, gint64 time) {
+    if (time == -1 && sInDispatch) std::exchange(sInDispatch, nullptr)();
+    __real_g_source_set_ready_time(source, time);
+}
+
+}  // extern "C"
 
 namespace {
 
@@ -183,6 +207,148 @@ TEST_F(RunLoop, TheMainQueueRunsOnThisThreadWhileAnotherWaits) {
     int ran = 0;
     dispatch_sync_f(dispatch_get_main_queue(), &ran, [](void* count) { ++*static_cast<int*>(count); });
     EXPECT_EQ(ran, 1);
+}
+
+/// A host whose loop runs on a thread of its own for the life of the object.
+class LoopOnAThread {
+public:
+    LoopOnAThread()
+        : loop_(g_main_loop_new(nullptr, FALSE)), thread_([this] {
+              id_ = std::this_thread::get_id();
+              g_main_loop_run(loop_);
+          }) {
+        while (!g_main_loop_is_running(loop_)) std::this_thread::yield();
+        // The loop's thread is on the context once it has turned.
+        InTheLoop([] {});
+    }
+    LoopOnAThread(const LoopOnAThread&) = delete;
+    LoopOnAThread& operator=(const LoopOnAThread&) = delete;
+    ~LoopOnAThread() {
+        InTheLoop([this] { g_main_loop_quit(loop_); });
+        thread_.join();
+        g_main_loop_unref(loop_);
+    }
+    std::thread::id Id() const { return id_; }
+
+    /// Runs `work` in the loop and waits for it.
+    void InTheLoop(std::function<void()> work) {
+        std::promise<void> done;
+        struct Call {
+            std::function<void()>* work;
+            std::promise<void>* done;
+        } call{&work, &done};
+        g_idle_add(
+            [](gpointer data) -> gboolean {
+                const Call own = *static_cast<Call*>(data);
+                (*own.work)();
+                own.done->set_value();
+                return G_SOURCE_REMOVE;
+            },
+            &call);
+        done.get_future().wait();
+    }
+
+private:
+    GMainLoop* loop_;
+    std::thread::id id_;
+    std::thread thread_;
+};
+
+int IsMainOnAnotherThread() {
+    int isMain = 9;
+    std::thread([&] { isMain = pthread_main_np(); }).join();
+    return isMain;
+}
+
+TEST(MainThread, IsTheFirstOneWhileThereIsNoLoop) {
+    std::thread([] { EXPECT_EQ(pthread_main_np(), 0); }).join();
+    EXPECT_EQ(pthread_main_np(), 1);
+}
+
+TEST(MainThread, IsTheOneThatRunsTheLoop) {
+    // With a source of this library on the loop, and without.
+    for (const bool hasSource : {false, true}) {
+        CFRunLoopSourceContext context = {};
+        const Owned<CFRunLoopSourceRef> source(CFRunLoopSourceCreate(kCFAllocatorDefault, 0, &context));
+        if (hasSource) CFRunLoopAddSource(CFRunLoopGetMain(), source.Get(), kCFRunLoopCommonModes);
+        {
+            LoopOnAThread host;
+            host.InTheLoop([] { EXPECT_EQ(pthread_main_np(), 1); });
+            EXPECT_EQ(pthread_main_np(), 0);
+            EXPECT_EQ(IsMainOnAnotherThread(), 0);
+        }
+        // That thread is no more.
+        EXPECT_EQ(pthread_main_np(), 1);
+        EXPECT_EQ(IsMainOnAnotherThread(), 0);
+        CFRunLoopSourceInvalidate(source.Get());
+    }
+}
+
+TEST(MainThread, IsTheOneThatTurnsTheLoopNowAndThen) {
+    CFRunLoopSourceContext context = {};
+    const Owned<CFRunLoopSourceRef> source(CFRunLoopSourceCreate(kCFAllocatorDefault, 0, &context));
+    CFRunLoopAddSource(CFRunLoopGetMain(), source.Get(), kCFRunLoopCommonModes);
+    const auto turn = [] { CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.0, false); };
+    const auto iterate = [] { g_main_context_iteration(nullptr, FALSE); };
+    for (const std::function<void()>& once : {std::function<void()>(turn), std::function<void()>(iterate)}) {
+        std::promise<void> hasTurned, mayEnd;
+        std::thread host([&] {
+            once();
+            EXPECT_EQ(pthread_main_np(), 1);
+            hasTurned.set_value();
+            mayEnd.get_future().wait();
+        });
+        hasTurned.get_future().wait();
+        EXPECT_EQ(pthread_main_np(), 0);
+        mayEnd.set_value();
+        host.join();
+        EXPECT_EQ(pthread_main_np(), 1);
+    }
+    CFRunLoopSourceInvalidate(source.Get());
+}
+
+TEST(MainThread, RunsTheMainQueueWhereverTheLoopIs) {
+    LoopOnAThread host;
+    const auto where = [] {
+        std::thread::id ranOn;
+        dispatch_sync_f(dispatch_get_main_queue(), &ranOn, [](void* id) { *static_cast<std::thread::id*>(id) = std::this_thread::get_id(); });
+        return ranOn;
+    };
+    EXPECT_EQ(where(), host.Id());
+    std::thread([&] { EXPECT_EQ(where(), host.Id()); }).join();
+    host.InTheLoop([&] { EXPECT_EQ(where(), host.Id()); });
+}
+
+TEST(MainThread, AloneTurnsTheLoop) {
+    LoopOnAThread host;
+    EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.0, false), kCFRunLoopRunTimedOut);
+    EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.02, false), kCFRunLoopRunTimedOut);
+    EXPECT_EQ(pthread_main_np(), 0);
+}
+
+TEST(MainThread, MayLoseASourceToAnotherThreadWhenItHasJustTurnedToIt) {
+    LoopOnAThread host;
+    Work work;
+    CFRunLoopSourceContext context = work.Context();
+    Owned<CFRunLoopSourceRef> source(CFRunLoopSourceCreate(kCFAllocatorDefault, 0, &context));
+    CFRunLoopAddSource(CFRunLoopGetMain(), source.Get(), kCFRunLoopCommonModes);
+    std::promise<void> hasTurned, isInvalid;
+    int releasedThen = -1;
+    sInDispatch = [&] {
+        hasTurned.set_value();
+        isInvalid.get_future().wait();
+        releasedThen = work.released;
+    };
+    CFRunLoopSourceSignal(source.Get());
+    hasTurned.get_future().wait();
+    CFRunLoopSourceInvalidate(source.Get());
+    source.Reset(nullptr);
+    isInvalid.set_value();
+    host.InTheLoop([&] {
+        EXPECT_EQ(releasedThen, 0) << "while the loop was at it";
+        EXPECT_EQ(work.performed, 0);
+        EXPECT_EQ(work.released, 1);
+    });
 }
 
 TEST_F(RunLoop, ManyThreadsMayWaitForTheMainQueue) {
