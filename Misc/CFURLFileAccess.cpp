@@ -65,7 +65,8 @@ CFDataRef CreateCFDataWithContentsOfURL(CFURLRef url) {
 CFDataRef CreateCFDataWithRangeOfContentsOfURL(CFURLRef url, int64_t offset, int64_t length) {
     char path[kPathSize];
     if (!GetPath(url, path)) return nullptr;
-    const int file = open(path, O_RDONLY | O_CLOEXEC);
+    // Without waiting for a pipe's other end or a line's carrier. What has bytes at an offset is read, devices too; a pipe has none.
+    const int file = open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (file < 0) return nullptr;
     Owned<CFMutableDataRef> data;
     // Deliberate: descriptor 0, which a process without standard input gets, counts as a failure.
@@ -73,12 +74,13 @@ CFDataRef CreateCFDataWithRangeOfContentsOfURL(CFURLRef url, int64_t offset, int
     if (data) CFDataSetLength(data.Get(), length);
     if (data && CFDataGetLength(data.Get()) != length) data.Reset(nullptr);
     int64_t done = 0;
-    while (data && done < length) {
+    ssize_t count = 1;
+    // Read once also for no bytes, as that tells whether there is anything to read from.
+    while (data && count > 0) {
         const auto wanted = static_cast<size_t>(std::min(length - done, kLargestRead));
-        const ssize_t count = pread(file, CFDataGetMutableBytePtr(data.Get()) + done, wanted, offset + done);
+        count = pread(file, CFDataGetMutableBytePtr(data.Get()) + done, wanted, offset + done);
         if (count < 0) data.Reset(nullptr);
-        if (count <= 0) break;
-        done += count;
+        if (count > 0) done += count;
     }
     close(file);
     if (data && done < length) CFDataSetLength(data.Get(), done);

@@ -10,7 +10,7 @@
 
 CM_C_BEGIN
 
-/// Writes a whole file or nothing.
+/// Writes a whole file or nothing, through links; false for a folder and for what is no plain file.
 CM_EXPORT bool WriteCFDataToFile(CFDataRef data, CFURLRef url);
 CM_EXPORT CFDataRef CreateCFDataWithContentsOfURL(CFURLRef url);
 /// Up to `length` bytes from `offset`: fewer where the file ends before, none past its end.
@@ -26,7 +26,8 @@ CM_EXPORT CFURLRef CreateActualFileURLForAlias(CFURLRef url);
 
 /// True also when something of that name stands there already.
 CM_EXPORT bool CreateFolderAtURL(CFURLRef url);
-/// Removes a file, or a folder with all it holds.
+/// Removes a file, a link itself, or a folder with all it holds. False, with all left as it is, also for the root, a mount point, a home folder, the
+/// current folder, and a folder that holds one of them.
 CM_EXPORT bool DeleteFileSystemObjectAtURL(CFURLRef url);
 CM_EXPORT bool FileExistsAtURL(CFURLRef url);
 CM_EXPORT bool DirectoryExistsAtURL(CFURLRef url);

@@ -20,7 +20,7 @@ bool SafeSaver::PrepareToSave(CFErrorRef* error) {
     const Owned<CFStringRef> name(CFURLCopyLastPathComponent(targetURL));
     Owned<CFURLRef> save(name ? CFURLCreateCopyAppendingPathComponent(kCFAllocatorDefault, folder.Get(), name.Get(), false) : nullptr);
     if (!save) {
-        platform::RemoveItem(folder.Get());
+        platform::RemoveItemReplacementFolder(folder.Get());
         if (error) *error = CFErrorCreate(kCFAllocatorDefault, kCFErrorDomainPOSIX, EILSEQ, nullptr);
         return false;
     }
@@ -42,5 +42,5 @@ bool SafeSaver::CompleteSave(CFErrorRef* error) {
 }
 
 void SafeSaver::Cleanup() {
-    if (temporaryFolder) platform::RemoveItem(temporaryFolder);
+    if (temporaryFolder) platform::RemoveItemReplacementFolder(temporaryFolder);
 }

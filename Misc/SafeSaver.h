@@ -5,6 +5,9 @@
 /// Saves a document so that a failed save never leaves a half-written or missing one: the new file is written into a private folder on the
 /// target's volume and swapped into place in one step.
 ///
+/// A target that is a symbolic link keeps being one: what it leads to is replaced, or made where nothing stands there yet. A file never replaces a
+/// folder, nor a folder a file.
+///
 /// Destroying it at any moment removes what was written into the private folder; the target is only ever touched by a successful CompleteSave.
 /// C++ hosts; one thread. Nothing throws.
 class CM_EXPORT SafeSaver {

@@ -19,12 +19,17 @@ void RunWarningAlert(CFStringRef message, CFStringRef informative, CFStringRef b
 
 // ---- files; null URLs and those of no file fail, *error (where `error` is not null) is the caller's to release ----
 
-/// Makes a private folder on the target's volume, from which a file can be moved over the target in one step. The caller removes it.
+// A target that is a link stands for what the link leads to, also where nothing stands there yet; links in a circle fail.
+
+/// Makes a private folder on the target's volume, from which a file can be moved over the target in one step.
 CFURLRef CreateItemReplacementFolder(CFURLRef target, CFErrorRef* error);
+/// Removes such a folder with all it holds. File references into it end.
+void RemoveItemReplacementFolder(CFURLRef folder);
 /// Moves an item over the target in one step, on disk when it returns; one that was there is gone then, and its permissions, owner and extended
-/// attributes are the new one's. On failure the target is as it was.
+/// attributes are the new one's. A file never replaces a folder, nor a folder a file. On failure the target is as it was.
 bool ReplaceItem(CFURLRef target, CFURLRef replacement, CFErrorRef* error);
-/// Removes a file, a link itself, or a folder with all it holds. False when nothing was there, or not all could be removed.
+/// Removes a file, a link itself, or a folder with all it holds. False when nothing was there, or not all could be removed; on Linux also, with all
+/// left as it is, for what nobody can mean: the root, a mount point, a home folder, the current folder, and a folder that holds one of them.
 bool RemoveItem(CFURLRef item);
 /// Writes a whole file or nothing, on disk when it returns.
 bool WriteDataAtomically(CFDataRef data, CFURLRef file);

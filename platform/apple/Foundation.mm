@@ -90,6 +90,10 @@ bool RemoveItem(CFURLRef item) {
     }
 }
 
+void RemoveItemReplacementFolder(CFURLRef folder) {
+    RemoveItem(folder);
+}
+
 bool WriteDataAtomically(CFDataRef data, CFURLRef file) {
     if (!data || !file) return false;
     @autoreleasepool {

@@ -14,12 +14,13 @@
 #include <mutex>
 #include <string_view>
 #include <unordered_map>
-#include <vector>
+#include <utility>
 
 #include "platform/MadeOnce.h"
 
 namespace {
 
+constexpr OSErr kNotFound = -43;
 constexpr OSErr kParameter = -50;
 
 // A reference is a number into the process's table of paths, sealed so that bytes that were never filled, or that came from
@@ -33,32 +34,47 @@ struct RefRecord {
 static_assert(sizeof(RefRecord) == sizeof(FSRef) && sizeof(FSRef) == 80);
 constexpr std::uint64_t kRefMagic = 0x6665725F656C6946;
 
-// Every path that was ever referred to. A reference is a plain record that nobody disposes of, so entries stay.
+// Every path that was referred to. A reference is a plain record that nobody disposes of, so entries stay, but for those that are forgotten.
 class PathTable {
 public:
     std::uint64_t EntryOf(const std::string& path) {
         const std::lock_guard guard(lock_);
-        const auto [place, added] = numbers_.try_emplace(path, paths_.size());
+        const auto [place, added] = numbers_.try_emplace(path, next_);
         if (added) {
             try {
-                paths_.push_back(&place->first);
+                paths_.emplace(next_, &place->first);
             } catch (...) {
                 numbers_.erase(place);
                 throw;
             }
+            ++next_;
         }
         return place->second;
     }
 
-    const std::string* PathOf(std::uint64_t entry) {
+    // -50 for an entry that never was, -43 for one that was forgotten.
+    OSErr PathOf(std::uint64_t entry, std::string& path) {
         const std::lock_guard guard(lock_);
-        return entry < paths_.size() ? paths_[entry] : nullptr;
+        const auto found = paths_.find(entry);
+        if (found == paths_.end()) return entry < next_ ? kNotFound : kParameter;
+        path = *found->second;
+        return 0;
+    }
+
+    void ForgetWithin(const std::string& folder) {
+        const std::lock_guard guard(lock_);
+        std::erase_if(numbers_, [&](const auto& known) {
+            const bool within = known.first.starts_with(folder) && (known.first.size() == folder.size() || known.first[folder.size()] == '/');
+            if (within) paths_.erase(known.second);
+            return within;
+        });
     }
 
 private:
     platform::ForkSafeMutex lock_;
+    std::uint64_t next_ = 0;
     std::unordered_map<std::string, std::uint64_t> numbers_;
-    std::vector<const std::string*> paths_;  // the map's keys, which never move
+    std::unordered_map<std::uint64_t, const std::string*> paths_;  // the other map's keys, which never move
 };
 
 PathTable& Paths() {
@@ -75,18 +91,6 @@ int RealPath(const std::string& path, std::string& real) {
     const std::unique_ptr<char, FreeDeleter> text(realpath(path.c_str(), nullptr));
     if (!text) return errno;
     real = text.get();
-    return 0;
-}
-
-int CanonicalPath(const std::string& path, std::string& canonical) {
-    const std::size_t slash = path.rfind('/');
-    const std::string base = slash == std::string::npos ? path : path.substr(slash + 1);
-    if (base.empty() || base == "." || base == "..") return RealPath(path, canonical);
-    std::string folder = ".";
-    if (slash != std::string::npos) folder = slash == 0 ? "/" : path.substr(0, slash);
-    if (const int error = RealPath(folder, canonical)) return error;
-    if (canonical != "/") canonical += '/';
-    canonical += base;
     return 0;
 }
 
@@ -125,11 +129,38 @@ OSErr ResolveLink(FSRef* ref, bool wholeChain, Boolean* targetIsFolder, Boolean*
 
 namespace platform {
 
+int CanonicalPath(const std::string& path, std::string& canonical) {
+    const std::size_t slash = path.rfind('/');
+    const std::string base = slash == std::string::npos ? path : path.substr(slash + 1);
+    if (base.empty() || base == "." || base == "..") return RealPath(path, canonical);
+    std::string folder = ".";
+    if (slash != std::string::npos) folder = slash == 0 ? "/" : path.substr(0, slash);
+    if (const int error = RealPath(folder, canonical)) return error;
+    if (canonical != "/") canonical += '/';
+    canonical += base;
+    return 0;
+}
+
+int EndOfLinks(const std::string& path, std::string& end) {
+    constexpr int kMostLinks = 40;  // as many as the kernel follows
+    // The kernel is asked first: it does not follow other users' links in folders that everybody may write to.
+    struct stat about;
+    if (stat(path.c_str(), &about) != 0 && (errno == ELOOP || errno == EACCES)) return errno;
+    end = path;
+    for (int i = 0; i < kMostLinks; ++i) {
+        if (lstat(end.c_str(), &about) != 0 || !S_ISLNK(about.st_mode)) return 0;
+        std::string target;
+        if (const int error = LinkTarget(end, false, target)) return error;
+        end = std::move(target);
+    }
+    return ELOOP;
+}
+
 OSErr StatusFromErrno(int error) {
     switch (error) {
         case ENOENT:
         case ENOTDIR:
-            return -43;
+            return kNotFound;
         case EACCES:
         case EPERM:
             return -54;
@@ -160,13 +191,18 @@ OSErr PathFromRef(const FSRef* ref, std::string& path) {
     RefRecord record;
     std::memcpy(&record, ref, sizeof record);
     if (record.magic != kRefMagic) return kParameter;
-    const std::string* known = Paths().PathOf(record.entry);
-    if (!known || std::hash<std::string_view>()(*known) != record.pathHash) return kParameter;
+    std::string known;
+    if (const OSErr status = Paths().PathOf(record.entry, known)) return status;
+    if (std::hash<std::string_view>()(known) != record.pathHash) return kParameter;
     // A safe save puts another file in the place of the one that was referred to: what stands at the path is taken.
     struct stat about;
-    if (lstat(known->c_str(), &about) != 0) return StatusFromErrno(errno);
-    path = *known;
+    if (lstat(known.c_str(), &about) != 0) return StatusFromErrno(errno);
+    path = std::move(known);
     return 0;
+}
+
+void ForgetRefsWithin(const std::string& canonicalFolder) {
+    Paths().ForgetWithin(canonicalFolder);
 }
 
 }  // namespace platform

@@ -100,4 +100,10 @@ std::vector<std::string> MountPointsOf(const Volume& volume) {
     return points;
 }
 
+std::vector<std::string> MountPoints() {
+    std::vector<std::string> points;
+    for (Mount& mount : Mounts()) points.push_back(std::move(mount.volume.mountPoint));
+    return points;
+}
+
 }  // namespace platform

@@ -22,5 +22,7 @@ std::uint64_t VolumeIdOf(int file);
 /// Where a volume is mounted now, its old mount point first; a volume without an id is known by its old mount point. Only volumes of
 /// the same type are asked for their id, so a server that does not answer is waited for only by records that lead to such a server.
 std::vector<std::string> MountPointsOf(const Volume& volume);
+/// Where anything is mounted now; none where the mount table cannot be read. Asks no volume.
+std::vector<std::string> MountPoints();
 
 }  // namespace platform

@@ -9,16 +9,16 @@
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/Foundation.h"
-#include "platform/Owned.h"
+#include "platform/linux/CarbonFiles.h"
 #include "platform/linux/CoreFoundationObject.h"
 #include "platform/linux/CoreFoundationURL.h"
 #include "platform/linux/Descriptor.h"
+#include "platform/linux/ItemRemoval.h"
 
 using platform::Descriptor;
 using platform::Guarded;
@@ -74,26 +74,46 @@ void CarryAccess(const struct stat& old, int file) {
     if (fchmod(file, old.st_mode & allowed) != 0) return;
 }
 
-/// 0, or an errno value with both files as they were.
+/// Puts a folder in the place of one, or where nothing stands. 0, or an errno value with both as they were.
+int ReplaceFolder(const std::string& target, const std::string& replacement) {
+    if (platform::IsIndispensable(target)) return EBUSY;
+    if (rename(replacement.c_str(), target.c_str()) == 0) return 0;
+    if (errno != ENOTEMPTY && errno != EEXIST) return errno;
+    // A folder that holds something cannot be moved over: the two change places, and the old one goes from where the new one was.
+    if (renameat2(AT_FDCWD, replacement.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) != 0) return errno;
+    struct stat old;
+    if (lstat(replacement.c_str(), &old) != 0) return errno;
+    if (!S_ISDIR(old.st_mode)) {
+        // A file has come in the folder's place meanwhile.
+        if (renameat2(AT_FDCWD, replacement.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) != 0) return errno;
+        return ENOTDIR;
+    }
+    std::error_code ignored;
+    std::filesystem::remove_all(replacement, ignored);
+    return 0;
+}
+
+/// 0, or an errno value with both items as they were: EISDIR for a file that would replace a folder, ENOTDIR for a folder that would replace a file,
+/// EEXIST for a device, a pipe or a socket that stands in the way. The kernel refuses the first two also when what stands there changes meanwhile.
 int Replace(const std::string& target, const std::string& replacement) {
     struct stat fresh, old;
     if (lstat(replacement.c_str(), &fresh) != 0) return errno;
     const bool exists = lstat(target.c_str(), &old) == 0;
     if (!exists && errno != ENOENT) return errno;
+    const bool isFolder = S_ISDIR(fresh.st_mode);
+    if (exists && isFolder != S_ISDIR(old.st_mode)) return isFolder ? ENOTDIR : EISDIR;
+    if (exists && !isFolder && !S_ISREG(old.st_mode)) return EEXIST;
     if (S_ISREG(fresh.st_mode)) {
         const Descriptor file(open(replacement.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
         if (file.Get() < 0) return errno;
-        if (exists && S_ISREG(old.st_mode)) {
+        if (exists) {
             CarryAttributes(target, file.Get());
             CarryAccess(old, file.Get());
         }
         if (fsync(file.Get()) != 0) return errno;
     }
-    if (exists && (S_ISDIR(old.st_mode) || S_ISDIR(fresh.st_mode))) {
-        // A folder cannot be moved over: the two change places, and the old one goes from where the new one was.
-        if (renameat2(AT_FDCWD, replacement.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) != 0) return errno;
-        std::error_code ignored;
-        std::filesystem::remove_all(replacement, ignored);
+    if (isFolder) {
+        if (const int error = ReplaceFolder(target, replacement)) return error;
     } else if (rename(replacement.c_str(), target.c_str()) != 0) {
         return errno;
     }
@@ -125,10 +145,23 @@ int WriteAndReplace(const std::string& target, std::string_view bytes) {
     return error;
 }
 
-/// The file behind a link, as writing goes through links; the path itself where nothing stands there yet.
-std::string FileBehind(const std::string& path) {
-    const std::unique_ptr<char, decltype(&free)> real(realpath(path.c_str(), nullptr), &free);
-    return real ? real.get() : path;
+/// Where an item for this URL goes: a link keeps being one, and what it leads to is made or replaced. 0, or an errno value.
+int FindTarget(CFURLRef url, std::string& target) {
+    const std::string path(NativePath(url));
+    if (path.empty()) return EINVAL;
+    const std::string name = path.substr(path.rfind('/') + 1);
+    if (name == "." || name == "..") return EISDIR;
+    std::string end;
+    int error = platform::EndOfLinks(path, end);
+    if (error == 0) error = platform::CanonicalPath(end, target);
+    return error == 0 && target == "/" ? EINVAL : error;
+}
+
+/// Removes an item with all it holds; false when there was none, when it may not go, or when not all could be removed.
+bool RemoveWhole(const std::string& canonicalPath) {
+    if (platform::IsIndispensable(canonicalPath)) return false;
+    std::error_code error;
+    return std::filesystem::remove_all(canonicalPath, error) > 0 && !error;
 }
 
 bool GetStatus(CFURLRef item, struct stat* about) {
@@ -142,9 +175,9 @@ namespace platform {
 
 CFURLRef CreateItemReplacementFolder(CFURLRef target, CFErrorRef* error) {
     return Guarded([&]() -> CFURLRef {
-        const std::string path(NativePath(target));
-        if (path.empty() || path == "/") {
-            Fail(EINVAL, error);
+        std::string path;
+        if (const int number = FindTarget(target, path)) {
+            Fail(number, error);
             return nullptr;
         }
         const std::string folder = MakePrivateFolder(path);
@@ -157,29 +190,36 @@ CFURLRef CreateItemReplacementFolder(CFURLRef target, CFErrorRef* error) {
     });
 }
 
+void RemoveItemReplacementFolder(CFURLRef folder) {
+    Guarded([&] {
+        std::string path;
+        if (platform::CanonicalPath(std::string(NativePath(folder)), path) != 0 || !RemoveWhole(path)) return false;
+        platform::ForgetRefsWithin(path);
+        return true;
+    });
+}
+
 bool ReplaceItem(CFURLRef target, CFURLRef replacement, CFErrorRef* error) {
     return Guarded([&] {
-        const std::string to(NativePath(target)), from(NativePath(replacement));
-        const int number = to.empty() || from.empty() ? EINVAL : Replace(to, from);
+        const std::string from(NativePath(replacement));
+        std::string to;
+        int number = from.empty() ? EINVAL : FindTarget(target, to);
+        if (number == 0) number = Replace(to, from);
         return number == 0 || Fail(number, error);
     });
 }
 
 bool RemoveItem(CFURLRef item) {
     return Guarded([&] {
-        const std::string path(NativePath(item));
-        if (path.empty() || path == "/") return false;
-        std::error_code error;
-        return std::filesystem::remove_all(path, error) > 0 && !error;
+        std::string path;
+        return platform::CanonicalPath(std::string(NativePath(item)), path) == 0 && RemoveWhole(path);
     });
 }
 
 bool WriteDataAtomically(CFDataRef data, CFURLRef file) {
     return Guarded([&] {
-        const std::string path = FileBehind(std::string(NativePath(file)));
-        struct stat about;
-        if (!data || path.empty() || path == "/") return false;
-        if (stat(path.c_str(), &about) == 0 && !S_ISREG(about.st_mode)) return false;
+        std::string path;
+        if (!data || FindTarget(file, path) != 0) return false;
         return WriteAndReplace(path, {reinterpret_cast<const char*>(CFDataGetBytePtr(data)), static_cast<std::size_t>(CFDataGetLength(data))}) == 0;
     });
 }

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -73,6 +74,29 @@ TEST_F(URLFileAccess, WritesThroughALink) {
     EXPECT_EQ(Contents("behind"), "new");
 }
 
+TEST_F(URLFileAccess, WritesTheFileThatALinkLeadsToAlsoWhereNothingStandsYet) {
+    fs::create_directory(At("far"));
+    fs::create_symlink("far/behind", At("link"));
+    EXPECT_TRUE(WriteCFDataToFile(NewData("new").Get(), URL("link").Get()));
+    EXPECT_TRUE(fs::is_symlink(At("link")));
+    EXPECT_EQ(Contents("far/behind"), "new");
+    fs::create_symlink("round", At("round"));
+    EXPECT_FALSE(WriteCFDataToFile(NewData("new").Get(), URL("round").Get()));
+    EXPECT_TRUE(fs::is_symlink(At("round")));
+}
+
+TEST_F(URLFileAccess, WritesOverPlainFilesOnly) {
+    fs::create_directories(At("folder/part"));
+    fs::create_directory_symlink("folder", At("link"));
+    ASSERT_EQ(mkfifo(At("pipe").c_str(), 0600), 0);
+    for (const char* name : {"folder", "link", "pipe", "folder/part/.."}) {
+        EXPECT_FALSE(WriteCFDataToFile(NewData("new").Get(), URL(name).Get())) << name;
+    }
+    EXPECT_TRUE(fs::is_directory(At("folder/part")));
+    EXPECT_TRUE(fs::is_symlink(At("link")));
+    EXPECT_TRUE(fs::is_fifo(At("pipe")));
+}
+
 TEST_F(URLFileAccess, KeepsTheOldFileOnAFullVolume) {
     fs::create_directory(At("volume"));
     const std::string answer = OnASmallVolume(At("volume"), "64k", [&]() -> std::string {
@@ -133,6 +157,26 @@ TEST_F(URLFileAccess, ReadsARangeOfAFile) {
     for (const auto& row : rows) EXPECT_EQ(Range(file.Get(), row.offset, row.length), row.expected) << row.what;
     EXPECT_EQ(Range(URL("none").Get(), 0, 1), "(null)");
     EXPECT_EQ(Range(URL(".").Get(), 0, 1), "(null)") << "a folder opens but cannot be read";
+    EXPECT_EQ(Range(URL(".").Get(), 0, 0), "(null)") << "not even no bytes of it";
+    EXPECT_EQ(Range(file.Get(), -1, 0), "(null)") << "no bytes from before the start";
+    EXPECT_EQ(Range(NewURL("/dev/zero").Get(), 1000, 3), std::string(3, '\0')) << "a device that has bytes at every offset";
+}
+
+TEST_F(URLFileAccess, NeverWaitsForAPipesOtherEnd) {
+    ASSERT_EQ(mkfifo(At("pipe").c_str(), 0600), 0);
+    const auto answers = [&] {
+        alarm(30);  // against waiting for ever
+        const Owned<CFURLRef> pipe = URL("pipe");
+        return Range(pipe.Get(), 0, 1) + Range(pipe.Get(), 0, 0) + Bytes(Owned<CFDataRef>(CreateCFDataWithContentsOfURL(pipe.Get()))) + "," +
+               std::to_string(GetFileTypeFromFileURL(pipe.Get())) + "," + std::to_string(GetFileLength(pipe.Get()));
+    };
+    EXPECT_EQ(InAChild(answers), "(null)(null)(null),0,0");
+    const int ends = open(At("pipe").c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(write(ends, "text", 4), 4);
+    EXPECT_EQ(InAChild(answers), "(null)(null)(null),0,0") << "bytes that wait are not taken";
+    char bytes[5] = {};
+    EXPECT_EQ(read(ends, bytes, 4), 4);
+    close(ends);
 }
 
 TEST_F(URLFileAccess, CountsDescriptor0AsAFailure) {
@@ -220,6 +264,58 @@ TEST_F(URLFileAccess, DeletesFilesLinksAndFoldersWithAllTheyHold) {
     EXPECT_TRUE(DeleteFileSystemObjectAtURL(URL("kept").Get()));
     EXPECT_FALSE(DeleteFileSystemObjectAtURL(URL("kept").Get()));
     EXPECT_FALSE(DeleteFileSystemObjectAtURL(URL("kept/below").Get()));
+}
+
+TEST_F(URLFileAccess, DeletesALinkAndNeverWhatItLeadsTo) {
+    fs::create_directory(At("folder"));
+    WriteFile(At("folder/a"), "x");
+    fs::create_directory_symlink("folder", At("link"));
+    fs::create_directory_symlink("folder", At("link to folder"));
+    fs::create_symlink("none", At("astray"));
+    EXPECT_TRUE(DeleteFileSystemObjectAtURL(URL("link").Get()));
+    EXPECT_TRUE(DeleteFileSystemObjectAtURL(NewURL(At("link to folder/"), true).Get())) << "named as a folder";
+    EXPECT_TRUE(DeleteFileSystemObjectAtURL(URL("astray").Get()));
+    for (const char* name : {"link", "link to folder", "astray"}) EXPECT_FALSE(fs::is_symlink(At(name))) << name;
+    EXPECT_EQ(Contents("folder/a"), "x");
+}
+
+TEST_F(URLFileAccess, DeletesTheFolderThatAPathOfDotsLeadsTo) {
+    fs::create_directories(At("folder/sub"));
+    EXPECT_TRUE(DeleteFileSystemObjectAtURL(URL("folder/sub/..").Get()));
+    EXPECT_FALSE(fs::exists(At("folder")));
+}
+
+// What may not go at all is the subject of ItemRemovalTest: here, that nothing is deleted without asking.
+TEST_F(URLFileAccess, DeletesNeitherTheHomeFolderNorTheCurrentOneNorAVolumeByAnyName) {
+    fs::create_directories(At("home/sub"));
+    fs::create_directories(At("work/inner/sub"));
+    fs::create_directories(At("volumes/one"));
+    fs::create_directory_symlink("home", At("link"));
+    const auto refused = [&](const std::vector<const char*>& names) {
+        std::string deleted;
+        for (const char* name : names) {
+            if (DeleteFileSystemObjectAtURL(URL(name).Get())) deleted += std::string(name) + ";";
+        }
+        return deleted;
+    };
+    EXPECT_EQ(InAChild([&] {
+                  setenv("HOME", At("home").c_str(), 1);
+                  return refused({"home", "home/.", "home/sub/..", "link/.", "."});
+              }),
+              "");
+    EXPECT_EQ(InAChild([&] {
+                  fs::current_path(At("work/inner"));
+                  return refused({"work/inner", "work", "work/inner/sub/..", "work/inner/.."});
+              }),
+              "");
+    const std::string volume = OnASmallVolume(At("volumes/one"), "64k", [&] {
+        fs::create_directory(At("volumes/one/sub"));
+        return refused({"volumes/one", "volumes/one/sub/..", "volumes"}) + (fs::exists(At("volumes/one/sub")) ? "" : "emptied");
+    });
+    if (volume != kNoVolume) {
+        EXPECT_EQ(volume, "");
+    }
+    for (const char* name : {"home/sub", "work/inner/sub", "volumes/one"}) EXPECT_TRUE(fs::is_directory(At(name))) << name;
 }
 
 TEST_F(URLFileAccess, TellsWhetherTwoURLsNameOneObject) {

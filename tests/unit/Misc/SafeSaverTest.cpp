@@ -214,13 +214,98 @@ TEST_F(SafeSaving, ReplacesFoldersInOneStepToo) {
     EXPECT_FALSE(fs::exists(Path(saver.SafeSaveURL()))) << "the replaced one is gone";
 }
 
-TEST_F(SafeSaving, ReplacesALinkItselfAndNotWhatItLeadsTo) {
-    WriteFile(folder / "behind", "old");
-    fs::create_symlink("behind", folder / "doc");
+TEST_F(SafeSaving, NeverReplacesAFolderWithAFile) {
+    fs::create_directories(folder / "doc/part");
+    fs::create_directory(folder / "empty");
+    fs::create_directory_symlink("doc", folder / "link");
+    EXPECT_EQ(Save(Target().Get(), "new"), EISDIR);
+    EXPECT_EQ(Save(Target("empty").Get(), "new"), EISDIR);
+    EXPECT_EQ(Save(Target("link").Get(), "new"), EISDIR) << "a folder behind a link";
+    EXPECT_EQ(Save(Target("doc/part/..").Get(), "new"), EISDIR) << "a folder by another name";
+    EXPECT_TRUE(fs::is_directory(folder / "doc/part"));
+    EXPECT_TRUE(fs::is_directory(folder / "empty"));
+    EXPECT_TRUE(fs::is_symlink(folder / "link"));
+    EXPECT_EQ(Count(), 3U);
+}
+
+TEST_F(SafeSaving, NeverReplacesAFileWithAFolder) {
+    WriteFile(folder / "doc", "old");
+    SafeSaver saver(Target().Get());
+    ASSERT_TRUE(saver.PrepareToSave(nullptr));
+    fs::create_directories(Path(saver.SafeSaveURL()) + "/part");
+    CFErrorRef error = nullptr;
+    EXPECT_FALSE(saver.CompleteSave(&error));
+    const Owned<CFErrorRef> owner(error);
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(CFErrorGetCode(error), ENOTDIR);
+    EXPECT_EQ(Contents("doc"), "old");
+    EXPECT_TRUE(fs::is_directory(Path(saver.SafeSaveURL()) + "/part")) << "the new one is as it was too";
+}
+
+TEST_F(SafeSaving, NeverReplacesWhatIsNeitherFileNorFolder) {
+    ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
+    EXPECT_EQ(Save(Target("pipe").Get(), "new"), EEXIST);
+    EXPECT_TRUE(fs::is_fifo(folder / "pipe"));
+    EXPECT_EQ(Count(), 1U);
+}
+
+TEST_F(SafeSaving, KeepsALinkAndReplacesWhatItLeadsTo) {
+    fs::create_directory(folder / "far");
+    WriteFile(folder / "far/behind", "old");
+    ASSERT_EQ(chmod((folder / "far/behind").c_str(), 0640), 0);
+    fs::create_symlink("far/behind", folder / "relative");
+    fs::create_symlink(folder / "far/behind", folder / "absolute");
+    fs::create_symlink("../relative", folder / "far/chain");
+    for (const char* name : {"relative", "absolute", "far/chain"}) {
+        const std::string fresh = std::string("new by ") + name;
+        EXPECT_EQ(Save(Target(name).Get(), fresh), 0) << name;
+        EXPECT_TRUE(fs::is_symlink(folder / name)) << name;
+        EXPECT_EQ(Contents("far/behind"), fresh);
+    }
+    EXPECT_EQ(fs::status(folder / "far/behind").permissions(), fs::perms(0640));
+    EXPECT_EQ(Count(), 3U);
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder / "far"), {}), 2) << "nothing else is left beside it either";
+}
+
+TEST_F(SafeSaving, IsPreparedBesideWhatALinkLeadsToUnderTheLinksName) {
+    fs::create_directory(folder / "far");
+    fs::create_symlink("far/behind", folder / "doc");
+    SafeSaver saver(Target().Get());
+    ASSERT_TRUE(saver.PrepareToSave(nullptr));
+    const fs::path save = Path(saver.SafeSaveURL());
+    EXPECT_EQ(save.filename(), "doc");
+    EXPECT_EQ(save.parent_path().parent_path(), fs::canonical(folder / "far"));
+}
+
+TEST_F(SafeSaving, FollowsALinkToAnotherVolume) {
+    fs::create_directory(folder / "volume");
+    const std::string answer = OnASmallVolume(folder / "volume", "64k", [&]() -> std::string {
+        WriteFile(folder / "volume/behind", "old");
+        fs::create_symlink("volume/behind", folder / "doc");
+        const CFIndex error = Save(Target().Get(), "new");
+        return std::to_string(error) + Contents("volume/behind");
+    });
+    if (answer == kNoVolume) GTEST_SKIP() << "mounting a small volume is not permitted here";
+    EXPECT_EQ(answer, "0new");
+    EXPECT_TRUE(fs::is_symlink(folder / "doc"));
+}
+
+TEST_F(SafeSaving, MakesTheFileThatALinkLeadsTo) {
+    fs::create_directory(folder / "far");
+    fs::create_symlink("far/behind", folder / "doc");
     EXPECT_EQ(Save(Target().Get(), "new"), 0);
-    EXPECT_FALSE(fs::is_symlink(folder / "doc"));
-    EXPECT_EQ(Contents("doc"), "new");
-    EXPECT_EQ(Contents("behind"), "old");
+    EXPECT_TRUE(fs::is_symlink(folder / "doc"));
+    EXPECT_EQ(Contents("far/behind"), "new");
+}
+
+TEST_F(SafeSaving, RefusesLinksThatLeadToNoPlaceForAFile) {
+    fs::create_symlink("round", folder / "about");
+    fs::create_symlink("about", folder / "round");
+    fs::create_symlink("no folder/doc", folder / "astray");
+    EXPECT_EQ(Save(Target("about").Get(), "new"), ELOOP);
+    EXPECT_EQ(Save(Target("astray").Get(), "new"), ENOENT);
+    for (const char* name : {"about", "round", "astray"}) EXPECT_TRUE(fs::is_symlink(folder / name)) << name;
+    EXPECT_EQ(Count(), 3U);
 }
 
 TEST_F(SafeSaving, NeverLeavesHalfAFileWhereverItIsCutShort) {

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <sys/stat.h>
 
 #include <cstdlib>
@@ -26,6 +27,7 @@ namespace {
 namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::UnorderedElementsAre;
 
 std::vector<std::string> sNotices;
 
@@ -386,6 +388,46 @@ TEST_F(Documents, AreNotSavedWithoutAFolderAProperNameOrARamp) {
     EXPECT_EQ(SavingRaises(withoutRamp, Folder(), CFSTR("doc")), -108) << "no ramp";
     EXPECT_EQ(ReadFile(folder / "doc"), before);
     EXPECT_EQ(Names().size(), 3U) << "nothing but the two documents and the file";
+}
+
+TEST_F(Documents, NeverReplaceAFolder) {
+    fs::create_directories(folder / "inner/part");
+    fs::create_directory_symlink("inner", folder / "link");
+    WriteFile(folder / "inner/file", "x");
+    const auto document = NewDocument({65});
+    const FSRef inner = NewRef(folder / "inner");
+    EXPECT_EQ(SavingRaises(*document, inner, CFSTR("")), -36) << "no name but the folder's own";
+    EXPECT_EQ(SavingRaises(*document, inner, CFSTR(".")), -36);
+    EXPECT_EQ(SavingRaises(*document, inner, CFSTR("..")), -36);
+    EXPECT_EQ(SavingRaises(*document, inner, CFSTR("part")), -36);
+    EXPECT_EQ(SavingRaises(*document, Folder(), CFSTR("inner")), -36);
+    EXPECT_EQ(SavingRaises(*document, Folder(), CFSTR("link")), -36);
+    EXPECT_TRUE(fs::is_directory(folder / "inner/part"));
+    EXPECT_TRUE(fs::is_regular_file(folder / "inner/file"));
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder / "inner"), {}), 2);
+    EXPECT_THAT(Names(), UnorderedElementsAre("inner", "link"));
+}
+
+TEST_F(Documents, ThatAreLinksStayLinks) {
+    fs::create_directory(folder / "far");
+    fs::create_symlink("far/behind", folder / "doc");
+    for (const CGDirectDisplayID id : {65U, 66U}) {
+        Save({id});
+        EXPECT_TRUE(fs::is_symlink(folder / "doc"));
+        ASSERT_TRUE(fs::exists(folder / "far/behind"));
+        EXPECT_EQ(Read("far/behind").DisplayRef(0), id);
+    }
+    EXPECT_THAT(Names(), UnorderedElementsAre("far", "doc"));
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder / "far"), {}), 1);
+}
+
+TEST_F(Documents, LeaveNothingInMemoryBehindThem) {
+    const auto saved = [&](int times) {
+        for (int i = 0; i < times; ++i) Save({65});
+        return mallinfo2().uordblks;
+    };
+    const std::size_t before = saved(20);
+    EXPECT_LT(saved(100), before + 2000) << "a sanitiser's allocator counts nothing";
 }
 
 TEST_F(Documents, AreNotSavedIntoAReadOnlyFolder) {
