@@ -79,6 +79,19 @@ std::unique_ptr<MonitorCalibration> ReadDocument(const DocumentPlace& place) {
     return document;
 }
 
+/// Why a document could not be written at its place.
+Complaint WritingFailed(const DocumentPlace& place, OSErr status) {
+    const Owned<CFURLRef> folder(CFURLCreateFromFSRef(kCFAllocatorDefault, &place.folder));
+    const Owned<CFURLRef> named(folder ? CFURLCreateCopyAppendingPathComponent(kCFAllocatorDefault, folder.Get(), place.name.Get(), false) : nullptr);
+    const Owned<CFURLRef> document(CreateActualFileURLForAlias(named.Get()));
+    FSRef file;
+    if (document && DirectoryExistsAtURL(document.Get())) return {place.shown, "it is a folder", "name a file in it"};
+    if (document && CFURLGetFSRef(document.Get(), &file) && !FileExistsAtURL(document.Get())) {
+        return {place.shown, "it is neither a file nor a place for one", "name a file"};
+    }
+    return {place.shown, "it cannot be written (" + Status(status) + ")", "choose a folder with room that may be written to"};
+}
+
 int PresentDisplays(const MonitorCalibration& document) {
     int present = 0;
     for (int16_t i = 0; i < document.NumGammaTables(); ++i) present += document.DisplayIndex(i) > 0;
@@ -124,7 +137,7 @@ void Save(const DocumentPlace& place) {
         static_cast<void>(tables.release());
         document.Save(&place.folder, place.name.Get());
     } catch (long) {
-        throw Complaint{place.shown, "it cannot be written (" + Status(gLastError) + ")", "choose a folder with room that may be written to"};
+        throw WritingFailed(place, gLastError);
     }
     std::printf("calibration save: %s: %s\n", place.shown.c_str(), Count(count).c_str());
 }

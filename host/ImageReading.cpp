@@ -68,7 +68,8 @@ void ComplainOfDamage(const std::string& path) {
 }
 
 ImageHold OpenImage(const std::string& path, bool upright) {
-    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    // Without waiting for the other end of a pipe, which is refused.
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (file.Number() < 0) {
         if (errno == ENOENT) throw Complaint{path, "there is no such file", kUsableImage};
         throw Complaint{path, std::string("the file cannot be read (") + std::strerror(errno) + ")", "a readable image file is needed"};

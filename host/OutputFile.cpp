@@ -46,16 +46,27 @@ std::string TemporaryName(const std::filesystem::path& target) {
     return (target.parent_path() / (".orlo-" + std::string(number.data()) + target.extension().string())).string();
 }
 
+/// Where writing to a path goes: to the end of the links that start there, also where nothing stands at that end yet.
+std::filesystem::path EndOfLinks(std::filesystem::path path) {
+    constexpr int kMostLinks = 40;  // as many as the system follows
+    std::error_code error;
+    for (int i = 0; i < kMostLinks && std::filesystem::is_symlink(path, error); ++i) {
+        path = path.parent_path() / std::filesystem::read_symlink(path, error);
+    }
+    return path;
+}
+
 }  // namespace
 
-OutputFile::OutputFile(const std::string& path) : path_(path), target_(path) {
+OutputFile::OutputFile(const std::string& path) : path_(path), target_(EndOfLinks(path).string()) {
     std::error_code error;
-    if (const std::filesystem::path real = std::filesystem::canonical(path, error); !error) target_ = real.string();
     const std::filesystem::path folder = std::filesystem::path(target_).parent_path();
     if (!folder.empty() && !std::filesystem::is_directory(folder, error)) {
         throw Complaint{path, "its folder does not exist", "name a file in a folder that does"};
     }
     struct stat status {};
+    if (stat(path.c_str(), &status) != 0 && errno != ENOENT)
+        throw Complaint{path, std::string("it cannot be reached (") + std::strerror(errno) + ")", "name another file"};
     if (stat(target_.c_str(), &status) == 0) {
         if (!S_ISREG(status.st_mode)) throw Complaint{path, "this is not a file of its own", "name a file to write"};
         if (access(target_.c_str(), W_OK) != 0) throw Complaint{path, "the file is there and cannot be written", "name another file"};

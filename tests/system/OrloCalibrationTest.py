@@ -64,6 +64,46 @@ class Calibration(OrloCase):
         self.assertEqual(self.run_calibration("save", "--", "-doc")[0], 0)
         self.assertEqual(self.run_calibration("verify", "./-doc")[0], 0)
 
+    def test_saving_never_replaces_a_folder(self):
+        os.makedirs(self.path("doc/part"))
+        os.symlink("doc", self.path("link"))
+        with open(self.path("doc/file"), "wb") as file:
+            file.write(b"kept")
+        for name in ("doc", "doc/", "link", "doc/part/.."):
+            with self.subTest(name):
+                status, text, line = self.run_calibration("save", self.path(name))
+                self.assertEqual((status, text), (2, ""), line)
+                self.assertEqual(line, f"orlo: {self.path(name)}: it is a folder; name a file in it\n")
+        self.assertEqual(bytes_of(self.path("doc/file")), b"kept")
+        self.assertEqual(sorted(os.listdir(self.path("doc"))), ["file", "part"])
+        self.assertEqual(sorted(os.listdir(self.folder)), ["doc", "link"])
+
+    def test_the_users_document_that_is_a_folder_stays_one(self):
+        os.makedirs(os.path.join(self.users_document(), "part"))
+        status, text, line = self.run_calibration("save")
+        self.assertEqual((status, text, line), (2, "", f"orlo: {self.users_document()}: it is a folder; name a file in it\n"))
+        self.assertEqual(os.listdir(self.users_document()), ["part"])
+
+    def test_saving_never_replaces_a_pipe_or_a_device(self):
+        os.mkfifo(self.path("pipe"))
+        status, text, line = self.run_calibration("save", self.path("pipe"))
+        self.assertEqual((status, text), (2, ""), line)
+        self.assertEqual(line, f"orlo: {self.path('pipe')}: it is neither a file nor a place for one; name a file\n")
+        self.assertEqual(os.listdir(self.folder), ["pipe"])
+
+    def test_a_document_that_is_a_link_stays_one(self):
+        os.mkdir(self.path("far"))
+        os.symlink("far/behind", self.path("doc"))
+        for _ in range(2):
+            self.assertEqual(self.run_calibration("save", self.path("doc"))[0], 0)
+            self.assertEqual(os.readlink(self.path("doc")), "far/behind")
+            self.assertEqual(os.listdir(self.path("far")), ["behind"])
+        os.symlink("round", self.path("round"))
+        status, text, line = self.run_calibration("save", self.path("round"))
+        self.assertEqual((status, text, line.count("\n")), (2, "", 1), line)
+        self.assertTrue(line.startswith(f"orlo: {self.path('round')}: "), line)
+        self.assertEqual(os.readlink(self.path("round")), "round")
+
     def test_help(self):
         status, text, errors = self.run_calibration("--help")
         self.assertEqual((status, errors), (0, ""))

@@ -2,6 +2,7 @@
 """What orlo refuses, and what it leaves behind: one line on standard error, exit status 2, no output file, no temporary one."""
 
 import os
+import stat
 import subprocess
 
 import OrloCommand
@@ -158,6 +159,21 @@ class Refusals(OrloCase):
         self.assertIn(b"para", contents)
         profile = self.write("odd.icc", contents.replace(b"para", b"cura"))
         self.assert_refused(self.match(monitor=profile), profile, "tone curves")
+
+    def test_a_pipe_is_not_waited_for(self):
+        pipe = self.path("pipe.png")
+        os.mkfifo(pipe)
+        for arguments in (self.match(pipe), self.match(None, pipe)):
+            self.assert_refused(arguments, pipe, "not a file of its own", timeout=OrloCommand.PATIENCE)
+        for arguments in (self.match(monitor=pipe), self.match(printer=pipe), self.match(None, None, "--proofer", pipe)):
+            self.assert_refused(arguments, pipe, "cannot be read", timeout=OrloCommand.PATIENCE)
+        self.assertTrue(stat.S_ISFIFO(os.stat(pipe).st_mode))
+
+    def test_a_link_that_leads_in_a_circle(self):
+        target = self.path("round.png")
+        os.symlink("round.png", target)
+        self.assert_refused(self.match(None, target), target, "cannot be reached")
+        self.assertEqual(os.readlink(target), "round.png")
 
     def test_unusable_output(self):
         rows = [

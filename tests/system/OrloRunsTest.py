@@ -104,6 +104,16 @@ class Replacing(OrloCase):
         self.assertEqual(self.read(self.path("folder/real.png")).form(), (3, 8, "srgb"))
         self.assertEqual(os.listdir(self.path("folder")), ["real.png"])
 
+    def test_a_link_to_no_file_yet_stays_one_and_the_file_is_made(self):
+        os.mkdir(self.path("folder"))
+        os.symlink("folder/second.png", self.path("first.png"))
+        os.symlink("made.png", self.path("folder/second.png"))
+        self.run_orlo("match", self.source, "first.png")
+        self.assertEqual(os.readlink(self.path("first.png")), "folder/second.png")
+        self.assertEqual(os.readlink(self.path("folder/second.png")), "made.png")
+        self.assertEqual(self.read(self.path("folder/made.png")).form(), (3, 8, "srgb"))
+        self.assertEqual(sorted(os.listdir(self.path("folder"))), ["made.png", "second.png"])
+
     def test_no_room_for_the_image(self):
         def limit():
             resource.setrlimit(resource.RLIMIT_FSIZE, (4096, 4096))
