@@ -138,6 +138,7 @@ enum { kResolveAliasFileNoUI = 0x00000001 };
 /// A persistent reference to an existing file: found again after a rename or a move nearby, or when a safe save replaced the file.
 /// The caller disposes of *alias with DisposeHandle. The block can be copied and stored byte for byte.
 CM_EXPORT OSErr FSNewAlias(const FSRef* fromFile, const FSRef* target, AliasHandle* alias);
+/// What stands at the recorded path comes first, also when it is another file by now; where nothing does, the file is looked for by its identity.
 /// -43 when the file is gone, -35 when its volume is not there, -50 for bytes that are no alias record. `wasChanged` tells that the
 /// file is at another path now; the record itself stays as it is.
 CM_EXPORT OSErr FSResolveAlias(const FSRef* fromFile, AliasHandle alias, FSRef* target, Boolean* wasChanged);

@@ -54,32 +54,31 @@ OSErr MakeAlias(const FSRef* target, AliasHandle* alias) {
     return 0;
 }
 
-// The file itself, wherever it is, comes before another one that has taken its place.
+// What stands at the recorded place comes first, whatever it is: saving puts another file there, and often renames the old one beside it.
 OSErr FindFile(const AliasContents& alias, std::string& found) {
     // The usual case asks nothing of any other volume.
     found = alias.path;
-    if (IsTheFile(found, alias)) return 0;
-    std::vector<std::string> places = {alias.path};
+    if (Exists(found)) return 0;
     const std::vector<std::string> mountPoints = platform::MountPointsOf({alias.volumeId, alias.volumeType, alias.MountPoint()});
+    if (mountPoints.empty()) return kNoSuchVolume;
     for (const std::string& mountPoint : mountPoints) {
         const std::string onVolume = alias.path.substr(alias.mountLength == 1 ? 0 : alias.mountLength);
         found = mountPoint == "/" ? onVolume : mountPoint + onVolume;
-        if (IsTheFile(found, alias)) return 0;
-        places.push_back(found);
-    }
-    if (!mountPoints.empty()) {
-        found = platform::PathFromHandle(mountPoints.front(), alias.file.handleType, alias.file.handle);
-        if (!found.empty() && IsTheFile(found, alias)) return 0;
-        platform::AliasSearchResult result = platform::SearchForAlias(alias, mountPoints.front());
-        found = std::move(result.file);
-        if (!found.empty()) return 0;
-        if (!result.folder.empty()) places.push_back(result.folder + "/" + alias.BaseName());
-    }
-    for (const std::string& place : places) {
-        found = place;
         if (Exists(found)) return 0;
     }
-    return mountPoints.empty() ? kNoSuchVolume : kNotFound;
+    // The same in its folder, where that has moved; then the file itself, wherever it is.
+    const std::string& volume = mountPoints.front();
+    const auto isInFolder = [&](const std::string& folder) {
+        found = folder + "/" + alias.BaseName();
+        return !folder.empty() && Exists(found);
+    };
+    if (isInFolder(platform::FolderOfAlias(alias, volume))) return 0;
+    found = platform::PathFromHandle(volume, alias.file.handleType, alias.file.handle);
+    if (!found.empty() && IsTheFile(found, alias)) return 0;
+    const platform::AliasSearchResult result = platform::SearchForAlias(alias, volume);
+    if (isInFolder(result.folder)) return 0;
+    found = result.file;
+    return found.empty() ? kNotFound : OSErr{0};
 }
 
 OSErr Resolve(AliasHandle alias, FSRef* target, Boolean* wasChanged) {

@@ -52,6 +52,12 @@ std::vector<std::string> ProfileFolders() {
     return folders;
 }
 
+bool IsTheFolder(const std::string& path, const AliasContents& alias) {
+    FileIdentity found;
+    return !alias.folderHandle.empty() && ReadIdentity(AT_FDCWD, path.c_str(), found) && found.handleType == alias.folderHandleType &&
+           found.handle == alias.folderHandle;
+}
+
 class Search {
 public:
     explicit Search(const AliasContents& alias) : alias_(alias) {}
@@ -62,7 +68,7 @@ public:
         if (!folder) return true;
         struct stat about;
         if (fstat(dirfd(folder.get()), &about) != 0) return true;
-        NoteFolder(path);
+        if (result_.folder.empty() && IsTheFolder(path, alias_)) result_.folder = path;
         std::vector<std::string> inside;
         while (const dirent* entry = readdir(folder.get())) {
             if (left_ == 0) return false;
@@ -106,12 +112,6 @@ private:
                makedev(about.stx_dev_major, about.stx_dev_minor) == device;
     }
 
-    void NoteFolder(const std::string& path) {
-        FileIdentity found;
-        if (alias_.folderHandle.empty() || !result_.folder.empty() || !ReadIdentity(AT_FDCWD, path.c_str(), found)) return;
-        if (found.handleType == alias_.folderHandleType && found.handle == alias_.folderHandle) result_.folder = path;
-    }
-
     const AliasContents& alias_;
     std::size_t left_ = kMostEntries;
     AliasSearchResult result_;
@@ -137,9 +137,14 @@ std::string PathFromHandle(const std::string& mountPoint, std::int32_t type, con
     return std::string(path, static_cast<std::size_t>(length));
 }
 
+std::string FolderOfAlias(const AliasContents& alias, const std::string& mountPoint) {
+    std::string folder = PathFromHandle(mountPoint, alias.folderHandleType, alias.folderHandle);
+    return IsTheFolder(folder, alias) ? folder : std::string();
+}
+
 AliasSearchResult SearchForAlias(const AliasContents& alias, const std::string& mountPoint) {
     Search search(alias);
-    std::string folder = PathFromHandle(mountPoint, alias.folderHandleType, alias.folderHandle);
+    std::string folder = FolderOfAlias(alias, mountPoint);
     if (folder.empty()) folder = alias.Folder();
     const std::size_t slash = folder.rfind('/');
     std::vector<std::string> places = {folder, slash == 0 ? "/" : folder.substr(0, slash)};

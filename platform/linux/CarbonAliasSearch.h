@@ -20,6 +20,9 @@ struct AliasSearchResult {
 /// mountPoint   where that volume is mounted now
 AliasSearchResult SearchForAlias(const AliasContents& alias, const std::string& mountPoint);
 
+/// Where the file's folder is now, by its handle; empty when the handle leads to it no longer, or this process may not ask.
+std::string FolderOfAlias(const AliasContents& alias, const std::string& mountPoint);
+
 /// The path of what a kernel file handle names, empty when it is gone or this process may not ask. The path need not lead there: that of a
 /// deleted file says so in its text, and that of a file whose folder the kernel has not read yet is the root.
 std::string PathFromHandle(const std::string& mountPoint, std::int32_t type, const std::string& handle);

@@ -160,11 +160,26 @@ TEST_P(Alias, TakesASafeSavedFileInARenamedFolder) {
     EXPECT_EQ(As(bytes), Changed(At("a/b/renamed/old.icc")));
 }
 
-TEST_P(Alias, PrefersTheMovedFileToAnotherInItsPlace) {
+TEST_P(Alias, TakesTheFileAtItsPathBeforeTheOneThatWasThere) {
+    for (const char* backup : {"a/b/c/old.icc~", "a/b/c/old.icc.bak", "a/b/side/moved.icc", "home/.local/share/icc/old.icc"}) {
+        const Bytes bytes = AliasOf(At(kOld));
+        fs::rename(At(kOld), At(backup));
+        WriteFile(At(kOld), "another");
+        EXPECT_EQ(As(bytes), At(kOld)) << backup;
+        fs::remove(At(kOld));
+        EXPECT_EQ(As(bytes), Changed(At(backup))) << "the path names nothing any longer";
+        fs::rename(At(backup), At(kOld));
+    }
+}
+
+TEST_P(Alias, TakesTheFileAtItsPathInARenamedFolderBeforeTheOneThatWasThere) {
     const Bytes bytes = AliasOf(At(kOld));
-    fs::rename(At(kOld), At("a/b/side/moved.icc"));
+    fs::rename(At(kOld), At("a/b/c/old.icc~"));
     WriteFile(At(kOld), "another");
-    EXPECT_EQ(As(bytes), Changed(At("a/b/side/moved.icc")));
+    fs::rename(At("a/b/c"), At("a/b/renamed"));
+    EXPECT_EQ(As(bytes), Changed(At("a/b/renamed/old.icc")));
+    fs::remove(At("a/b/renamed/old.icc"));
+    EXPECT_EQ(As(bytes), Changed(At("a/b/renamed/old.icc~")));
 }
 
 TEST_P(Alias, MayBeOfAFolderOrALinkOrTheRoot) {
@@ -289,6 +304,14 @@ TEST(AliasOnAVolume, TellsAMissingVolumeFromAMissingFile) {
         lines += Outcome(bytes) + "\n";
         ReplaceFile(second + "/sub/file", "edited");
         lines += Outcome(bytes) + "\n";
+        fs::rename(second + "/sub/file", second + "/sub/file~");
+        WriteFile(second + "/sub/file", "another");
+        const Bytes moved = AliasOf(second + "/sub/file~");
+        fs::rename(second + "/sub/file~", second + "/backup");
+        WriteFile(second + "/sub/file~", "another");
+        if (mount(second.c_str(), first.c_str(), nullptr, MS_MOVE, nullptr) != 0) return "(no move)";
+        lines += Outcome(moved) + "\n";
+        if (mount(first.c_str(), second.c_str(), nullptr, MS_MOVE, nullptr) != 0) return "(no move)";
         fs::remove(second + "/sub/file");
         lines += Outcome(bytes) + "\n";
         if (umount(second.c_str()) != 0) return "(no unmount)";
@@ -300,6 +323,7 @@ TEST(AliasOnAVolume, TellsAMissingVolumeFromAMissingFile) {
                         first + "\n" +                      // the volume itself
                         second + "/sub/file (changed)\n" +  // mounted elsewhere
                         second + "/sub/file (changed)\n" +  // and replaced by a safe save there
+                        first + "/sub/file~ (changed)\n" +  // mounted elsewhere, with another file at the path on it
                         "(-43)\n" +                         // deleted
                         "(-35)\n");                         // volume taken away
 }
