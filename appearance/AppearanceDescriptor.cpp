@@ -15,8 +15,20 @@ OSErr PutReal(AERecord* record, AEKeyword key, const double& value) {
     return AEPutParamPtr(record, key, typeIEEE64BitFloatingPoint, &value, sizeof value);
 }
 
+/// Leaves the value as it is on an error, also where the record holds too few bytes for it or too many: not every system refuses those.
+template <typename Value>
+OSErr Get(const AERecord* record, AEKeyword key, DescType type, Value* value) {
+    Value read;
+    Size size = 0;
+    const OSErr error = AEGetParamPtr(record, key, type, nullptr, &read, sizeof read, &size);
+    if (error != 0) return error;
+    if (size != sizeof read) return errAECorruptData;
+    *value = read;
+    return 0;
+}
+
 OSErr GetReal(const AERecord* record, AEKeyword key, double* value) {
-    return AEGetParamPtr(record, key, typeIEEE64BitFloatingPoint, nullptr, value, sizeof *value, nullptr);
+    return Get(record, key, typeIEEE64BitFloatingPoint, value);
 }
 
 OSErr PutAll(AERecord* record, const ViewingConditions& conditions) {
@@ -47,6 +59,6 @@ OSErr UnpackAppearanceDescriptor(const AEDesc* descriptor, ViewingConditions* re
     if (error == 0) error = GetReal(descriptor, kContrastKey, &result->contrast);
     if (error == 0) error = GetReal(descriptor, kAOffsetKey, &result->aOffset);
     if (error == 0) error = GetReal(descriptor, kBOffsetKey, &result->bOffset);
-    if (error == 0) error = AEGetParamPtr(descriptor, kUsePrinterKey, typeBoolean, nullptr, &result->usePrinter, sizeof result->usePrinter, nullptr);
+    if (error == 0) error = Get(descriptor, kUsePrinterKey, typeBoolean, &result->usePrinter);
     return error;
 }

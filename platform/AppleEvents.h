@@ -31,12 +31,13 @@ enum {
     typeAERecord = 0x7265636F,                // 'reco'
     typeAEList = 0x6C697374,                  // 'list'
 };
-enum { errAECoercionFail = -1700, errAEDescNotFound = -1701, errAEWrongDataType = -1703, errAENotAEDesc = -1704 };
+enum { errAECoercionFail = -1700, errAEDescNotFound = -1701, errAECorruptData = -1702, errAEWrongDataType = -1703, errAENotAEDesc = -1704 };
 
 /// An empty record (or list, when `isRecord` is 0).
 CM_EXPORT OSErr AECreateList(const void* factoringPtr, Size factoredSize, Boolean isRecord, AEDescList* resultList);
 CM_EXPORT OSErr AEPutParamPtr(AERecord* record, AEKeyword keyword, DescType type, const void* data, Size size);
-/// -1701 for an absent key, -1700 when the value is of another type. At most `maximumSize` bytes are written; *actualSize is the value's.
+/// -1701 for an absent key, -1700 when the value is of another type, -1702 when it says that it is a 'doub' or a 'bool' and has not that size;
+/// nothing is written then. At most `maximumSize` bytes are written; *actualSize is the value's.
 CM_EXPORT OSErr AEGetParamPtr(const AERecord* record, AEKeyword keyword, DescType desiredType, DescType* actualType, void* data, Size maximumSize,
                               Size* actualSize);
 CM_EXPORT OSErr AEDisposeDesc(AEDesc* desc);

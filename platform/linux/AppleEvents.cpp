@@ -25,6 +25,18 @@ OpaqueAEDataStorageType* Storage(const AEDesc* desc) {
     return desc && desc->dataHandle ? *desc->dataHandle : nullptr;
 }
 
+/// Whether the value can be of its type. A type that is not listed has no size of its own.
+bool HasItsTypesSize(const OpaqueAEDataStorageType::Parameter& parameter) {
+    switch (parameter.type) {
+        case typeIEEE64BitFloatingPoint:
+            return parameter.bytes.size() == sizeof(double);
+        case typeBoolean:
+            return parameter.bytes.size() == sizeof(Boolean);
+        default:
+            return true;
+    }
+}
+
 OpaqueAEDataStorageType::Parameter* Find(OpaqueAEDataStorageType* storage, AEKeyword keyword) {
     const auto found = std::find_if(storage->parameters.begin(), storage->parameters.end(),
                                     [keyword](const OpaqueAEDataStorageType::Parameter& parameter) { return parameter.keyword == keyword; });
@@ -72,6 +84,7 @@ OSErr AEGetParamPtr(const AERecord* record, AEKeyword keyword, DescType desiredT
     const OpaqueAEDataStorageType::Parameter* const parameter = Find(storage, keyword);
     if (!parameter) return errAEDescNotFound;
     if (parameter->type != desiredType) return errAECoercionFail;
+    if (!HasItsTypesSize(*parameter)) return errAECorruptData;
     const Size size = static_cast<Size>(parameter->bytes.size());
     if (data && maximumSize > 0 && size > 0) std::memcpy(data, parameter->bytes.data(), static_cast<size_t>(std::min(size, maximumSize)));
     if (actualType) *actualType = parameter->type;

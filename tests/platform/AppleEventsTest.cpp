@@ -59,6 +59,35 @@ TEST_F(AppleEvents, AnotherTypeIsNotConverted) {
     EXPECT_EQ(read, 2.5);
 }
 
+TEST_F(AppleEvents, AValueOfAnotherSizeThanItsTypesIsRefused) {
+    const struct {
+        DescType type;
+        Size size;
+        OSErr status;
+    } rows[] = {
+        {typeIEEE64BitFloatingPoint, 0, -1702},
+        {typeIEEE64BitFloatingPoint, 4, -1702},
+        {typeIEEE64BitFloatingPoint, 7, -1702},
+        {typeIEEE64BitFloatingPoint, 8, 0},
+        {typeIEEE64BitFloatingPoint, 9, -1702},
+        {typeBoolean, 0, -1702},
+        {typeBoolean, 1, 0},
+        {typeBoolean, 2, -1702},
+        {FourChar("TEXT"), 3, 0},
+    };
+    for (const auto& row : rows) {
+        ASSERT_EQ(Put("key ", std::string(static_cast<size_t>(row.size), 'v'), row.type), 0);
+        std::string read(16, '#');
+        DescType type = 1;
+        Size size = -1;
+        EXPECT_EQ(AEGetParamPtr(&record, FourChar("key "), row.type, &type, read.data(), 16, &size), row.status) << row.type << " " << row.size;
+        const auto written = static_cast<size_t>(row.status == 0 ? row.size : 0);
+        EXPECT_EQ(read, std::string(written, 'v') + std::string(16 - written, '#')) << row.type << " " << row.size;
+        EXPECT_EQ(type, row.status == 0 ? row.type : 1);
+        EXPECT_EQ(size, row.status == 0 ? row.size : -1);
+    }
+}
+
 TEST_F(AppleEvents, NoMoreThanTheRoomIsWritten) {
     Put("key ", "abcdef");
     EXPECT_EQ(Get("key ", 3), "6:abc");

@@ -1,10 +1,38 @@
+// The program is linked so that the reading of parameters passes through here.
+
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <tuple>
 #include <vector>
 
 #include "appearance/AppearanceDescriptor.h"
 #include "platform/FourCharCode.h"
+
+namespace {
+
+/// The parameter that is handed out with too few bytes, as a system may that does not compare sizes; 0: none.
+AEKeyword sShort = 0;
+
+}  // namespace
+
+extern "C" {
+
+OSErr __real_AEGetParamPtr(const AERecord* record, AEKeyword keyword, DescType desiredType, DescType* actualType, void* data, Size maximumSize,
+                           Size* actualSize);
+OSErr __wrap_AEGetParamPtr(const AERecord* record, AEKeyword keyword, DescType desiredType, DescType* actualType, void* data, Size maximumSize,
+                           Size* actualSize);
+
+OSErr __wrap_AEGetParamPtr(const AERecord* record, AEKeyword keyword, DescType desiredType, DescType* actualType, void* data, Size maximumSize,
+                           Size* actualSize) {
+    if (keyword != sShort) return __real_AEGetParamPtr(record, keyword, desiredType, actualType, data, maximumSize, actualSize);
+    const Size size = maximumSize / 2;
+    std::memset(data, 'x', static_cast<size_t>(size));
+    if (actualSize) *actualSize = size;
+    return 0;
+}
+
+}  // extern "C"
 
 namespace {
 
@@ -100,6 +128,28 @@ TEST(AppearanceDescriptor, ReadingStopsAtTheFirstErrorAndLeavesDefaultsBehindIt)
             ViewingConditions result = {9, 9, 9, 9, true};
             EXPECT_EQ(UnpackAppearanceDescriptor(&descriptor.desc, &result), isMissing ? errAEDescNotFound : errAECoercionFail);
             EXPECT_EQ(Values(result), read[failing]);
+        }
+    }
+}
+
+TEST(AppearanceDescriptor, AValueOfTheWrongSizeIsAnErrorAndNeverHalfRead) {
+    const Fields read[] = {kDefaults, {0.5, 1, 0, 0, false}, {0.5, 2, 0, 0, false}, {0.5, 2, -7, 0, false}, {0.5, 2, -7, 9, false}};
+    for (size_t failing = 0; failing < kAll.size(); ++failing) {
+        for (const bool isRefusedBySystem : {true, false}) {
+            SCOPED_TRACE(std::to_string(failing) + (isRefusedBySystem ? " refused" : " handed out"));
+            Descriptor descriptor;
+            Put(&descriptor, kAll);
+            const double value = 3.5;
+            const Size size = kAll[failing].type == typeBoolean ? 2 : 4;
+            if (isRefusedBySystem) {
+                ASSERT_EQ(AEPutParamPtr(&descriptor.desc, kAll[failing].keyword, kAll[failing].type, &value, size), 0);
+            } else {
+                sShort = kAll[failing].keyword;
+            }
+            ViewingConditions result = {9, 9, 9, 9, true};
+            EXPECT_EQ(UnpackAppearanceDescriptor(&descriptor.desc, &result), errAECorruptData);
+            EXPECT_EQ(Values(result), read[failing]);
+            sShort = 0;
         }
     }
 }
