@@ -4,11 +4,11 @@
 #include <cstdlib>
 
 #include "appearance/kernels/PixelKernels.h"
+#include "platform/Codes.h"
 
 namespace {
 
 constexpr uint32_t kFull32768 = 32768;
-constexpr int kMemoryFull = -108;
 constexpr uint32_t kMostBits = 15;
 
 struct Word4 {
@@ -17,7 +17,7 @@ struct Word4 {
 
 int CreateTable(uint32_t bits, size_t nodeSize, PixelTable* table) {
     table->table = nullptr;
-    if (bits > kMostBits) return kMemoryFull;
+    if (bits > kMostBits) return kStatusNoMemory;
     table->indexBits = bits + 1;
     table->indexMask = (2u << bits) - 1;
     table->shift = kMostBits - bits;
@@ -26,7 +26,7 @@ int CreateTable(uint32_t bits, size_t nodeSize, PixelTable* table) {
     table->gridSize = (1u << bits) + 1;
     const size_t nodesPerAxis = size_t{table->gridSize} + 1;
     table->table = std::calloc(nodesPerAxis * nodesPerAxis * nodesPerAxis, nodeSize);
-    return table->table ? 0 : kMemoryFull;
+    return table->table ? 0 : kStatusNoMemory;
 }
 
 void DisposeTable(PixelTable* table) {

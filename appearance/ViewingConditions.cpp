@@ -8,7 +8,7 @@
 #include "colour/MatrixArithmetic.h"
 #include "colour/ReferenceRGB.h"
 #include "engine/MonitorTables.h"
-#include "platform/FourCharCode.h"
+#include "platform/Codes.h"
 
 namespace {
 
@@ -130,7 +130,7 @@ void UseAdjustedMonitor(MatchingData* data, const ViewingConditions& conditions)
 }  // namespace
 
 void DirectICCSetViewingConditions(MatchingData* data, uint32_t renderingIntent, const ViewingConditions* conditions) {
-    if (renderingIntent == FourChar("Rdr3")) {
+    if (renderingIntent == kRenderingIntent3) {
         UseUnadjustedMonitor(data);
     } else {
         UseAdjustedMonitor(data, *conditions);

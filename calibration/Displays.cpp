@@ -4,12 +4,11 @@
 #include <cstring>
 
 #include "calibration/GammaTableLayout.h"
+#include "platform/Codes.h"
 #include "platform/Owned.h"
 
 namespace {
 
-constexpr OSErr kParameterError = -50;
-constexpr OSErr kMemoryFull = -108;
 constexpr uint32_t kMaximumDisplays = 32;
 constexpr uint32_t kMaximumSamples = 256;
 
@@ -145,7 +144,7 @@ OSErr MC_CopyGammaTableForDisplay(CGDirectDisplayID display, MC_OpaqueGammaTable
     if (error != 0) return static_cast<OSErr>(error);
     const int16_t entries = static_cast<int16_t>(std::min(count, kMaximumSamples));
     *table = MC_CreateGammaTable(3, entries, 16);
-    if (!*table) return kMemoryFull;
+    if (!*table) return kStatusNoMemory;
     for (int16_t i = 0; i < entries; ++i) {
         for (int16_t c = 0; c < 3; ++c) MC_SetGammaVal(*table, c, i, sSamples[c][i]);
     }
@@ -157,7 +156,7 @@ OSErr MC_SetDisplayGammaTable(CGDirectDisplayID display, const MC_OpaqueGammaTab
     int16_t entries;
     int16_t width;
     MC_GetGammaTableParams(table, &channels, &entries, &width);
-    if (channels != 3 || entries < 0 || entries > static_cast<int16_t>(kMaximumSamples)) return kParameterError;
+    if (channels != 3 || entries < 0 || entries > static_cast<int16_t>(kMaximumSamples)) return kStatusParameter;
     for (int16_t i = 0; i < entries; ++i) {
         for (int16_t c = 0; c < 3; ++c) sSamples[c][i] = static_cast<float>(MC_GetGammaVal(table, c, i));
     }
@@ -177,12 +176,12 @@ void MC_SetDisplayToLinearGammaTable(CGDirectDisplayID display, int16_t channels
 
 OSErr MC_SetProfileForDisplay(CGDirectDisplayID display, CFURLRef profile) {
     const Owned<CFUUIDRef> device(CGDisplayCreateUUIDFromDisplayID(display));
-    if (!device) return kParameterError;
+    if (!device) return kStatusParameter;
     const Owned<CFMutableDictionaryRef> choice(
         CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
-    if (!choice || !profile) return kParameterError;
+    if (!choice || !profile) return kStatusParameter;
     CFDictionarySetValue(choice.Get(), kColorSyncDeviceDefaultProfileID, profile);
     CFDictionarySetValue(choice.Get(), kColorSyncProfileHostScope, kCFPreferencesCurrentHost);
     CFDictionarySetValue(choice.Get(), kColorSyncProfileUserScope, kCFPreferencesCurrentUser);
-    return ColorSyncDeviceSetCustomProfiles(kColorSyncDisplayDeviceClass, device.Get(), choice.Get()) ? OSErr{0} : kParameterError;
+    return ColorSyncDeviceSetCustomProfiles(kColorSyncDisplayDeviceClass, device.Get(), choice.Get()) ? OSErr{0} : kStatusParameter;
 }

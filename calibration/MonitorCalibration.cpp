@@ -7,6 +7,7 @@
 
 #include "Misc/SafeSaver.h"
 #include "calibration/CalibrationResources.h"
+#include "platform/Codes.h"
 #include "platform/FourCharCode.h"
 #include "platform/Owned.h"
 #include "session/Failure.h"
@@ -16,9 +17,6 @@ static_assert(sizeof(CalibrationRecord) == kSettingsResourceSize);
 
 namespace {
 
-constexpr OSErr kInputOutputError = -36;
-constexpr OSErr kFileNotFound = -43;
-constexpr OSErr kParameterError = -50;
 constexpr ResID kFirstID = 128;
 constexpr ResType kSettingsType = FourChar("CALS");
 constexpr ResType kDisplayType = FourChar("GDIN");
@@ -237,11 +235,11 @@ void MonitorCalibration::Save(const FSRef* folder, CFStringRef name) {
     const Owned<CFURLRef> target(folderURL && name ? CFURLCreateCopyAppendingPathComponent(kCFAllocatorDefault, folderURL.Get(), name, false)
                                                    : nullptr);
     SafeSaver saver(target.Get());
-    if (!saver.PrepareToSave(nullptr)) FailOSErr(kInputOutputError);
+    if (!saver.PrepareToSave(nullptr)) FailOSErr(kStatusInputOutput);
 
     FSRef parent;
     HFSUniStr255 fileName;
-    if (!GetParentAndName(saver.SafeSaveURL(), &parent, &fileName)) FailOSErr(kFileNotFound);
+    if (!GetParentAndName(saver.SafeSaveURL(), &parent, &fileName)) FailOSErr(kStatusFileNotFound);
     HFSUniStr255 forkName;
     FailOSErr(FSGetResourceForkName(&forkName));
     const ResFileRefNum before = CurResFile();
@@ -253,7 +251,7 @@ void MonitorCalibration::Save(const FSRef* folder, CFStringRef name) {
     CurrentResourceFile current(opened, before);
     AddResources();
     FailOSErr(current.Close());
-    if (!saver.CompleteSave(nullptr)) FailOSErr(kInputOutputError);
+    if (!saver.CompleteSave(nullptr)) FailOSErr(kStatusInputOutput);
 }
 
 CalibrationRecord& MonitorCalibration::GetCalibrationSettings() {
@@ -297,7 +295,7 @@ void MonitorCalibration::Install() {
 }
 
 void MonitorCalibration::InstallGamma(CGDirectDisplayID display, const MC_OpaqueGammaTable* table) {
-    FailOSErr(table ? MC_SetDisplayGammaTable(display, table) : kParameterError);
+    FailOSErr(table ? MC_SetDisplayGammaTable(display, table) : kStatusParameter);
 }
 
 void InstallMonitorCalibration(void) {

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstdint>
 
+#include "colour/ChromaticAdaptation.h"
+
 namespace {
 
 constexpr float FromBits(uint32_t bits) {
@@ -41,7 +43,15 @@ float RatioOfF(float f) {
     return f < kFThreshold ? (f - kLinearOffset) / kLinearSlope : f * f * f;
 }
 
+XYZColour Colour(const FixedXYZ& fixed) {
+    const auto whole = [](int32_t value) { return static_cast<float>(value) / float{kFixedOne}; };
+    return {whole(fixed.X), whole(fixed.Y), whole(fixed.Z)};
+}
+
 }  // namespace
+
+const XYZColour PCSWhiteColour = Colour(PCSWhite);
+const XYZColour D65WhiteColour = Colour(D65White);
 
 XYZColour::XYZColour() : X(0), Y(0), Z(0) {}
 

@@ -41,6 +41,10 @@ public:
     float Y, x, y;
 };
 
+/// The fixed whites of ChromaticAdaptation.h, 1.0 for their full luminance: the white of the profile connection space (D50), and D65.
+CM_EXPORT_DATA extern const XYZColour PCSWhiteColour;
+CM_EXPORT_DATA extern const XYZColour D65WhiteColour;
+
 /// A zero or negative component of `white` is not guarded against: the division follows the floating-point rules.
 CM_EXPORT XYZColour CIELabToXYZ(const LabColour& lab, const XYZColour& white);
 CM_EXPORT LabColour XYZToCIELab(const XYZColour& xyz, const XYZColour& white);

@@ -4,7 +4,7 @@
 
 #include "engine/DirectMonitor.h"
 #include "engine/ProofTransform.h"
-#include "platform/FourCharCode.h"
+#include "platform/Codes.h"
 
 namespace {
 
@@ -22,7 +22,7 @@ struct PixelForm {
 constexpr PixelForm kReferencePixels = {kColorSync16BitInteger, kCGImageAlphaNoneSkipLast, 8};
 
 bool IsRGBPrinter(const MatchingData* data) {
-    return data->printerColourSpace == FourChar("RGB ");
+    return data->printerColourSpace == kColourSpaceRGB;
 }
 
 PixelForm PrinterPixels8(const MatchingData* data) {

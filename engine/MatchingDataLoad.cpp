@@ -8,13 +8,13 @@
 #include "colour/MatrixArithmetic.h"
 #include "engine/MatchingData.h"
 #include "engine/MonitorTables.h"
+#include "platform/Codes.h"
 #include "platform/FourCharCode.h"
 #include "platform/Owned.h"
 #include "profile/CurveSampling.h"
 #include "profile/ProfileHeader.h"
 #include "profile/ProfileLoading.h"
 #include "profile/ProfileModel.h"
-#include "profile/StatusCodes.h"
 
 namespace {
 
@@ -31,7 +31,7 @@ struct Profiles {
 
 /// A file that was read but is no profile opens as null with status 0: here that is an unsuitable profile.
 OSErr OpeningStatus(const Owned<ColorSyncProfileRef>& profile, OSErr status) {
-    return profile || status != 0 ? status : kProfileUnsuitable;
+    return profile || status != 0 ? status : kStatusProfileUnsuitable;
 }
 
 OSErr OpenAlias(AliasHandle alias, Owned<ColorSyncProfileRef>* profile) {
@@ -45,11 +45,11 @@ OSErr OpenProfiles(const AliasHandle aliases[3], bool useProofer, Profiles* prof
     profiles->reference.Reset(CreateProfileFromNamedResource(CFSTR("MatrixCalRGB"), &status));
     status = OpeningStatus(profiles->reference, status);
     if (status == 0) status = OpenAlias(aliases[0], &profiles->monitor);
-    if (status == 0 && !aliases[1]) status = kFileNotFound;
+    if (status == 0 && !aliases[1]) status = kStatusFileNotFound;
     if (status == 0) status = OpenAlias(aliases[1], &profiles->printer);
     if (status == 0) {
         profiles->printerCopy.Reset(ColorSyncProfileCreateMutableCopy(profiles->printer.Get()));
-        if (!profiles->printerCopy) status = kNoMemory;
+        if (!profiles->printerCopy) status = kStatusNoMemory;
     }
     if (status == 0 && useProofer && aliases[2]) status = OpenAlias(aliases[2], &profiles->proofer);
     return status;
@@ -84,7 +84,7 @@ bool HasInverse(const FixedMatrix& matrix) {
 }
 
 OSErr InvertMatrix(const FixedMatrix& matrix, FixedMatrix* inverse) {
-    if (!HasInverse(matrix)) return kProfileUnsuitable;
+    if (!HasInverse(matrix)) return kStatusProfileUnsuitable;
     ICC_MatrixInverse(&matrix, inverse);
     ICC_ImproveMatrixInverse(&matrix, inverse);
     return 0;
@@ -105,23 +105,23 @@ struct Step {
 
 OSErr CreateTransform(std::initializer_list<Step> steps, ColorSyncTransformRef* transform) {
     const Owned<CFMutableArrayRef> sequence(CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks));
-    if (!sequence) return kParameterError;
+    if (!sequence) return kStatusParameter;
     for (const Step& step : steps) {
         if (!step.profile) continue;
         const void* keys[] = {kColorSyncProfile, kColorSyncTransformTag, kColorSyncRenderingIntent, kColorSyncBlackPointCompensation};
         const void* values[] = {step.profile, step.tag, kColorSyncRenderingIntentAbsolute, kCFBooleanFalse};
         const Owned<CFDictionaryRef> entry(
             CFDictionaryCreate(kCFAllocatorDefault, keys, values, 4, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
-        if (!entry) return kParameterError;
+        if (!entry) return kStatusParameter;
         CFArrayAppendValue(sequence.Get(), entry.Get());
     }
     const void* optionKey = kColorSyncConvertQuality;
     const void* optionValue = kColorSyncBestQuality;
     const Owned<CFDictionaryRef> options(
         CFDictionaryCreate(kCFAllocatorDefault, &optionKey, &optionValue, 1, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
-    if (!options) return kParameterError;
+    if (!options) return kStatusParameter;
     *transform = ColorSyncTransformCreate(sequence.Get(), options.Get());
-    return *transform ? 0 : kParameterError;
+    return *transform ? 0 : kStatusParameter;
 }
 
 OSErr CreateTransforms(const Profiles& profiles, MatchingData* data) {
@@ -146,7 +146,7 @@ OSErr BuildReverseTables(ICC_ShaperMatrix* shaper) {
     for (int c = 0; c < 3; ++c) {
         const int status = ICC_BuildReverseTable(shaper->curves[c], static_cast<int>(shaper->counts[c]), &shaper->reverse[c]);
         if (status != 0) return static_cast<OSErr>(status);
-        if (!shaper->reverse[c]) return kProfileUnsuitable;
+        if (!shaper->reverse[c]) return kStatusProfileUnsuitable;
     }
     return 0;
 }
@@ -168,7 +168,7 @@ OSErr CopyShaper(const ICC_ShaperMatrix& source, ICC_ShaperMatrix* copy) {
     for (int c = 0; c < 3; ++c) {
         const size_t entries = size_t{source.counts[c]} + 1;  // with the guard
         copy->curves[c] = static_cast<uint16_t*>(std::calloc(entries, sizeof(uint16_t)));
-        if (!copy->curves[c]) return kNoMemory;
+        if (!copy->curves[c]) return kStatusNoMemory;
         std::memcpy(copy->curves[c], source.curves[c], entries * sizeof(uint16_t));
         copy->counts[c] = source.counts[c];
     }
@@ -188,7 +188,7 @@ OwnedRecord Build(const AliasHandle aliases[3], bool useProofer, const FixedXYZ*
     const FixedXYZ illuminant = GetProfileIlluminant(profiles.reference.Get());
     OwnedRecord data(static_cast<MatchingData*>(std::calloc(1, sizeof(MatchingData))));
     if (!data) {
-        *status = kNoMemory;
+        *status = kStatusNoMemory;
         return nullptr;
     }
     data->referenceCount = 1;
@@ -199,7 +199,7 @@ OwnedRecord Build(const AliasHandle aliases[3], bool useProofer, const FixedXYZ*
         data->monitorWhite = *monitorWhite;
         data->useMonitorWhite = 1;
     }
-    data->printerColourSpace = FourChar("RGB ");
+    data->printerColourSpace = kColourSpaceRGB;
 
     *status = ReadReferenceInverse(profiles.reference.Get(), &data->referenceInverse);
     if (*status != 0) return nullptr;

@@ -13,7 +13,7 @@
 #include "engine/PrecomputedTables.h"
 #include "engine/ProofTransform.h"
 #include "engine/kernels/MonitorKernels.h"
-#include "platform/FourCharCode.h"
+#include "platform/Codes.h"
 
 namespace {
 
@@ -119,7 +119,7 @@ PixelScale ScaleBetween(const uint16_t low[3], const uint16_t high[3]) {
 
 OSErr SetDirectMatchingQuality(MatchingData* data, uint32_t quality) {
     if (!data) return 0;
-    const bool precomputed = quality == FourChar("Qua0");
+    const bool precomputed = quality == kMatchingQuality0;
     if (precomputed) {
         const int status = AllocateGrids(data);
         if (status != 0) return static_cast<OSErr>(status);

@@ -7,12 +7,12 @@
 #include <memory>
 
 #include "engine/ReverseSegments.h"
+#include "platform/Codes.h"
 
 namespace {
 
 constexpr uint32_t kFull65535 = 65535;
 constexpr uint32_t kFull32768 = 32768;
-constexpr int kMemoryFull = -108;
 
 // Segment indices and bucket counters are 16 bits wide.
 constexpr int kMostReverseEntries = 65536;
@@ -100,12 +100,12 @@ uint16_t ICC_InverseOneDLookup(uint16_t y, const uint16_t* table, uint32_t entry
 int ICC_BuildReverseTable(const uint16_t* table, int entryCount, ICC_ReverseTable** out) {
     *out = nullptr;
     if (entryCount < 2) return 0;
-    if (entryCount > kMostReverseEntries) return kMemoryFull;
+    if (entryCount > kMostReverseEntries) return kStatusNoMemory;
     const uint32_t segmentCount = static_cast<uint32_t>(entryCount) - 1;
     const uint32_t bucketCount = (static_cast<uint32_t>(entryCount) + 2) / 2;
 
     std::unique_ptr<ICC_ReverseTable, ReverseDisposer> reverse(static_cast<ICC_ReverseTable*>(std::calloc(1, sizeof(ICC_ReverseTable))));
-    if (!reverse) return kMemoryFull;
+    if (!reverse) return kStatusNoMemory;
     reverse->bucketCount = bucketCount;
     reverse->entryCount = static_cast<uint32_t>(entryCount);
     const auto [smallest, largest] = std::minmax_element(table, table + entryCount);
@@ -114,7 +114,7 @@ int ICC_BuildReverseTable(const uint16_t* table, int entryCount, ICC_ReverseTabl
 
     reverse->buckets = static_cast<ICC_ReverseBucket**>(std::calloc(bucketCount, sizeof(ICC_ReverseBucket*)));
     const std::unique_ptr<int32_t[], Freer> changes(static_cast<int32_t*>(std::calloc(bucketCount + 1, sizeof(int32_t))));
-    if (!reverse->buckets || !changes) return kMemoryFull;
+    if (!reverse->buckets || !changes) return kStatusNoMemory;
 
     // Each segment adds one to every bucket between those of its two ends: noted as a rise and a fall, and summed afterwards.
     for (uint32_t i = 0; i < segmentCount; ++i) {
@@ -128,9 +128,9 @@ int ICC_BuildReverseTable(const uint16_t* table, int entryCount, ICC_ReverseTabl
         registered += changes[k];
         storageSize += BucketSize(static_cast<uint32_t>(registered));
     }
-    if (storageSize > kMostReverseStorage) return kMemoryFull;
+    if (storageSize > kMostReverseStorage) return kStatusNoMemory;
     reverse->storage = std::calloc(1, storageSize);
-    if (!reverse->storage) return kMemoryFull;
+    if (!reverse->storage) return kStatusNoMemory;
 
     auto* place = static_cast<std::byte*>(reverse->storage);
     registered = 0;

@@ -30,7 +30,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     AliasHandle profiles[3] = {NewAliasForPath(argv[1]), NewAliasForPath(argv[2]), NULL};
-    OSErr status = -43; /* file not found */
+    OSErr status = kStatusFileNotFound;
     MatchingData* data = profiles[0] && profiles[1] ? LoadMatchingData(profiles, 0, NULL, NULL, &status) : NULL;
     for (int i = 0; i < 2; ++i) {
         if (profiles[i]) DisposeHandle((Handle)profiles[i]);

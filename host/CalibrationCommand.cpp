@@ -15,8 +15,6 @@
 
 namespace {
 
-constexpr OSErr kNotFound = -43;
-
 /// A document's folder and name, whether it is there or not.
 struct DocumentPlace {
     std::string shown;
@@ -66,7 +64,7 @@ std::unique_ptr<MonitorCalibration> ReadDocument(const DocumentPlace& place) {
     bool sane = false;
     OSErr status = FindDocument(place, &file);
     if (status == 0) status = CheckResourceForkSanity(&file, &sane);
-    if (status == kNotFound) throw Complaint{place.shown, "there is no such document", "save one first"};
+    if (status == kStatusFileNotFound) throw Complaint{place.shown, "there is no such document", "save one first"};
     if (status != 0) throw Complaint{place.shown, "it cannot be read (" + Status(status) + ")", "a file that may be read is needed"};
     if (!sane) throw Complaint{place.shown, "it is damaged, or no calibration document", "save it again"};
     std::unique_ptr<MonitorCalibration> document;

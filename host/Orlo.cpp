@@ -66,7 +66,7 @@ OutputForm FormOfOutput(const Request& request, ImageFormat format, const ImageS
             break;
         case Operation::PrinterMatch:
             form.profile = printer;
-            if (GetProfileColourSpace(printer) == kSpaceCMYK) {
+            if (GetProfileColourSpace(printer) == kColourSpaceCMYK) {
                 if (format == ImageFormat::Png) throw Complaint{request.output, "PNG cannot hold CMYK", "use .tif or .jpg"};
                 form.shape.colours = 4;
                 form.shape.hasAlpha = false;
@@ -112,7 +112,7 @@ Devices ChooseDevices(const Request& request) {
 
 /// Device values go in as they are, so they must be of the device's own kind.
 void CheckDeviceValues(const Request& request, const ImageShape& input, ColorSyncProfileRef printer) {
-    const bool wantsCMYK = request.operation == Operation::PrinterPredict && GetProfileColourSpace(printer) == kSpaceCMYK;
+    const bool wantsCMYK = request.operation == Operation::PrinterPredict && GetProfileColourSpace(printer) == kColourSpaceCMYK;
     if (wantsCMYK && input.colours != 4) throw Complaint{request.input, "it holds no CMYK values", "an image of the printer's CMYK is needed"};
     if (!wantsCMYK && input.colours == 4) throw Complaint{request.input, "it holds CMYK values", "an image of the device's RGB is needed"};
 }

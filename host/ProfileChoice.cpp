@@ -49,7 +49,7 @@ ChosenProfile ChoosePrinter(const std::string& path) {
     const uint32_t profileClass = GetProfileClass(chosen.profile.Get());
     if (profileClass != kClassPrinter) throw Complaint{path, "the profile's class is " + CodeText(profileClass), kNeeded};
     const uint32_t space = GetProfileColourSpace(chosen.profile.Get());
-    if (space != kSpaceRGB && space != kSpaceCMYK) throw Complaint{path, "the profile's colour space is " + CodeText(space), kNeeded};
+    if (space != kColourSpaceRGB && space != kColourSpaceCMYK) throw Complaint{path, "the profile's colour space is " + CodeText(space), kNeeded};
     return chosen;
 }
 

@@ -45,9 +45,9 @@ int ChannelsOf(ColorSyncProfileRef profile) {
     switch (GetProfileColourSpace(profile)) {
         case kSpaceGrey:
             return 1;
-        case kSpaceRGB:
+        case kColourSpaceRGB:
             return 3;
-        case kSpaceCMYK:
+        case kColourSpaceCMYK:
             return 4;
         default:
             return 0;

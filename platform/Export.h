@@ -17,10 +17,13 @@
 
 #define CM_NORETURN __attribute__((noreturn))
 
+/// CM_CONSTANT is a number that compilers know, in C too, where it has no type of its own.
 #ifdef __cplusplus
 #define CM_C_BEGIN extern "C" {
 #define CM_C_END }
+#define CM_CONSTANT(type, name, value) inline constexpr type name = value
 #else
 #define CM_C_BEGIN
 #define CM_C_END
+#define CM_CONSTANT(type, name, value) enum { name = value }
 #endif

@@ -2,11 +2,11 @@
 
 #include <cstdlib>
 
+#include "platform/Codes.h"
 #include "platform/FourCharCode.h"
 #include "profile/BigEndian.h"
 #include "profile/CurveTag.h"
 #include "profile/ProfileModel.h"
-#include "profile/StatusCodes.h"
 #include "profile/TagRegistry.h"
 
 namespace {
@@ -25,16 +25,16 @@ bool HasLinearShapers(const UInt8* tag) {
 
 OSErr GetColourantLUT(ColorSyncProfileRef profile, uint32_t signature, uint16_t** table, uint32_t* count) {
     *table = nullptr;
-    if (!IsMatrixModel(profile)) return kProfileUnsuitable;
+    if (!IsMatrixModel(profile)) return kStatusProfileUnsuitable;
     const Owned<CFDataRef> tag = CopyTag(profile, signature);
-    if (!tag) return kProfileUnsuitable;
+    if (!tag) return kStatusProfileUnsuitable;
     return static_cast<OSErr>(SampleCurveTag(CFDataGetBytePtr(tag.Get()), static_cast<size_t>(CFDataGetLength(tag.Get())), table, count));
 }
 
 OSErr Get3DTable(ColorSyncProfileRef profile, uint32_t signature, int32_t matrix[9], uint32_t* gridPoints, uint16_t** table) {
     *table = nullptr;
     const Owned<CFDataRef> tag = CopyTag(profile, signature);
-    if (!tag) return kProfileUnsuitable;
+    if (!tag) return kStatusProfileUnsuitable;
     const UInt8* bytes = CFDataGetBytePtr(tag.Get());
     if (CFDataGetLength(tag.Get()) >= kTableTagHeaderSize && HasLinearShapers(bytes)) {
         for (size_t i = 0; i < 9; ++i) matrix[i] = static_cast<int32_t>(ReadBigEndian32(bytes + 12 + 4 * i));
@@ -44,12 +44,12 @@ OSErr Get3DTable(ColorSyncProfileRef profile, uint32_t signature, int32_t matrix
         *table = static_cast<uint16_t*>(std::calloc(side * side * side, outputs * sizeof(uint16_t)));
         if (!*table) {
             *gridPoints = 0;
-            return kNoMemory;
+            return kStatusNoMemory;
         }
     }
     // Deliberate: no table is ever delivered, so that callers build theirs another way.
     std::free(*table);
     *table = nullptr;
     *gridPoints = 0;
-    return kProfileUnsuitable;
+    return kStatusProfileUnsuitable;
 }

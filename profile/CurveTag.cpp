@@ -4,9 +4,9 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "platform/Codes.h"
 #include "platform/FourCharCode.h"
 #include "profile/BigEndian.h"
-#include "profile/StatusCodes.h"
 
 namespace {
 
@@ -64,9 +64,9 @@ std::uint16_t Quantise(Sample sample) {
 int SampleFormulaCurve(const std::uint8_t* tag, std::size_t length, std::uint16_t** table, std::uint32_t* count) {
     constexpr std::size_t kParameterCounts[] = {1, 3, 4, 5, 7};
     const unsigned type = ReadBigEndian16(tag + 8);
-    if (type > 4) return kProfileUnsuitable;
+    if (type > 4) return kStatusProfileUnsuitable;
     const std::size_t parameters = kParameterCounts[type];
-    if (length < kCurveHeaderSize + 4 * parameters) return kProfileUnsuitable;
+    if (length < kCurveHeaderSize + 4 * parameters) return kStatusProfileUnsuitable;
 
     double values[7] = {};
     for (std::size_t i = 0; i < parameters; ++i) {
@@ -75,7 +75,7 @@ int SampleFormulaCurve(const std::uint8_t* tag, std::size_t length, std::uint16_
     const Formula formula = {type, values[0], values[1], values[2], values[3], values[4], values[5], values[6]};
 
     std::uint16_t* entries = AllocateTable(kFormulaCurveEntries);
-    if (!entries) return kNoMemory;
+    if (!entries) return kStatusNoMemory;
     for (std::uint32_t i = 0; i < kFormulaCurveEntries; ++i) entries[i] = Quantise(Evaluate(formula, i / (kFormulaCurveEntries - 1.0)));
     SetGuard(entries, kFormulaCurveEntries);
     *table = entries;
@@ -87,7 +87,7 @@ int SampleFormulaCurve(const std::uint8_t* tag, std::size_t length, std::uint16_
 
 int SampleGammaCurve(double gamma, std::uint32_t count, std::uint16_t** table, std::uint32_t* countOut) {
     std::uint16_t* entries = AllocateTable(count);
-    if (!entries) return kNoMemory;
+    if (!entries) return kStatusNoMemory;
     for (std::uint32_t i = 0; i < count; ++i) {
         const double value = std::pow(i / (count - 1.0), gamma) * kFull65535 + 0.5;
         entries[i] = static_cast<std::uint16_t>(value);
@@ -100,7 +100,7 @@ int SampleGammaCurve(double gamma, std::uint32_t count, std::uint16_t** table, s
 
 int CopySampledCurve(const std::uint8_t* values, std::uint32_t count, std::uint16_t** table, std::uint32_t* countOut) {
     std::uint16_t* entries = AllocateTable(count);
-    if (!entries) return kNoMemory;
+    if (!entries) return kStatusNoMemory;
     for (std::uint32_t i = 0; i < count; ++i) entries[i] = ReadBigEndian16(values + std::size_t{2} * i);
     SetGuard(entries, count);
     *table = entries;
@@ -110,7 +110,7 @@ int CopySampledCurve(const std::uint8_t* values, std::uint32_t count, std::uint1
 
 int SampleCurve(const std::uint8_t* tag, std::size_t length, std::uint16_t** table, std::uint32_t* count) {
     const std::uint32_t stored = ReadBigEndian32(tag + 8);
-    if ((length - kCurveHeaderSize) / 2 < stored) return kProfileUnsuitable;
+    if ((length - kCurveHeaderSize) / 2 < stored) return kStatusProfileUnsuitable;
     const std::uint8_t* values = tag + kCurveHeaderSize;
     if (stored == 0) return SampleGammaCurve(1.0, 2, table, count);
     if (stored == 1) return SampleGammaCurve(ReadBigEndian16(values) / 256.0, kFormulaCurveEntries, table, count);
@@ -121,13 +121,13 @@ int SampleCurve(const std::uint8_t* tag, std::size_t length, std::uint16_t** tab
 
 int SampleCurveTag(const std::uint8_t* tag, std::size_t length, std::uint16_t** table, std::uint32_t* count) {
     *table = nullptr;
-    if (length < kCurveHeaderSize) return kProfileUnsuitable;
+    if (length < kCurveHeaderSize) return kStatusProfileUnsuitable;
     switch (ReadBigEndian32(tag)) {
         case FourChar("para"):
             return SampleFormulaCurve(tag, length, table, count);
         case FourChar("curv"):
             return SampleCurve(tag, length, table, count);
         default:
-            return kProfileUnsuitable;
+            return kStatusProfileUnsuitable;
     }
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "platform/Codes.h"
 #include "platform/FourCharCode.h"
 #include "platform/Owned.h"
 
@@ -37,11 +38,11 @@ uint32_t GetProfileColourSpace(ColorSyncProfileRef profile) {
 
 Boolean IsRGBOutputProfile(ColorSyncProfileRef profile) {
     const ICCProfileHeader header = GetProfileHeader(profile);
-    return header.profileClass == FourChar("prtr") && header.dataColourSpace == FourChar("RGB ");
+    return header.profileClass == FourChar("prtr") && header.dataColourSpace == kColourSpaceRGB;
 }
 
 Boolean IsXYZToRGBLUTModelOutputProfile(ColorSyncProfileRef profile) {
     const ICCProfileHeader header = GetProfileHeader(profile);
-    return header.version >> 24 == 2 && header.profileClass == FourChar("prtr") && header.dataColourSpace == FourChar("RGB ") &&
+    return header.version >> 24 == 2 && header.profileClass == FourChar("prtr") && header.dataColourSpace == kColourSpaceRGB &&
            header.connectionSpace == FourChar("XYZ ");
 }

@@ -2,9 +2,9 @@
 
 #include <cstdio>
 
+#include "platform/Codes.h"
 #include "platform/Owned.h"
 #include "profile/KnownProfile.h"
-#include "profile/StatusCodes.h"
 
 namespace {
 
@@ -40,12 +40,12 @@ OSErr ReadWholeFork(const DataFork& fork, Owned<CFMutableDataRef>* bytes) {
     SInt64 size = 0;
     const OSErr status = FSGetForkSize(fork.Number(), &size);
     if (status != 0) return status;
-    if (size > kLargestProfile) return kParameterError;
+    if (size > kLargestProfile) return kStatusParameter;
     const auto length = static_cast<CFIndex>(size);
     bytes->Reset(CFDataCreateMutable(kCFAllocatorDefault, length));
-    if (!*bytes) return kNoMemory;
+    if (!*bytes) return kStatusNoMemory;
     CFDataSetLength(bytes->Get(), length);
-    if (CFDataGetLength(bytes->Get()) != length) return kNoMemory;
+    if (CFDataGetLength(bytes->Get()) != length) return kStatusNoMemory;
     unsigned long read = 0;
     return FSReadFork(fork.Number(), fsFromStart, 0, static_cast<unsigned long>(length), CFDataGetMutableBytePtr(bytes->Get()), &read);
 }
@@ -114,6 +114,6 @@ ColorSyncProfileRef CreateProfileFromNamedResource(CFStringRef name, OSErr* erro
         profile = ColorSyncProfileCreateWithURL(url.Get(), nullptr);
         known.Keep(profile);
     }
-    *error = profile ? 0 : kFileNotFound;
+    *error = profile ? 0 : kStatusFileNotFound;
     return profile;
 }

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <iterator>
 
+#include "platform/Codes.h"
 #include "platform/FourCharCode.h"
 #include "profile/BigEndian.h"
 #include "profile/ProfileHeader.h"
-#include "profile/StatusCodes.h"
 #include "profile/TagRegistry.h"
 
 namespace {
@@ -57,7 +57,7 @@ Boolean IsMatrixModel(ColorSyncProfileRef profile) {
 }
 
 OSErr GetMonitorMatrix(ColorSyncProfileRef profile, FixedMatrix* matrix) {
-    if (!IsMatrixModel(profile)) return kProfileUnsuitable;
+    if (!IsMatrixModel(profile)) return kStatusProfileUnsuitable;
     constexpr uint32_t kColourants[] = {FourChar("rXYZ"), FourChar("gXYZ"), FourChar("bXYZ")};
     for (int column = 0; column < 3; ++column) {
         const FixedXYZ colourant = GetMediaColourant(profile, kColourants[column]);

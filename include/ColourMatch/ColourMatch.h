@@ -21,6 +21,7 @@
 #include "engine/ThreeDTables.h"
 #include "platform/AppleEvents.h"
 #include "platform/Carbon.h"
+#include "platform/Codes.h"
 #include "platform/ColorSync.h"
 #include "platform/CoreFoundation.h"
 #include "platform/Displays.h"

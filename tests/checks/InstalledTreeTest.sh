@@ -56,7 +56,10 @@ grep -q "stale copies" "$work/log" || { cat "$work/log"; fail "a host at a fixed
 mkdir "$work/consumer"
 cat >"$work/consumer/lab.cpp" <<'CPP'
 #include <ColourMatch/ColourMatch.h>
-int main() { return deltaE(LabColour(50, 3, 4), LabColour(50, 0, 0)) == 5.0f ? 0 : 1; }
+int main() {
+    const bool same = XYZToCIELab(CIELabToXYZ(LabColour(50, 0, 0), D65WhiteColour), D65WhiteColour).a == 0.0f;
+    return same && deltaE(LabColour(50, 3, 4), LabColour(50, 0, 0)) == 5.0f ? 0 : 1;
+}
 CPP
 cat >"$work/consumer/CMakeLists.txt" <<CMAKE
 cmake_minimum_required(VERSION 3.25)

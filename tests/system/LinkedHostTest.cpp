@@ -17,6 +17,7 @@ TEST(LinkedHost, ReadsTheErrorThatTheLibraryRecorded) {
 
 TEST(LinkedHost, ReadsTheConstantsOfTheLibrary) {
     EXPECT_EQ(PCSWhite.Y, 65536);
+    EXPECT_EQ(PCSWhiteColour.Y, 1.0F);
     EXPECT_TRUE(CFBooleanGetValue(kCFBooleanTrue));
     EXPECT_FALSE(CFBooleanGetValue(kCFBooleanFalse));
 }
@@ -37,6 +38,8 @@ const Variable kVariables[] = {
     VARIABLE(gUserData),
     VARIABLE(PCSWhite),
     VARIABLE(D65White),
+    VARIABLE(PCSWhiteColour),
+    VARIABLE(D65WhiteColour),
     VARIABLE(bradfordMatrix),
     VARIABLE(kCFBooleanTrue),
     VARIABLE(kCFTypeArrayCallBacks),

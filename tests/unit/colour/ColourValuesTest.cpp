@@ -33,6 +33,17 @@ void ExpectSame(const XYZColour& actual, float X, float Y, float Z, const char* 
 template <typename Colour>
 constexpr bool IsThreeFloats = sizeof(Colour) == 3 * sizeof(float) && std::is_standard_layout_v<Colour>&& std::is_trivially_copyable_v<Colour>;
 
+TEST(ColourValues, TheFixedWhitesAreAmongThem) {
+    ExpectSame(PCSWhiteColour, 0.964202880859375F, 1.0F, 0.8249053955078125F);
+    ExpectSame(D65WhiteColour, 0.9502105712890625F, 1.0F, 1.0884857177734375F);
+    for (const XYZColour& white : {PCSWhiteColour, D65WhiteColour}) {
+        const XYZColour same = CIELabToXYZ(LabColour(100, 0, 0), white);
+        EXPECT_NEAR(same.X, white.X, 1e-6);
+        EXPECT_NEAR(same.Y, white.Y, 1e-6);
+        EXPECT_NEAR(same.Z, white.Z, 1e-6);
+    }
+}
+
 // The host passes them across the library's boundary.
 TEST(ColourValues, AreThreeFloatsInTheStatedOrder) {
     EXPECT_TRUE(IsThreeFloats<XYZColour>);
