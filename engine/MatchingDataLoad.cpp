@@ -15,6 +15,7 @@
 #include "profile/ProfileHeader.h"
 #include "profile/ProfileLoading.h"
 #include "profile/ProfileModel.h"
+#include "profile/ProfileReading.h"
 
 namespace {
 
@@ -105,21 +106,24 @@ struct Step {
 
 OSErr CreateTransform(std::initializer_list<Step> steps, ColorSyncTransformRef* transform) {
     const Owned<CFMutableArrayRef> sequence(CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks));
-    if (!sequence) return kStatusParameter;
+    if (!sequence) return kStatusNoMemory;
+    CFIndex count = 0;
     for (const Step& step : steps) {
         if (!step.profile) continue;
         const void* keys[] = {kColorSyncProfile, kColorSyncTransformTag, kColorSyncRenderingIntent, kColorSyncBlackPointCompensation};
         const void* values[] = {step.profile, step.tag, kColorSyncRenderingIntentAbsolute, kCFBooleanFalse};
         const Owned<CFDictionaryRef> entry(
             CFDictionaryCreate(kCFAllocatorDefault, keys, values, 4, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
-        if (!entry) return kStatusParameter;
+        if (!entry) return kStatusNoMemory;
         CFArrayAppendValue(sequence.Get(), entry.Get());
+        // A step that found no room would be missing without a word.
+        if (CFArrayGetCount(sequence.Get()) != ++count) return kStatusNoMemory;
     }
     const void* optionKey = kColorSyncConvertQuality;
     const void* optionValue = kColorSyncBestQuality;
     const Owned<CFDictionaryRef> options(
         CFDictionaryCreate(kCFAllocatorDefault, &optionKey, &optionValue, 1, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
-    if (!options) return kStatusParameter;
+    if (!options) return kStatusNoMemory;
     *transform = ColorSyncTransformCreate(sequence.Get(), options.Get());
     return *transform ? 0 : kStatusParameter;
 }
@@ -158,7 +162,8 @@ OSErr BuildMonitorModel(ColorSyncProfileRef monitor, MatchingData* data) {
     for (int c = 0; c < 3 && status == 0; ++c) status = GetColourantLUT(monitor, kCurves[c], &shaper.curves[c], &shaper.counts[c]);
     if (status == 0) status = GetMonitorMatrix(monitor, &data->monitorMatrix);
     if (status != 0) return status;
-    data->monitorLuminance = GetMonitorLuminance(monitor);
+    status = ReadMonitorLuminance(monitor, &data->monitorLuminance);
+    if (status != 0) return status;
     ICC_MatrixConcat(&data->referenceInverse, &data->monitorMatrix, &shaper.matrix);
     status = InvertMatrix(shaper.matrix, &shaper.inverseMatrix);
     return status != 0 ? status : BuildReverseTables(&shaper);
@@ -179,13 +184,25 @@ OSErr CopyShaper(const ICC_ShaperMatrix& source, ICC_ShaperMatrix* copy) {
 
 // ---- the record ----
 
+/// Setting a tag answers nothing: without memory another white would stand there.
+OSErr GiveMediaWhite(ColorSyncMutableProfileRef profile, const FixedXYZ& white) {
+    SetMediaWhitePoint(profile, white);
+    FixedXYZ given;
+    const OSErr status = ReadMediaWhitePoint(profile, &given);
+    const bool isGiven = given.X == white.X && given.Y == white.Y && given.Z == white.Z;
+    return status == 0 && !isGiven ? kStatusNoMemory : status;
+}
+
 OwnedRecord Build(const AliasHandle aliases[3], bool useProofer, const FixedXYZ* monitorWhite, const FixedXYZ* printerWhite, OSErr* status) {
     Profiles profiles;
     *status = OpenProfiles(aliases, useProofer, &profiles);
     if (*status != 0) return nullptr;
 
-    const FixedXYZ mediaWhite = GetMediaWhitePoint(profiles.printer.Get());
-    const FixedXYZ illuminant = GetProfileIlluminant(profiles.reference.Get());
+    FixedXYZ mediaWhite = {0, 0, 0};
+    ICCProfileHeader reference = {};
+    *status = ReadMediaWhitePoint(profiles.printer.Get(), &mediaWhite);
+    if (*status == 0) *status = ReadProfileHeader(profiles.reference.Get(), &reference);
+    if (*status != 0) return nullptr;
     OwnedRecord data(static_cast<MatchingData*>(std::calloc(1, sizeof(MatchingData))));
     if (!data) {
         *status = kStatusNoMemory;
@@ -194,7 +211,7 @@ OwnedRecord Build(const AliasHandle aliases[3], bool useProofer, const FixedXYZ*
     data->referenceCount = 1;
     data->printerMediaWhite = mediaWhite;
     data->printerWhite = printerWhite ? *printerWhite : mediaWhite;
-    data->referenceIlluminant = illuminant;
+    data->referenceIlluminant = {reference.illuminantX, reference.illuminantY, reference.illuminantZ};
     if (monitorWhite) {
         data->monitorWhite = *monitorWhite;
         data->useMonitorWhite = 1;
@@ -202,10 +219,11 @@ OwnedRecord Build(const AliasHandle aliases[3], bool useProofer, const FixedXYZ*
     data->printerColourSpace = kColourSpaceRGB;
 
     *status = ReadReferenceInverse(profiles.reference.Get(), &data->referenceInverse);
-    if (*status != 0) return nullptr;
-    if (printerWhite) SetMediaWhitePoint(profiles.printerCopy.Get(), *printerWhite);
-    data->printerColourSpace = GetProfileColourSpace(profiles.printerCopy.Get());
-    *status = CreateTransforms(profiles, data.get());
+    if (*status == 0 && printerWhite) *status = GiveMediaWhite(profiles.printerCopy.Get(), *printerWhite);
+    ICCProfileHeader printer = {};
+    if (*status == 0) *status = ReadProfileHeader(profiles.printerCopy.Get(), &printer);
+    data->printerColourSpace = printer.dataColourSpace;
+    if (*status == 0) *status = CreateTransforms(profiles, data.get());
     if (*status == 0) *status = BuildMonitorModel(profiles.monitor.Get(), data.get());
     if (*status == 0) *status = CopyShaper(data->monitorShaper, &data->baseShaper);
     return *status == 0 ? std::move(data) : nullptr;

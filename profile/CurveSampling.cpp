@@ -6,7 +6,7 @@
 #include "platform/FourCharCode.h"
 #include "profile/BigEndian.h"
 #include "profile/CurveTag.h"
-#include "profile/ProfileModel.h"
+#include "profile/ProfileReading.h"
 #include "profile/TagRegistry.h"
 
 namespace {
@@ -25,16 +25,18 @@ bool HasLinearShapers(const UInt8* tag) {
 
 OSErr GetColourantLUT(ColorSyncProfileRef profile, uint32_t signature, uint16_t** table, uint32_t* count) {
     *table = nullptr;
-    if (!IsMatrixModel(profile)) return kStatusProfileUnsuitable;
-    const Owned<CFDataRef> tag = CopyTag(profile, signature);
-    if (!tag) return kStatusProfileUnsuitable;
+    OSErr status = CheckMatrixModel(profile);
+    Owned<CFDataRef> tag;
+    if (status == 0) status = CopyTag(profile, signature, &tag);
+    if (!tag) return status != 0 ? status : kStatusProfileUnsuitable;
     return static_cast<OSErr>(SampleCurveTag(CFDataGetBytePtr(tag.Get()), static_cast<size_t>(CFDataGetLength(tag.Get())), table, count));
 }
 
 OSErr Get3DTable(ColorSyncProfileRef profile, uint32_t signature, int32_t matrix[9], uint32_t* gridPoints, uint16_t** table) {
     *table = nullptr;
-    const Owned<CFDataRef> tag = CopyTag(profile, signature);
-    if (!tag) return kStatusProfileUnsuitable;
+    Owned<CFDataRef> tag;
+    const OSErr status = CopyTag(profile, signature, &tag);
+    if (!tag) return status != 0 ? status : kStatusProfileUnsuitable;
     const UInt8* bytes = CFDataGetBytePtr(tag.Get());
     if (CFDataGetLength(tag.Get()) >= kTableTagHeaderSize && HasLinearShapers(bytes)) {
         for (size_t i = 0; i < 9; ++i) matrix[i] = static_cast<int32_t>(ReadBigEndian32(bytes + 12 + 4 * i));

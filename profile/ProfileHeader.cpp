@@ -6,6 +6,7 @@
 #include "platform/Codes.h"
 #include "platform/FourCharCode.h"
 #include "platform/Owned.h"
+#include "profile/ProfileReading.h"
 
 static_assert(sizeof(ICCProfileHeader) == 128);
 static_assert(offsetof(ICCProfileHeader, version) == 8 && offsetof(ICCProfileHeader, profileClass) == 12);
@@ -13,13 +14,18 @@ static_assert(offsetof(ICCProfileHeader, dataColourSpace) == 16 && offsetof(ICCP
 static_assert(offsetof(ICCProfileHeader, fileSignature) == 36 && offsetof(ICCProfileHeader, renderingIntent) == 64);
 static_assert(offsetof(ICCProfileHeader, illuminantX) == 68 && offsetof(ICCProfileHeader, creator) == 80);
 
-ICCProfileHeader GetProfileHeader(ColorSyncProfileRef profile) {
-    ICCProfileHeader header = {};
+OSErr ReadProfileHeader(ColorSyncProfileRef profile, ICCProfileHeader* header) {
+    *header = {};
     const Owned<CFDataRef> data(ColorSyncProfileCopyHeader(profile));
-    if (data) {
-        const CFIndex length = std::min(CFDataGetLength(data.Get()), static_cast<CFIndex>(sizeof header));
-        CFDataGetBytes(data.Get(), CFRangeMake(0, length), reinterpret_cast<UInt8*>(&header));
-    }
+    if (!data) return kStatusNoMemory;
+    const CFIndex length = std::min(CFDataGetLength(data.Get()), static_cast<CFIndex>(sizeof *header));
+    CFDataGetBytes(data.Get(), CFRangeMake(0, length), reinterpret_cast<UInt8*>(header));
+    return 0;
+}
+
+ICCProfileHeader GetProfileHeader(ColorSyncProfileRef profile) {
+    ICCProfileHeader header;
+    ReadProfileHeader(profile, &header);
     return header;
 }
 

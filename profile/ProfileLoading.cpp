@@ -1,5 +1,6 @@
 #include "profile/ProfileLoading.h"
 
+#include <cerrno>
 #include <cstdio>
 
 #include "platform/Codes.h"
@@ -101,7 +102,10 @@ ColorSyncProfileRef CreateProfileFromFSRef(const FSRef* file, OSErr* error) {
     Owned<CFMutableDataRef> bytes;
     *error = ReadWholeFork(fork, &bytes);
     if (*error != 0) return nullptr;
+    errno = 0;
     ColorSyncProfileRef profile = ColorSyncProfileCreate(bytes.Get(), nullptr);
+    // Null for bytes that are no profile, which is no error here, and without memory.
+    if (!profile && errno == ENOMEM) *error = kStatusNoMemory;
     known.Keep(profile);
     return profile;
 }

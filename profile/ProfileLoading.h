@@ -2,8 +2,8 @@
 
 /// Opening profiles from alias records, file references and the library's own resources.
 ///
-/// Status codes: 0 done, -43 a named or resolved file is missing, -50 the file is larger than 20 MiB, else the code of the failing file
-/// call. A Create result belongs to the caller (CFRelease); null means failure. Any thread.
+/// Status codes: 0 done, -43 a named or resolved file is missing, -50 the file is larger than 20 MiB, -108 there is no memory for it, else the code
+/// of the failing file call. A Create result belongs to the caller (CFRelease); null means failure. Any thread.
 
 #include "platform/Carbon.h"
 #include "platform/ColorSync.h"

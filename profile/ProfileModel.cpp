@@ -1,12 +1,9 @@
 #include "profile/ProfileModel.h"
 
-#include <algorithm>
-#include <iterator>
-
 #include "platform/Codes.h"
 #include "platform/FourCharCode.h"
 #include "profile/BigEndian.h"
-#include "profile/ProfileHeader.h"
+#include "profile/ProfileReading.h"
 #include "profile/TagRegistry.h"
 
 namespace {
@@ -20,16 +17,55 @@ int32_t MatrixElement(int32_t fixed) {
 
 }  // namespace
 
-FixedXYZ GetMediaColourant(ColorSyncProfileRef profile, uint32_t signature) {
-    const Owned<CFDataRef> tag = CopyTag(profile, signature);
-    if (!tag || CFDataGetLength(tag.Get()) < kXYZTagSize) return {0, 0, 0};
+OSErr ReadMediaColourant(ColorSyncProfileRef profile, uint32_t signature, FixedXYZ* xyz) {
+    *xyz = {0, 0, 0};
+    Owned<CFDataRef> tag;
+    const OSErr status = CopyTag(profile, signature, &tag);
+    if (!tag || CFDataGetLength(tag.Get()) < kXYZTagSize) return status;
     const UInt8* bytes = CFDataGetBytePtr(tag.Get());
-    return {static_cast<int32_t>(ReadBigEndian32(bytes + 8)), static_cast<int32_t>(ReadBigEndian32(bytes + 12)),
+    *xyz = {static_cast<int32_t>(ReadBigEndian32(bytes + 8)), static_cast<int32_t>(ReadBigEndian32(bytes + 12)),
             static_cast<int32_t>(ReadBigEndian32(bytes + 16))};
+    return 0;
+}
+
+OSErr ReadMediaWhitePoint(ColorSyncProfileRef profile, FixedXYZ* xyz) {
+    bool hasWhite = false;
+    OSErr status = FindTag(profile, FourChar("wtpt"), &hasWhite);
+    if (hasWhite) return ReadMediaColourant(profile, FourChar("wtpt"), xyz);
+    ICCProfileHeader header = {};
+    if (status == 0) status = ReadProfileHeader(profile, &header);
+    *xyz = {header.illuminantX, header.illuminantY, header.illuminantZ};
+    return status;
+}
+
+OSErr ReadMonitorLuminance(ColorSyncProfileRef profile, int32_t* luminance) {
+    bool hasLuminance = false;
+    OSErr status = FindTag(profile, FourChar("lumi"), &hasLuminance);
+    FixedXYZ xyz = {0, 0, 0};
+    if (hasLuminance) status = ReadMediaColourant(profile, FourChar("lumi"), &xyz);
+    *luminance = xyz.Y;
+    return status;
+}
+
+OSErr CheckMatrixModel(ColorSyncProfileRef profile) {
+    for (const uint32_t signature : {FourChar("rXYZ"), FourChar("rTRC"), FourChar("gXYZ"), FourChar("gTRC"), FourChar("bXYZ"), FourChar("bTRC")}) {
+        bool isThere = false;
+        const OSErr status = FindTag(profile, signature, &isThere);
+        if (!isThere) return status != 0 ? status : kStatusProfileUnsuitable;
+    }
+    return 0;
+}
+
+FixedXYZ GetMediaColourant(ColorSyncProfileRef profile, uint32_t signature) {
+    FixedXYZ xyz;
+    ReadMediaColourant(profile, signature, &xyz);
+    return xyz;
 }
 
 FixedXYZ GetMediaWhitePoint(ColorSyncProfileRef profile) {
-    return ContainsTag(profile, FourChar("wtpt")) ? GetMediaColourant(profile, FourChar("wtpt")) : GetProfileIlluminant(profile);
+    FixedXYZ xyz;
+    ReadMediaWhitePoint(profile, &xyz);
+    return xyz;
 }
 
 FixedXYZ GetProfileIlluminant(ColorSyncProfileRef profile) {
@@ -52,22 +88,24 @@ void SetMediaWhitePoint(ColorSyncMutableProfileRef profile, FixedXYZ xyz) {
 }
 
 Boolean IsMatrixModel(ColorSyncProfileRef profile) {
-    constexpr uint32_t kModelTags[] = {FourChar("rXYZ"), FourChar("rTRC"), FourChar("gXYZ"), FourChar("gTRC"), FourChar("bXYZ"), FourChar("bTRC")};
-    return std::all_of(std::begin(kModelTags), std::end(kModelTags), [=](uint32_t signature) { return ContainsTag(profile, signature); });
+    return CheckMatrixModel(profile) == 0;
 }
 
 OSErr GetMonitorMatrix(ColorSyncProfileRef profile, FixedMatrix* matrix) {
-    if (!IsMatrixModel(profile)) return kStatusProfileUnsuitable;
-    constexpr uint32_t kColourants[] = {FourChar("rXYZ"), FourChar("gXYZ"), FourChar("bXYZ")};
-    for (int column = 0; column < 3; ++column) {
-        const FixedXYZ colourant = GetMediaColourant(profile, kColourants[column]);
-        matrix->element[column] = MatrixElement(colourant.X);
-        matrix->element[3 + column] = MatrixElement(colourant.Y);
-        matrix->element[6 + column] = MatrixElement(colourant.Z);
-    }
+    OSErr status = CheckMatrixModel(profile);
+    FixedXYZ red, green, blue;
+    if (status == 0) status = ReadMediaColourant(profile, FourChar("rXYZ"), &red);
+    if (status == 0) status = ReadMediaColourant(profile, FourChar("gXYZ"), &green);
+    if (status == 0) status = ReadMediaColourant(profile, FourChar("bXYZ"), &blue);
+    if (status != 0) return status;
+    *matrix = {{MatrixElement(red.X), MatrixElement(green.X), MatrixElement(blue.X),  //
+                MatrixElement(red.Y), MatrixElement(green.Y), MatrixElement(blue.Y),  //
+                MatrixElement(red.Z), MatrixElement(green.Z), MatrixElement(blue.Z)}};
     return 0;
 }
 
 int32_t GetMonitorLuminance(ColorSyncProfileRef profile) {
-    return ContainsTag(profile, FourChar("lumi")) ? GetMediaColourant(profile, FourChar("lumi")).Y : 0;
+    int32_t luminance;
+    ReadMonitorLuminance(profile, &luminance);
+    return luminance;
 }

@@ -19,7 +19,7 @@ CM_EXPORT void SetMediaWhitePoint(ColorSyncMutableProfileRef profile, FixedXYZ x
 /// True exactly when all of rXYZ, rTRC, gXYZ, gTRC, bXYZ, bTRC are there; class, space and version do not matter.
 CM_EXPORT Boolean IsMatrixModel(ColorSyncProfileRef profile);
 /// Linear device RGB to XYZ on a scale where 65535 in gives 32768 = 1.0 out: columns are the colourants * 32768 / 65535, truncated.
-/// -170, with the matrix untouched, when the profile is no matrix model.
+/// -170 when the profile is no matrix model, or -108 without memory; the matrix is untouched then.
 CM_EXPORT OSErr GetMonitorMatrix(ColorSyncProfileRef profile, FixedMatrix* matrix);
 /// The Y of 'lumi' (candelas per square metre, s15.16), 0 when absent.
 CM_EXPORT int32_t GetMonitorLuminance(ColorSyncProfileRef profile);

@@ -1,5 +1,6 @@
 #include "profile/TagRegistry.h"
 
+#include "platform/Codes.h"
 #include "platform/Dispatch.h"
 #include "platform/Owned.h"
 #include "profile/BigEndian.h"
@@ -14,6 +15,10 @@ void CreateRegistry(void*) {
     sRegistryQueue = dispatch_queue_create("ICC Profile Tag Registry", DISPATCH_QUEUE_SERIAL);
     // No key callbacks: the signature itself is the key, in a pointer's place.
     sTagKeys = CFDictionaryCreateMutable(kCFAllocatorDefault, 0, nullptr, &kCFTypeDictionaryValueCallBacks);
+}
+
+bool IsASCII(uint32_t signature) {
+    return (signature & 0x80808080) == 0;
 }
 
 struct Lookup {
@@ -38,19 +43,26 @@ void FindOrAddKey(void* context) {
 
 CFStringRef TagKey(uint32_t signature) {
     dispatch_once_f(&sRegistryOnce, nullptr, CreateRegistry);
+    if (!sRegistryQueue || !sTagKeys) return nullptr;
     Lookup lookup = {signature, nullptr};
     dispatch_sync_f(sRegistryQueue, &lookup, FindOrAddKey);
     return lookup.key;
 }
 
-bool ContainsTag(ColorSyncProfileRef profile, uint32_t signature) {
+OSErr FindTag(ColorSyncProfileRef profile, uint32_t signature, bool* found) {
     CFStringRef key = TagKey(signature);
-    return key && ColorSyncProfileContainsTag(profile, key);
+    *found = key && ColorSyncProfileContainsTag(profile, key);
+    return key || !IsASCII(signature) ? kStatusDone : kStatusNoMemory;
 }
 
-Owned<CFDataRef> CopyTag(ColorSyncProfileRef profile, uint32_t signature) {
+OSErr CopyTag(ColorSyncProfileRef profile, uint32_t signature, Owned<CFDataRef>* tag) {
     CFStringRef key = TagKey(signature);
-    return Owned<CFDataRef>(key ? ColorSyncProfileCopyTag(profile, key) : nullptr);
+    tag->Reset(key ? ColorSyncProfileCopyTag(profile, key) : nullptr);
+    if (*tag) return 0;
+    // A tag that is there all the same was not copied for lack of memory.
+    bool isThere = false;
+    const OSErr status = FindTag(profile, signature, &isThere);
+    return isThere ? kStatusNoMemory : status;
 }
 
 void SetTag(ColorSyncMutableProfileRef profile, uint32_t signature, CFDataRef data) {

@@ -52,8 +52,27 @@ ColorSyncProfileRef CreateProfile(Span bytes, CFErrorRef* error) {
     const auto file = container->ProfileBytes();
     const platform::ForkSection section;  // the engine has locks of its own
     const platform::LcmsContext context;
-    if (!file || !platform::OpenLcmsProfile(context, *file)) return Refuse(error, EINVAL, "The profile cannot be used: " + context.LastError() + ".");
-    return platform::NewObject<ColorSyncProfile>(std::move(*container));
+    if (!file || !platform::OpenLcmsProfile(context, *file)) {
+        // What the library has against a profile it says. Without memory it says nothing, or just that.
+        reason = context.LastError();
+        if (reason.empty() || reason.starts_with("Couldn't allocate")) throw std::bad_alloc();
+        return Refuse(error, EINVAL, "The profile cannot be used: " + reason + ".");
+    }
+    return new ColorSyncProfile(std::move(*container));
+}
+
+/// What `work` made; without memory null, with errno telling so, and an error too where there is still memory for one.
+template <typename Work>
+ColorSyncProfileRef Made(CFErrorRef* error, Work work) noexcept {
+    ColorSyncProfileRef profile = nullptr;
+    try {
+        return work();
+    } catch (const std::bad_alloc&) {
+        profile = Guarded([&]() -> ColorSyncProfileRef { return Refuse(error, ENOMEM); });
+        errno = ENOMEM;
+    } catch (const std::exception&) {
+    }
+    return profile;
 }
 
 /// The bytes of a regular file up to the size that its profile header states. Returns 0 or an error number; all bytes of a file that is too short.
@@ -147,11 +166,11 @@ CFTypeID ColorSyncProfileGetTypeID() {
 
 ColorSyncProfileRef ColorSyncProfileCreate(CFDataRef data, CFErrorRef* error) {
     if (!data) return Refuse(error, EINVAL);
-    return Guarded([&] { return CreateProfile(Contents(data), error); });
+    return Made(error, [&] { return CreateProfile(Contents(data), error); });
 }
 
 ColorSyncProfileRef ColorSyncProfileCreateWithURL(CFURLRef url, CFErrorRef* error) {
-    return Guarded([&]() -> ColorSyncProfileRef {
+    return Made(error, [&]() -> ColorSyncProfileRef {
         const std::string_view path = platform::NativePath(url);
         if (path.empty()) return Refuse(error, EINVAL, "The URL does not name a file.");
         std::vector<std::uint8_t> bytes;

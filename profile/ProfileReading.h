@@ -1,0 +1,16 @@
+#pragma once
+
+/// What ProfileHeader.h and ProfileModel.h read, with the status that tells an absent part from one that was not read for lack of memory: 0, or -108
+/// with the result zeros. C++ only, used inside the library. Any thread.
+
+#include "colour/FixedPoint.h"
+#include "platform/ColorSync.h"
+#include "profile/ProfileHeader.h"
+
+/// Every profile has a header: none is -108.
+OSErr ReadProfileHeader(ColorSyncProfileRef profile, ICCProfileHeader* header);
+OSErr ReadMediaColourant(ColorSyncProfileRef profile, uint32_t signature, FixedXYZ* xyz);
+OSErr ReadMediaWhitePoint(ColorSyncProfileRef profile, FixedXYZ* xyz);
+OSErr ReadMonitorLuminance(ColorSyncProfileRef profile, int32_t* luminance);
+/// Also -170, for a profile that is no matrix model.
+OSErr CheckMatrixModel(ColorSyncProfileRef profile);
