@@ -53,6 +53,18 @@ if "$cc" -std=c17 -fno-pie -fsyntax-only "$source/examples/match_colour.c" $(pkg
 fi
 grep -q "stale copies" "$work/log" || { cat "$work/log"; fail "a host at a fixed address was not told why it does not compile"; }
 
+echo "the README's host, by the README's command"
+mkdir "$work/readme"
+# shellcheck disable=SC2016 # the fences are no commands
+sed -n '/^```c$/,/^```$/{/^```/d;p}' "$source/README.md" >"$work/readme/host.c"
+command=$(sed -n 's/^    cc host\.c /host.c /p' "$source/README.md")
+[[ -s $work/readme/host.c && $(wc -l <<<"$command") == 1 && -n $command ]] || fail "the README shows no host with one command"
+cp "$monitor" "$work/readme/monitor.icc"
+cp "$printer" "$work/readme/printer.icc"
+(cd "$work/readme" && eval "run $cc -std=c17 -Wall -Wextra -Wpedantic -Werror $command")
+answer=$(cd "$work/readme" && LD_LIBRARY_PATH=$libdir ./a.out) || fail "the README's host failed: $answer"
+grep -qE '^32[89][0-9]{2} 32[89][0-9]{2} 32[89][0-9]{2}$' <<<"$answer" || fail "the README's host answered $answer"
+
 mkdir "$work/consumer"
 cat >"$work/consumer/lab.cpp" <<'CPP'
 #include <ColourMatch/ColourMatch.h>
