@@ -54,9 +54,9 @@ public:
     bool IsValid() const { return valid; }
 
 private:
-    void ReadResources();
-    void AddResources() const;
-    void Free();
+    CM_INTERNAL void ReadResources();
+    CM_INTERNAL void AddResources() const;
+    CM_INTERNAL void Free();
 
     int16_t count;
     CGDirectDisplayID* displays;

@@ -15,6 +15,9 @@
 #define CM_EXPORT_DATA CM_EXPORT
 #endif
 
+/// A private member of an exported class.
+#define CM_INTERNAL __attribute__((visibility("hidden")))
+
 #define CM_NORETURN __attribute__((noreturn))
 
 /// CM_CONSTANT is a number that compilers know, in C too, where it has no type of its own.

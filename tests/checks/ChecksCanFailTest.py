@@ -192,25 +192,32 @@ class PlantedTree(unittest.TestCase):
 class PlantedLibrary(unittest.TestCase):
     def compare(self, source, listed):
         with tempfile.TemporaryDirectory() as folder:
-            library, names = os.path.join(folder, "lib.so"), os.path.join(folder, "names.txt")
-            subprocess.run(["g++", "-shared", "-fPIC", "-nostdlib", "-xc++", "-", "-o", library], input=source, text=True, check=True)
+            library, names, built = (os.path.join(folder, name) for name in ("lib.so", "names.txt", "source.o"))
+            script = os.path.join(folder, "names.map")
+            with open(script, "w", encoding="utf-8") as file:
+                file.write("{ local: LeftInside*; _Z10LeftInside*; };\n")
+            subprocess.run(["g++", "-c", "-fPIC", "-fvisibility=hidden", "-xc++", "-", "-o", built], input=source, text=True, check=True)
+            subprocess.run(["g++", "-shared", "-nostdlib", f"-Wl,--version-script={script}", built, "-o", library], check=True)
             with open(names, "w", encoding="utf-8") as file:
                 file.write("# names\n" + "".join(name + "\n" for name in listed))
-            return run("check_exports", library, names)
+            return run("check_exports", library, names, built)
 
     def test_differences_are_found_both_ways(self):
         rows = (
             # source, listed names, expected finding or None
-            ('extern "C" void Match() {}\nvoid Mix(float) {}\n', ["Match", "_Z3Mixf"], None),
-            ('extern "C" void Match() {}\nvoid Mix(float) {}\n', ["Match"], "exported, not listed: _Z3Mixf (Mix(float))"),
-            ('extern "C" void Match() {}\n', ["Match", "Predict"], "listed, not exported: Predict"),
-            ('extern "C" void Match() {}\n', ["Match", "Match"], "listed twice: Match"),
-            ('extern "C" { int gValue = 1; }\n', [], "exported, not listed: gValue"),
+            ('extern "C" OUT void Match() {}\nOUT void Mix(float) {}\n', ["Match", "_Z3Mixf"], None),
+            ('extern "C" OUT void Match() {}\nOUT void Mix(float) {}\n', ["Match"], "exported, not listed: _Z3Mixf (Mix(float))"),
+            ('extern "C" OUT void Match() {}\n', ["Match", "Predict"], "listed, not exported: Predict"),
+            ('extern "C" OUT void Match() {}\n', ["Match", "Match"], "listed twice: Match"),
+            ('extern "C" { OUT int gValue = 1; }\n', [], "exported, not listed: gValue"),
+            ('extern "C" { OUT void Match() {}\nOUT void LeftInside() {} }\n', ["Match"], "marked for export, not listed: LeftInside"),
+            ('extern "C" OUT void Match() {}\nOUT void LeftInside() {}\n', ["Match"], "marked for export, not listed: _Z10LeftInsidev (LeftInside())"),
+            ('extern "C" OUT void Match() {}\nvoid Hidden() {}\n', ["Match"], None),
             ("static int hidden;\n", [], "exports nothing"),
         )
         for source, listed, finding in rows:
             with self.subTest(listed=listed, finding=finding):
-                result = self.compare(source, listed)
+                result = self.compare('#define OUT __attribute__((visibility("default")))\n' + source, listed)
                 self.assertEqual(result.returncode, 0 if finding is None else 1, result.stdout + result.stderr)
                 if finding:
                     self.assertIn(finding, result.stdout)
