@@ -19,9 +19,9 @@
 
 #include "bench/NaturalImage.h"
 #include "bench/Race.h"
-#include "platform/linux/FusedEvaluator.h"
-#include "platform/linux/GamutTest.h"
-#include "platform/linux/LittleCmsEvaluator.h"
+#include "platform/linux/ColourChains/FusedEvaluator.h"
+#include "platform/linux/ColourChains/GamutMap.h"
+#include "platform/linux/ColourChains/LittleCmsEvaluator.h"
 
 namespace {
 

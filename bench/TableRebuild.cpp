@@ -14,7 +14,7 @@
 #include "engine/PrecomputedTables.h"
 #include "engine/MonitorTables.h"
 #include "platform/FourCharCode.h"
-#include "platform/linux/LittleCmsEvaluator.h"
+#include "platform/linux/ColourChains/LittleCmsEvaluator.h"
 #include "tests/fixtures/MatchingRecords.h"
 
 namespace {

@@ -22,7 +22,7 @@ TREE = {
     "appearance/PixelMapping.h": "#pragma once\n",
     "session/Failure.h": "#pragma once\n",
     "session/Session.cpp": '#include "engine/Table.h"\n#include "session/Failure.h"\n',
-    "host/Orlo.cpp": '#include "ColourMatch/ColourMatch.h"\n',
+    "orlo/Orlo.cpp": '#include "ColourMatch/ColourMatch.h"\n',
 }
 
 
@@ -74,7 +74,7 @@ class PlantedTree(unittest.TestCase):
                 ("platform/Export.h", '#include "colour/Sum.h"\n', "platform may not include"),
                 ("calibration/Gamma.h", '#include "engine/Table.h"\n', "calibration may not include"),
                 ("session/Session.cpp", '#include "calibration/Gamma.h"\n', "does not stand under the root"),
-                ("session/Session.cpp", '#include "host/Orlo.cpp"\n', "session may not include"),
+                ("session/Session.cpp", '#include "orlo/Orlo.cpp"\n', "session may not include"),
             ),
         )
 
@@ -92,7 +92,7 @@ class PlantedTree(unittest.TestCase):
         self.each(
             "check_includes",
             (
-                ("host/Orlo.cpp", '#include "colour/Sum.h"\n', "a host includes ColourMatch/ColourMatch.h"),
+                ("orlo/Orlo.cpp", '#include "colour/Sum.h"\n', "a host includes ColourMatch/ColourMatch.h"),
                 ("tests/unit/T.cpp", '#include "platform/linux/Hidden.h"\n', "belongs to platform/ alone"),
                 ("session/Session.cpp", "#  if defined(__APPLE__)\n#endif\n", "a condition on the system"),
                 ("session/Session.cpp", "    CFRelease(object);\n", "a bare CFRelease"),

@@ -5,7 +5,7 @@
 
 #include "calibration/GammaTableLayout.h"
 #include "calibration/ResourceForkCheck.h"
-#include "platform/linux/CarbonResourceFork.h"
+#include "platform/linux/Carbon/CarbonResourceFork.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <vector>
 
-#include "platform/linux/CarbonAliasRecord.h"
+#include "platform/linux/Carbon/CarbonAliasRecord.h"
 #include "tests/fixtures/GuardedBytes.h"
 
 namespace {

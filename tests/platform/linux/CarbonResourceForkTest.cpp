@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "platform/linux/CarbonResourceFork.h"
+#include "platform/linux/Carbon/CarbonResourceFork.h"
 #include "tests/fixtures/GuardedBytes.h"
 #include "tests/fixtures/ResourceForkBytes.h"
 

@@ -6,7 +6,7 @@
 #include <random>
 #include <thread>
 
-#include "platform/linux/ChainEvaluators.h"
+#include "platform/linux/ColourChains/ChainEvaluators.h"
 #include "tests/fixtures/ProfileBytes.h"
 #include "tests/fixtures/Transforms.h"
 

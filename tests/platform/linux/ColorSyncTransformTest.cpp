@@ -10,8 +10,8 @@
 #include <string>
 #include <thread>
 
-#include "platform/linux/ColorSyncObjects.h"
-#include "platform/linux/FusedEvaluator.h"
+#include "platform/linux/ColorSync/ColorSyncObjects.h"
+#include "platform/linux/ColourChains/FusedEvaluator.h"
 #include "tests/fixtures/GuardedBytes.h"
 #include "tests/fixtures/Transforms.h"
 

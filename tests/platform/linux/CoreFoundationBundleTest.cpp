@@ -4,7 +4,7 @@
 #include <filesystem>
 
 #include "platform/CoreFoundation.h"
-#include "platform/linux/ResourceFolder.h"
+#include "platform/linux/CoreFoundation/ResourceFolder.h"
 #include "tests/fixtures/CurrentDirectory.h"
 #include "tests/fixtures/StringText.h"
 #include "tests/fixtures/TemporaryFolder.h"

@@ -10,9 +10,9 @@
 #include <stdexcept>
 #include <string>
 
-#include "platform/linux/FusedEvaluator.h"
-#include "platform/linux/GamutTest.h"
-#include "platform/linux/LittleCmsEvaluator.h"
+#include "platform/linux/ColourChains/FusedEvaluator.h"
+#include "platform/linux/ColourChains/GamutMap.h"
+#include "platform/linux/ColourChains/LittleCmsEvaluator.h"
 #include "tests/fixtures/LcmsTruth.h"
 #include "tests/fixtures/ProfileBytes.h"
 #include "tests/fixtures/TemporaryFolder.h"

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <vector>
 
-#include "platform/linux/DisplayRamp.h"
+#include "platform/linux/Displays/DisplayRamp.h"
 
 namespace {
 

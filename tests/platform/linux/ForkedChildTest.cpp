@@ -12,7 +12,7 @@
 
 #include "platform/Dispatch.h"
 #include "platform/Posix.h"
-#include "platform/linux/ChainEvaluators.h"
+#include "platform/linux/ColourChains/ChainEvaluators.h"
 #include "profile/KnownProfile.h"
 #include "profile/TagRegistry.h"
 #include "session/MatchingDataHandle.h"

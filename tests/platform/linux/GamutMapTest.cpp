@@ -10,7 +10,7 @@
 #include <sstream>
 #include <thread>
 
-#include "platform/linux/GamutTest.h"
+#include "platform/linux/ColourChains/GamutMap.h"
 #include "tests/fixtures/LcmsTruth.h"
 #include "tests/fixtures/TemporaryFolder.h"
 #include "tests/fixtures/Transforms.h"

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/CarbonFiles.h"
-#include "platform/linux/ItemRemoval.h"
+#include "platform/linux/Carbon/CarbonFiles.h"
+#include "platform/linux/Foundation/ItemRemoval.h"
 #include "tests/fixtures/ChildProcess.h"
 #include "tests/fixtures/FileReferences.h"
 #include "tests/fixtures/SmallVolume.h"

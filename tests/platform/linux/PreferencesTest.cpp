@@ -15,8 +15,8 @@
 
 #include "platform/CoreFoundation.h"
 #include "platform/Owned.h"
-#include "platform/linux/CoreFoundationString.h"
-#include "platform/linux/PreferenceFile.h"
+#include "platform/linux/CoreFoundation/CoreFoundationString.h"
+#include "platform/linux/Preferences/PreferenceFile.h"
 #include "tests/fixtures/ChildProcess.h"
 #include "tests/fixtures/CommaLocale.h"
 #include "tests/fixtures/TracedChild.h"

@@ -1,0 +1,31 @@
+#include "images/CurrentMatching.h"
+
+#include <string>
+
+#include "images/Complaint.h"
+#include "images/MonitorFault.h"
+
+CurrentMatching::CurrentMatching(const ChosenProfile& monitor, const ChosenProfile& printer, const std::optional<ChosenProfile>& proofer,
+                                 const StoredConditions* conditions, uint32_t quality) {
+    const auto white = [](const std::optional<FixedXYZ>& colour) { return colour ? &*colour : nullptr; };
+    const AliasHandle profiles[3] = {monitor.alias.get(), printer.alias.get(), proofer ? proofer->alias.get() : nullptr};
+    OSErr status = 0;
+    MatchingData* data = LoadMatchingData(profiles, proofer ? 1 : 0, conditions ? white(conditions->monitorWhite) : nullptr,
+                                          conditions ? white(conditions->printerWhite) : nullptr, &status);
+    if (!data) {
+        if (status == kStatusNoMemory || status == kStatusProfileUnsuitable) {
+            if (const auto fault = FaultOfMonitor(monitor, status)) throw *fault;
+        }
+        if (status == kStatusNoMemory) throw Complaint{"matching data", "there is not enough memory for it", "close other programs"};
+        const std::string code = " (status " + std::to_string(status) + ")";
+        const std::string& device = proofer ? proofer->path + ", " + printer.path : printer.path;
+        throw Complaint{device, "no colours can be converted through the profile" + code, "a profile with tables for both directions is needed"};
+    }
+    if (conditions) DirectICCSetViewingConditions(data, conditions->intent, &conditions->viewing);
+    const OSErr qualityStatus = SetDirectMatchingQuality(data, quality);
+    if (qualityStatus != 0) {
+        DisposeMatchingData(data);
+        throw Complaint{"--quality", "there is not enough memory for the precomputed tables", "use 1 or 2"};
+    }
+    SetMatchingData(data);
+}

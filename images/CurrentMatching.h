@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "images/ProfileChoice.h"
+
+/// What a matching session takes from the store beside the profiles.
+struct StoredConditions {
+    ViewingConditions viewing = {};
+    uint32_t intent = 0;         // 'Rdr0' to 'Rdr3'
+    std::optional<int> quality;  // 0, 1 or 2; nothing while none is stored
+    std::optional<FixedXYZ> monitorWhite, printerWhite;
+};
+
+/// Keeps a matching record current while it lives.
+class CurrentMatching {
+public:
+    /// conditions   as a session with the user's stored settings has them; null: the devices as they are
+    /// quality      'Qua0', 'Qua1' or 'Qua2'
+    ///
+    /// Throws Complaint.
+    CurrentMatching(const ChosenProfile& monitor, const ChosenProfile& printer, const std::optional<ChosenProfile>& proofer,
+                    const StoredConditions* conditions, uint32_t quality);
+    CurrentMatching(const CurrentMatching&) = delete;
+    CurrentMatching& operator=(const CurrentMatching&) = delete;
+    ~CurrentMatching() { SetMatchingData(nullptr); }
+};

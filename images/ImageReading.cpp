@@ -1,0 +1,128 @@
+#include "images/ImageReading.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+
+#include "images/Complaint.h"
+
+namespace {
+
+constexpr const char* kUsableImage = "a PNG, TIFF or JPEG image is needed";
+
+class Descriptor {
+public:
+    explicit Descriptor(int number) : number_(number) {}
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor() {
+        if (number_ >= 0) close(number_);
+    }
+    int Number() const { return number_; }
+
+private:
+    int number_;
+};
+
+std::optional<ImageFormat> FormatOfContents(int descriptor) {
+    std::array<char, 8> start{};
+    const ssize_t count = pread(descriptor, start.data(), start.size(), 0);
+    const std::string_view bytes(start.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
+    using namespace std::literals;
+    if (bytes.starts_with("\x89PNG\r\n\x1a\n"sv)) return ImageFormat::Png;
+    if (bytes.starts_with("\xff\xd8\xff"sv)) return ImageFormat::Jpeg;
+    // The second word tells ordinary TIFF files from the large kind.
+    for (const std::string_view mark : {"II*\0"sv, "MM\0*"sv, "II+\0"sv, "MM\0+"sv}) {
+        if (bytes.starts_with(mark)) return ImageFormat::Tiff;
+    }
+    return std::nullopt;
+}
+
+ImageHold Decode(VipsSource* source, ImageFormat format, VipsAccess access) {
+    VipsImage* image = nullptr;
+    // A short or damaged file is an error; a harmless oddity, such as an unknown tag, is not.
+    constexpr VipsFailOn kFailOn = VIPS_FAIL_ON_ERROR;
+    switch (format) {
+        case ImageFormat::Png:
+            vips_pngload_source(source, &image, "access", access, "fail_on", kFailOn, nullptr);
+            break;
+        case ImageFormat::Tiff:
+            vips_tiffload_source(source, &image, "access", access, "fail_on", kFailOn, nullptr);
+            break;
+        case ImageFormat::Jpeg:
+            vips_jpegload_source(source, &image, "access", access, "fail_on", kFailOn, nullptr);
+            break;
+    }
+    return ImageHold(image);
+}
+
+}  // namespace
+
+void ComplainOfDamage(const std::string& path) {
+    throw Complaint{path, "the image is damaged or cut short", "a whole PNG, TIFF or JPEG image is needed"};
+}
+
+ImageHold OpenImage(const std::string& path, bool upright) {
+    // Without waiting for the other end of a pipe, which is refused.
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (file.Number() < 0) {
+        if (errno == ENOENT) throw Complaint{path, "there is no such file", kUsableImage};
+        throw Complaint{path, std::string("the file cannot be read (") + std::strerror(errno) + ")", "a readable image file is needed"};
+    }
+    struct stat status {};
+    if (fstat(file.Number(), &status) != 0 || !S_ISREG(status.st_mode)) throw Complaint{path, "this is not a file of its own", kUsableImage};
+    if (status.st_size == 0) throw Complaint{path, "the file is empty", kUsableImage};
+    const std::optional<ImageFormat> format = FormatOfContents(file.Number());
+    if (!format) throw Complaint{path, "this is not an image of a known kind", kUsableImage};
+
+    const VipsHold<VipsSource> source(vips_source_new_from_descriptor(file.Number()));
+    if (!source) ComplainOfDamage(path);
+    ImageHold image = Decode(source.get(), *format, upright ? VIPS_ACCESS_RANDOM : VIPS_ACCESS_SEQUENTIAL);
+    if (!image) ComplainOfDamage(path);
+    if (!upright) return image;
+
+    VipsImage* turned = nullptr;
+    if (vips_autorot(image.get(), &turned, nullptr) != 0) ComplainOfDamage(path);
+    return ImageHold(turned);
+}
+
+ImageShape ExamineImage(VipsImage* image, const std::string& path) {
+    ImageShape shape;
+    switch (vips_image_get_format(image)) {
+        case VIPS_FORMAT_UCHAR:
+            shape.depth = 8;
+            break;
+        case VIPS_FORMAT_USHORT:
+            shape.depth = 16;
+            break;
+        default:
+            throw Complaint{path, "its samples are neither 8 nor 16 bits wide", "save it with 8 or 16 bits"};
+    }
+    switch (vips_image_get_interpretation(image)) {
+        case VIPS_INTERPRETATION_B_W:
+        case VIPS_INTERPRETATION_GREY16:
+            shape.colours = 1;
+            break;
+        case VIPS_INTERPRETATION_sRGB:
+        case VIPS_INTERPRETATION_RGB:
+        case VIPS_INTERPRETATION_RGB16:
+            shape.colours = 3;
+            break;
+        case VIPS_INTERPRETATION_CMYK:
+            shape.colours = 4;
+            break;
+        default:
+            throw Complaint{path, "it is neither grey nor RGB nor CMYK", "save it as one of these"};
+    }
+    const int samples = vips_image_get_bands(image);
+    shape.hasAlpha = samples == shape.colours + 1;
+    if (samples != shape.Samples()) {
+        throw Complaint{path, "it has " + std::to_string(samples) + " channels", "grey, RGB or CMYK with at most one alpha channel is needed"};
+    }
+    return shape;
+}

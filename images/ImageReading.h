@@ -1,0 +1,31 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "images/VipsHold.h"
+
+enum class ImageFormat { Png, Tiff, Jpeg };
+
+/// What the samples of a pixel are. Grey, RGB and CMYK have 1, 3 and 4 colours; alpha follows them.
+struct ImageShape {
+    int colours = 3;
+    bool hasAlpha = false;
+    int depth = 8;  // bits of a sample, 8 or 16
+
+    int Samples() const { return colours + (hasAlpha ? 1 : 0); }
+};
+
+/// Opens a PNG, TIFF or JPEG file, told by its first bytes, for reading from top to bottom: pixels are decoded as they are asked for.
+///
+/// upright   true: turned as the file's orientation tag says. A turned image is held as a whole, by libvips in a temporary file when it is
+///           large.
+///
+/// Throws Complaint. A file that is damaged further down is found out only when its pixels are asked for.
+ImageHold OpenImage(const std::string& path, bool upright);
+
+/// Throws Complaint for anything but grey, RGB or CMYK of 8 or 16 bits.
+ImageShape ExamineImage(VipsImage* image, const std::string& path);
+
+/// The complaint about a file whose pixels cannot be decoded.
+[[noreturn]] void ComplainOfDamage(const std::string& path);

@@ -1,0 +1,144 @@
+#include "images/RowConverter.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr uint32_t kFull = 65535;
+constexpr std::size_t kStride = 4;  // words or bytes of a device or reference pixel
+
+constexpr uint16_t Widened(uint8_t v) {
+    return static_cast<uint16_t>(v * 257);
+}
+constexpr uint16_t Widened(uint16_t v) {
+    return v;
+}
+
+/// To the nearest of the 256 values.
+constexpr void Narrow(uint16_t v, uint8_t& out) {
+    out = static_cast<uint8_t>((v + 128) / 257);
+}
+constexpr void Narrow(uint16_t v, uint16_t& out) {
+    out = v;
+}
+
+/// Colour samples as 16-bit ones, `channels` a pixel: 1 packed, 3 (with a fourth word skipped) or 4. Grey is repeated into RGB.
+template <typename Sample>
+void SpreadSource(const Sample* in, const ImageShape& shape, int channels, bool flatten, uint16_t* out, std::size_t count) {
+    const auto samples = static_cast<std::size_t>(shape.Samples());
+    const std::size_t stride = channels == 1 ? 1 : kStride;
+    const uint32_t paper = shape.colours == 4 ? 0 : kFull;
+    for (std::size_t i = 0; i < count; i++, in += samples, out += stride) {
+        const uint32_t cover = flatten ? Widened(in[shape.colours]) : kFull;
+        for (int c = 0; c < channels; c++) {
+            const uint32_t value = Widened(in[shape.colours == 1 ? 0 : c]);
+            out[c] = static_cast<uint16_t>((value * cover + paper * (kFull - cover) + kFull / 2) / kFull);
+        }
+    }
+}
+
+/// Device samples unchanged, four a pixel; `skip` stands before the first colour.
+template <typename Sample>
+void SpreadDevice(const Sample* in, const ImageShape& shape, int channels, std::size_t skip, Sample* out, std::size_t count) {
+    const auto samples = static_cast<std::size_t>(shape.Samples());
+    for (std::size_t i = 0; i < count; i++, in += samples, out += kStride) {
+        for (int c = 0; c < channels; c++) out[skip + static_cast<std::size_t>(c)] = in[shape.colours == 1 ? 0 : c];
+    }
+}
+
+template <typename Sample>
+void PackColours(const Sample* device, std::size_t skip, const ImageShape& shape, Sample* out, std::size_t count) {
+    const auto samples = static_cast<std::size_t>(shape.Samples());
+    for (std::size_t i = 0; i < count; i++, device += kStride, out += samples) {
+        std::copy_n(device + skip, shape.colours, out);
+    }
+}
+
+template <typename From, typename To>
+void CopyAlpha(const From* in, const ImageShape& inShape, To* out, const ImageShape& outShape, std::size_t count) {
+    const auto inSamples = static_cast<std::size_t>(inShape.Samples());
+    const auto outSamples = static_cast<std::size_t>(outShape.Samples());
+    for (std::size_t i = 0; i < count; i++) Narrow(Widened(in[i * inSamples + inSamples - 1]), out[i * outSamples + outSamples - 1]);
+}
+
+/// 8-bit RGB pixels start with a padding byte; the four inks fill theirs.
+std::size_t SkipOf(int colours) {
+    return colours == 4 ? 0 : 1;
+}
+
+}  // namespace
+
+RowConverter::RowConverter(const RunPlan& plan, std::size_t width)
+    : plan_(plan), source_(width * kStride), reference_(width * kStride), device16_(width * kStride), device8_(width * kStride) {}
+
+bool RowConverter::ToReference(const void* in, std::size_t count) {
+    const int channels = plan_.sourceChannels;
+    if (plan_.input.depth == 8) {
+        SpreadSource(static_cast<const uint8_t*>(in), plan_.input, channels, plan_.flattenOntoWhite, source_.data(), count);
+    } else {
+        SpreadSource(static_cast<const uint16_t*>(in), plan_.input, channels, plan_.flattenOntoWhite, source_.data(), count);
+    }
+    const ColorSyncDataLayout layout = channels == 3 ? kCGImageAlphaNoneSkipLast : kCGImageAlphaNone;
+    const std::size_t sourceRow = count * (channels == 1 ? 1 : kStride) * sizeof(uint16_t);
+    return ColorSyncTransformConvert(plan_.toReference, count, 1, reference_.data(), kColorSync16BitInteger, kCGImageAlphaNoneSkipLast,
+                                     count * kStride * sizeof(uint16_t), source_.data(), kColorSync16BitInteger, layout, sourceRow, nullptr);
+}
+
+bool RowConverter::FromReference(std::size_t count) {
+    const uint16_t* in = reference_.data();
+    const bool narrow = plan_.output.depth == 8;
+    switch (plan_.operation) {
+        case Operation::Match:
+            return (narrow ? MonitorMatch(in, device8_.data(), count) : MonitorMatch16(in, device16_.data(), count)) == 0;
+        case Operation::Proof:
+            return (narrow ? SoftProofMatch(in, device8_.data(), count) : SoftProofMatch16(in, device16_.data(), count)) == 0;
+        case Operation::PrinterMatch:
+            return (narrow ? PrinterMatch(in, device8_.data(), count) : PrinterMatch16(in, device16_.data(), count)) == 0;
+        case Operation::Gamut:
+            return (plan_.printerGamut ? PrinterGamut : MonitorGamut)(in, device8_.data(), count) == 0;
+        case Operation::Predict:
+        case Operation::PrinterPredict:
+            break;
+    }
+    return false;
+}
+
+bool RowConverter::FromDevice(const void* in, std::size_t count) {
+    const bool printer = plan_.operation == Operation::PrinterPredict;
+    const int channels = plan_.input.colours == 4 ? 4 : 3;
+    if (plan_.input.depth == 8) {
+        SpreadDevice(static_cast<const uint8_t*>(in), plan_.input, channels, SkipOf(channels), device8_.data(), count);
+        return (printer ? PrinterPredict : MonitorPredict)(device8_.data(), reference_.data(), count) == 0;
+    }
+    SpreadDevice(static_cast<const uint16_t*>(in), plan_.input, channels, 0, device16_.data(), count);
+    return (printer ? PrinterPredict16 : MonitorPredict16)(device16_.data(), reference_.data(), count) == 0;
+}
+
+bool RowConverter::Convert(const void* in, void* out, std::size_t count) {
+    const bool predicts = ReadsDeviceValues(plan_.operation);
+    if (predicts) {
+        if (!FromDevice(in, count)) return false;
+    } else if (!ToReference(in, count) || !FromReference(count)) {
+        return false;
+    }
+
+    auto* out8 = static_cast<uint8_t*>(out);
+    auto* out16 = static_cast<uint16_t*>(out);
+    if (plan_.operation == Operation::Gamut) {
+        std::copy_n(device8_.data(), count, out8);
+    } else if (plan_.output.depth == 8) {
+        PackColours(device8_.data(), SkipOf(plan_.output.colours), plan_.output, out8, count);
+    } else {
+        PackColours(predicts ? reference_.data() : device16_.data(), 0, plan_.output, out16, count);
+    }
+    if (!plan_.output.hasAlpha) return true;
+
+    const auto* in8 = static_cast<const uint8_t*>(in);
+    const auto* in16 = static_cast<const uint16_t*>(in);
+    if (plan_.input.depth == 8) {
+        plan_.output.depth == 8 ? CopyAlpha(in8, plan_.input, out8, plan_.output, count) : CopyAlpha(in8, plan_.input, out16, plan_.output, count);
+    } else {
+        plan_.output.depth == 8 ? CopyAlpha(in16, plan_.input, out8, plan_.output, count) : CopyAlpha(in16, plan_.input, out16, plan_.output, count);
+    }
+    return true;
+}

@@ -1,0 +1,86 @@
+#include "images/SourceColour.h"
+
+#include "images/Complaint.h"
+#include "images/FourCharCodes.h"
+#include "images/ProfileChoice.h"
+
+namespace {
+
+struct BlobRelease {
+    void operator()(VipsBlob* blob) const { vips_area_unref(VIPS_AREA(blob)); }
+};
+
+Owned<ColorSyncProfileRef> ProfileFromBytes(const void* bytes, std::size_t length) {
+    const Owned<CFDataRef> data(CFDataCreate(kCFAllocatorDefault, static_cast<const UInt8*>(bytes), static_cast<CFIndex>(length)));
+    return Owned<ColorSyncProfileRef>(data ? ColorSyncProfileCreate(data.Get(), nullptr) : nullptr);
+}
+
+Owned<ColorSyncProfileRef> SRGBProfile() {
+    VipsBlob* loaded = nullptr;
+    if (vips_profile_load("srgb", &loaded, nullptr) != 0) return {};
+    const std::unique_ptr<VipsBlob, BlobRelease> blob(loaded);
+    std::size_t length = 0;
+    const void* bytes = vips_blob_get(blob.get(), &length);
+    return ProfileFromBytes(bytes, length);
+}
+
+Owned<CFDictionaryRef> Step(ColorSyncProfileRef profile, CFStringRef tag) {
+    const void* keys[] = {kColorSyncProfile, kColorSyncTransformTag, kColorSyncRenderingIntent, kColorSyncBlackPointCompensation};
+    const void* values[] = {profile, tag, kColorSyncRenderingIntentRelative, kCFBooleanFalse};
+    return Owned<CFDictionaryRef>(
+        CFDictionaryCreate(kCFAllocatorDefault, keys, values, 4, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+}
+
+Owned<ColorSyncTransformRef> TransformToReference(ColorSyncProfileRef source, ColorSyncProfileRef reference) {
+    const Owned<CFDictionaryRef> first = Step(source, kColorSyncTransformDeviceToPCS);
+    const Owned<CFDictionaryRef> last = Step(reference, kColorSyncTransformPCSToDevice);
+    const void* steps[] = {first.Get(), last.Get()};
+    const Owned<CFArrayRef> sequence(CFArrayCreate(kCFAllocatorDefault, steps, 2, &kCFTypeArrayCallBacks));
+    return Owned<ColorSyncTransformRef>(ColorSyncTransformCreate(sequence.Get(), nullptr));
+}
+
+int ChannelsOf(ColorSyncProfileRef profile) {
+    const uint32_t profileClass = GetProfileClass(profile);
+    if (profileClass == kClassLink || profileClass == kClassNamed) return 0;
+    switch (GetProfileColourSpace(profile)) {
+        case kSpaceGrey:
+            return 1;
+        case kColourSpaceRGB:
+            return 3;
+        case kColourSpaceCMYK:
+            return 4;
+        default:
+            return 0;
+    }
+}
+
+}  // namespace
+
+SourceColour FindSourceColour(VipsImage* image, const ImageShape& shape, const std::string& path, ColorSyncProfileRef reference) {
+    SourceColour source;
+    Owned<ColorSyncProfileRef> profile;
+    const void* bytes = nullptr;
+    std::size_t length = 0;
+    if (vips_image_get_typeof(image, VIPS_META_ICC_NAME) != 0 && vips_image_get_blob(image, VIPS_META_ICC_NAME, &bytes, &length) == 0) {
+        profile = ProfileFromBytes(bytes, length);
+        if (!profile) throw Complaint{path, "its embedded profile is damaged", "remove the profile or embed a whole one"};
+        source.channels = ChannelsOf(profile.Get());
+        // A grey image may carry an RGB profile: its values then stand for equal red, green and blue.
+        if (source.channels != shape.colours && !(shape.colours == 1 && source.channels == 3)) {
+            throw Complaint{path, "its embedded profile (" + ProfileName(profile.Get()) + ") is not for this kind of image",
+                            "remove the profile or embed one that fits"};
+        }
+        source.profileName = ProfileName(profile.Get());
+    } else if (shape.colours == 4) {
+        throw Complaint{path, "a CMYK image without a profile can mean any colour", "embed the profile that it was made for"};
+    } else {
+        profile = SRGBProfile();
+        source.channels = 3;
+        source.profileName = "sRGB";
+    }
+    if (profile) source.toReference = TransformToReference(profile.Get(), reference);
+    if (!source.toReference) {
+        throw Complaint{path, "no colours can be converted through its profile (" + source.profileName + ")", "embed another profile"};
+    }
+    return source;
+}

@@ -1,0 +1,334 @@
+#include "orlo/StoredSettings.h"
+
+#include <glib.h>
+
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <memory>
+
+#include "images/Complaint.h"
+#include "images/FourCharCodes.h"
+#include "orlo/JsonText.h"
+
+namespace {
+
+constexpr std::size_t kShortText = 31;  // bytes: illuminant and observer are read into 32 with the terminator
+
+CFStringRef Key(const char* key) {
+    return __CFStringMakeConstantString(key);
+}
+
+Owned<CFTypeRef> CopyStored(const char* key) {
+    return Owned<CFTypeRef>(CFPreferencesCopyValue(Key(key), CFSTR("com.brenwick.orlocms"), kCFPreferencesCurrentUser, kCFPreferencesCurrentHost));
+}
+
+bool IsStored(const char* key) {
+    return static_cast<bool>(CopyStored(key));
+}
+
+std::string TextOf(CFStringRef string) {
+    if (!string) return {};
+    std::vector<char> text(static_cast<std::size_t>(CFStringGetMaximumSizeForEncoding(CFStringGetLength(string), kCFStringEncodingUTF8)) + 1);
+    if (!CFStringGetCString(string, text.data(), static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8)) return {};
+    return text.data();
+}
+
+Owned<CFStringRef> StringOf(const std::string& text) {
+    return Owned<CFStringRef>(CFStringCreateWithCString(kCFAllocatorDefault, text.c_str(), kCFStringEncodingUTF8));
+}
+
+std::string NumberText(double number) {
+    std::array<char, 32> text;
+    return {text.data(), std::to_chars(text.data(), text.data() + text.size(), number).ptr};
+}
+
+SettingValue Number(double number) {
+    // JSON has no infinities and no NaN.
+    return {std::isfinite(number) ? SettingValue::kNumber : SettingValue::kText, NumberText(number)};
+}
+SettingValue Switch(bool on) {
+    return {SettingValue::kSwitch, on ? "on" : "off"};
+}
+SettingValue Text(const std::string& text) {
+    return text.empty() ? SettingValue{} : SettingValue{SettingValue::kText, text};
+}
+
+/// What the changes are gathered in before anything is stored.
+struct Pending {
+    std::optional<int> quality, intent;
+    ViewingConditions conditions = {};
+    bool changesConditions = false;
+    std::string monitorWhite, printerWhite;
+    Boolean useMonitorWhite = false, usePrinterWhite = false;
+    bool changesWhites = false;
+    std::optional<ChosenProfile> monitor, printer, proofer;  // without an alias: none
+    std::optional<bool> useProofer, usePaths;
+    std::optional<std::string> illuminant, observer;
+};
+
+/// A new value that the setting does not take.
+[[noreturn]] void Refuse(const SettingChange& change, const char* right) {
+    throw Complaint{change.name, "'" + change.value + "' is not a value of it", right};
+}
+
+double RealBetween(const SettingChange& change, double least, double most) {
+    double number = 0.0;
+    const char* const end = change.value.data() + change.value.size();
+    const auto [last, error] = std::from_chars(change.value.data(), end, number);
+    if (error == std::errc() && last == end && number >= least && number <= most) return number;
+    Refuse(change, ("use a number from " + NumberText(least) + " to " + NumberText(most)).c_str());
+}
+
+bool OnOrOff(const SettingChange& change) {
+    if (change.value == "on") return true;
+    if (change.value == "off") return false;
+    Refuse(change, "use on or off");
+}
+
+int OneDigit(const SettingChange& change, char least, char most, const char* right) {
+    if (change.value.size() == 1 && change.value[0] >= least && change.value[0] <= most) return change.value[0] - '0';
+    Refuse(change, right);
+}
+
+std::string WhiteText(const SettingChange& change) {
+    if (change.value == "none") return {};
+    const Owned<CFStringRef> text = StringOf(change.value);
+    FixedXYZ colour;
+    if (!text || !ExtractPCSXYZ(text.Get(), &colour)) Refuse(change, "use a white such as xyz:95.05,100,108.9, in per cent under D65, or none");
+    return change.value;
+}
+
+std::string ShortText(const SettingChange& change) {
+    const bool fits = !change.value.empty() && change.value.size() <= kShortText && g_utf8_validate(change.value.c_str(), -1, nullptr);
+    if (!fits) Refuse(change, "use a text of 1 to 31 bytes in UTF-8");
+    return change.value;
+}
+
+std::optional<ChosenProfile> Profile(const SettingChange& change, ChosenProfile (*choose)(const std::string&)) {
+    if (change.value.empty()) Refuse(change, "name a profile file, or none");
+    return change.value == "none" ? std::optional<ChosenProfile>(std::in_place) : choose(change.value);
+}
+
+/// The file that is stored under the key; empty when none is, or when it cannot be found.
+std::string StoredPath(const char* key) {
+    const std::unique_ptr<AliasHandle, AliasRelease> alias(GetFileLocationPreference(Key(key)));
+    FSRef file;
+    Boolean wasChanged = false;
+    if (!alias || FSResolveAlias(nullptr, alias.get(), &file, &wasChanged) != 0) return {};
+    const Owned<CFURLRef> url(CFURLCreateFromFSRef(kCFAllocatorDefault, &file));
+    std::array<UInt8, 4096> path;
+    if (!url || !CFURLGetFileSystemRepresentation(url.Get(), true, path.data(), static_cast<CFIndex>(path.size()))) return {};
+    return reinterpret_cast<const char*>(path.data());
+}
+
+SettingValue ReadProfile(const char* key) {
+    const std::string path = StoredPath(key);
+    if (path.empty() && IsStored(key)) return {SettingValue::kText, "(a file that cannot be found)"};
+    return Text(path);
+}
+
+ViewingConditions ConditionsInStore() {
+    const Owned<CFDictionaryRef> stored(CopyDictionaryPreference(Key("Viewing Conditions")));
+    return {GetRealFromDictionary(stored.Get(), Key("Flare"), -0.03), GetRealFromDictionary(stored.Get(), Key("Contrast"), 1.0),
+            GetRealFromDictionary(stored.Get(), Key("A Offset"), 0.0), GetRealFromDictionary(stored.Get(), Key("B Offset"), 0.0),
+            GetBooleanFromDictionary(stored.Get(), Key("Use Printer"), false)};
+}
+
+/// Settings that live in the dictionary of viewing conditions.
+bool IsConditionStored(const char* key) {
+    const Owned<CFDictionaryRef> stored(CopyDictionaryPreference(Key("Viewing Conditions")));
+    return stored && CFDictionaryContainsKey(stored.Get(), Key(key));
+}
+
+SettingValue ReadText(const char* key, CFStringRef whenUnset) {
+    return Text(TextOf(Owned<CFStringRef>(CopyStringPreference(Key(key), whenUnset)).Get()));
+}
+
+int ReadQuality() {
+    const OSType code = GetOSTypePreference(Key("Matching Quality"), kQualities[0]);
+    return code == kQualities[0] ? 0 : code == kQualities[1] ? 1 : 2;
+}
+
+std::optional<FixedXYZ> WhiteInUse(const char* textKey, const char* useKey) {
+    const Owned<CFStringRef> text(CopyStringPreference(Key(textKey), CFSTR("")));
+    FixedXYZ colour;
+    if (!GetBooleanPreference(Key(useKey), false) || !ExtractPCSXYZ(text.Get(), &colour)) return std::nullopt;
+    return colour;
+}
+
+/// One setting: where it is stored, how it is shown, and how a new value is checked and noted.
+struct Row {
+    const char* name;
+    const char* about;
+    const char* key;
+    bool isCondition;
+    SettingValue (*read)();
+    void (*note)(const SettingChange&, Pending&);
+};
+
+constexpr const char* kProfileAbout = "PROFILE or none";
+constexpr const char* kSwitchAbout = "on or off";
+
+const Row kRows[] = {
+    {"monitor-profile", kProfileAbout, "Monitor Profile", false, [] { return ReadProfile("Monitor Profile"); },
+     [](const SettingChange& change, Pending& pending) { pending.monitor = Profile(change, ChooseMonitor); }},
+    {"printer-profile", kProfileAbout, "Printer Profile", false, [] { return ReadProfile("Printer Profile"); },
+     [](const SettingChange& change, Pending& pending) { pending.printer = Profile(change, ChoosePrinter); }},
+    {"proofer-profile", kProfileAbout, "Proofer Profile", false, [] { return ReadProfile("Proofer Profile"); },
+     [](const SettingChange& change, Pending& pending) { pending.proofer = Profile(change, ChooseProofer); }},
+    {"use-proofer", kSwitchAbout, "Use Proofer Profile", false, [] { return Switch(GetBooleanPreference(Key("Use Proofer Profile"), false)); },
+     [](const SettingChange& change, Pending& pending) { pending.useProofer = OnOrOff(change); }},
+    {"quality", "0 (precomputed tables), 1 or 2 (every colour evaluated)", "Matching Quality", false, [] { return Number(ReadQuality()); },
+     [](const SettingChange& change, Pending& pending) { pending.quality = OneDigit(change, '0', '2', "use 0, 1 or 2"); }},
+    {"intent", "1, 2 or 3 (3: the monitor as it is, without viewing conditions)", "Rendering Intent", false,
+     [] {
+         const OSType code = GetOSTypePreference(Key("Rendering Intent"), kIntents[0]);
+         return Number(code == kIntents[3] ? 3 : code == kIntents[2] ? 2 : 1);
+     },
+     [](const SettingChange& change, Pending& pending) { pending.intent = OneDigit(change, '1', '3', "use 1, 2 or 3"); }},
+    {"flare", "-1 to 1: negative lifts black, positive takes veiling light away", "Flare", true, [] { return Number(ConditionsInStore().flare); },
+     [](const SettingChange& change, Pending& pending) { pending.conditions.flare = RealBetween(change, -1.0, 1.0); }},
+    {"contrast", "0.1 to 10: tone curves are raised to 1/contrast", "Contrast", true, [] { return Number(ConditionsInStore().contrast); },
+     [](const SettingChange& change, Pending& pending) { pending.conditions.contrast = RealBetween(change, 0.1, 10.0); }},
+    {"a-offset", "-128 to 127: a* shift of the adapted white", "A Offset", true, [] { return Number(ConditionsInStore().aOffset); },
+     [](const SettingChange& change, Pending& pending) { pending.conditions.aOffset = RealBetween(change, -128.0, 127.0); }},
+    {"b-offset", "-128 to 127: b* shift of the adapted white", "B Offset", true, [] { return Number(ConditionsInStore().bOffset); },
+     [](const SettingChange& change, Pending& pending) { pending.conditions.bOffset = RealBetween(change, -128.0, 127.0); }},
+    {"adapt-to-paper", "on or off: the monitor's white is the printer's paper", "Use Printer", true,
+     [] { return Switch(ConditionsInStore().usePrinter); },
+     [](const SettingChange& change, Pending& pending) { pending.conditions.usePrinter = OnOrOff(change); }},
+    {"monitor-white", "xyz:X,Y,Z in per cent under D65, or none", "Monitor Whitepoint", false, [] { return ReadText("Monitor Whitepoint", nullptr); },
+     [](const SettingChange& change, Pending& pending) { pending.monitorWhite = WhiteText(change); }},
+    {"use-monitor-white", kSwitchAbout, "Use Monitor Whitepoint", false,
+     [] { return Switch(GetBooleanPreference(Key("Use Monitor Whitepoint"), false)); },
+     [](const SettingChange& change, Pending& pending) { pending.useMonitorWhite = OnOrOff(change); }},
+    {"printer-white", "xyz:X,Y,Z in per cent under D65, or none", "Printer Whitepoint", false, [] { return ReadText("Printer Whitepoint", nullptr); },
+     [](const SettingChange& change, Pending& pending) { pending.printerWhite = WhiteText(change); }},
+    {"use-printer-white", kSwitchAbout, "Use Printer Whitepoint", false,
+     [] { return Switch(GetBooleanPreference(Key("Use Printer Whitepoint"), false)); },
+     [](const SettingChange& change, Pending& pending) { pending.usePrinterWhite = OnOrOff(change); }},
+    {"illuminant", "a text of up to 31 bytes, kept for hosts", "Illuminant", false, [] { return ReadText("Illuminant", CFSTR("D65")); },
+     [](const SettingChange& change, Pending& pending) { pending.illuminant = ShortText(change); }},
+    {"observer", "a text of up to 31 bytes, kept for hosts", "Observer", false, [] { return ReadText("Observer", CFSTR("2")); },
+     [](const SettingChange& change, Pending& pending) { pending.observer = ShortText(change); }},
+    {"use-paths", "on or off: profiles are stored as URL texts, which are not read back", "Use Paths", false,
+     [] { return Switch(GetBooleanPreference(Key("Use Paths"), false)); },
+     [](const SettingChange& change, Pending& pending) { pending.usePaths = OnOrOff(change); }},
+};
+
+const Row& FindRow(const std::string& name) {
+    for (const Row& row : kRows) {
+        if (name == row.name) return row;
+    }
+    throw Complaint{name, "there is no such setting", "orlo settings list shows them"};
+}
+
+bool IsWhite(const Row& row) {
+    return std::string_view(row.name).ends_with("-white");
+}
+
+/// The settings whose neighbours are stored along with them start from what is stored now.
+Pending PendingFromStore() {
+    Pending pending;
+    pending.conditions = ConditionsInStore();
+    pending.monitorWhite = ReadText("Monitor Whitepoint", nullptr).text;
+    pending.printerWhite = ReadText("Printer Whitepoint", nullptr).text;
+    pending.useMonitorWhite = GetBooleanPreference(Key("Use Monitor Whitepoint"), false);
+    pending.usePrinterWhite = GetBooleanPreference(Key("Use Printer Whitepoint"), false);
+    return pending;
+}
+
+void Check(const std::string& about, int status) {
+    if (status != 0) throw Complaint{about, "it cannot be set (status " + std::to_string(status) + ")", "see orlo settings list for what is set"};
+}
+
+void Store(const Pending& pending) {
+    // First, as it decides how the profiles are stored.
+    if (pending.usePaths) SetBooleanPreference(Key("Use Paths"), *pending.usePaths);
+    if (pending.monitor) Check("monitor-profile", CMSSetMonitorProfile(pending.monitor->alias.get()));
+    if (pending.printer) Check("printer-profile", CMSSetPrinterProfile(pending.printer->alias.get()));
+    if (pending.proofer) Check("proofer-profile", CMSSetProofingProfile(pending.proofer->alias.get()));
+    if (pending.useProofer) CMSSetUseProofingProfile(*pending.useProofer);
+    if (pending.quality) CMSSetQuality(*pending.quality);
+    if (pending.intent) CMSSetRenderingIntent(*pending.intent);
+    if (pending.changesConditions) CMSSetViewingConditions(&pending.conditions);
+    if (pending.changesWhites) {
+        CMSSetFixWhite(StringOf(pending.monitorWhite).Get(), pending.useMonitorWhite, StringOf(pending.printerWhite).Get(), pending.usePrinterWhite);
+    }
+    if (pending.illuminant || pending.observer) {
+        CMSSetIllObs(pending.illuminant ? pending.illuminant->c_str() : nullptr, pending.observer ? pending.observer->c_str() : nullptr);
+    }
+    if (pending.usePaths) SynchronisePreferences(true);
+}
+
+}  // namespace
+
+std::string SettingValue::Json() const {
+    switch (kind) {
+        case kText:
+            return JsonString(text);
+        case kNumber:
+            return text;
+        case kSwitch:
+            return text == "on" ? "true" : "false";
+        case kNothing:
+            break;
+    }
+    return "null";
+}
+
+std::string SettingValue::Line() const {
+    std::string line = Words();
+    for (char& c : line) {
+        const auto code = static_cast<unsigned char>(c);
+        if (code < 0x20 || code == 0x7f) c = '?';
+    }
+    return line;
+}
+
+std::vector<Setting> ReadSettings() {
+    std::vector<Setting> settings;
+    for (const Row& row : kRows)
+        settings.push_back({row.name, row.about, row.isCondition ? IsConditionStored(row.key) : IsStored(row.key), row.read()});
+    return settings;
+}
+
+std::vector<SettingName> SettingNames() {
+    std::vector<SettingName> names;
+    for (const Row& row : kRows) names.push_back({row.name, row.about});
+    return names;
+}
+
+void ChangeSettings(std::span<const SettingChange> changes) {
+    CMSControlInit();
+    Pending pending = PendingFromStore();
+    for (const SettingChange& change : changes) {
+        const Row& row = FindRow(change.name);
+        row.note(change, pending);
+        pending.changesConditions |= row.isCondition;
+        pending.changesWhites |= IsWhite(row);
+    }
+    Store(pending);
+    if (!CFPreferencesSynchronize(CFSTR("com.brenwick.orlocms"), kCFPreferencesCurrentUser, kCFPreferencesCurrentHost)) {
+        throw Complaint{"settings", "they cannot be written to the configuration folder",
+                        "make com.brenwick.orlocms in $XDG_CONFIG_HOME (or ~/.config) writable"};
+    }
+}
+
+StoredConditions ReadStoredConditions() {
+    StoredConditions stored;
+    stored.viewing = ConditionsInStore();
+    // An intent that was never stored is the one that a session starts with, not what recalling it would answer.
+    stored.intent = GetOSTypePreference(Key("Rendering Intent"), kIntents[0]);
+    if (IsStored("Matching Quality")) stored.quality = ReadQuality();
+    stored.monitorWhite = WhiteInUse("Monitor Whitepoint", "Use Monitor Whitepoint");
+    stored.printerWhite = WhiteInUse("Printer Whitepoint", "Use Printer Whitepoint");
+    return stored;
+}
+
+StoredProfiles ReadStoredProfiles() {
+    const auto read = [](const char* key) { return StoredProfile{IsStored(key), StoredPath(key)}; };
+    return {read("Monitor Profile"), read("Printer Profile"),
+            GetBooleanPreference(Key("Use Proofer Profile"), false) ? read("Proofer Profile") : StoredProfile{}};
+}

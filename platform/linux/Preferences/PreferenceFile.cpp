@@ -1,0 +1,164 @@
+#include "platform/linux/Preferences/PreferenceFile.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <glib.h>
+#include <limits.h>
+#include <stdlib.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "platform/linux/Posix/Descriptor.h"
+
+namespace platform {
+
+namespace {
+
+bool ReadAll(int descriptor, std::string* bytes) {
+    char buffer[65536];
+    for (;;) {
+        const ssize_t count = read(descriptor, buffer, sizeof buffer);
+        if (count == 0) return true;
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return false;
+        bytes->append(buffer, static_cast<size_t>(count));
+    }
+}
+
+bool WriteAll(int descriptor, const std::string& bytes) {
+    size_t written = 0;
+    while (written < bytes.size()) {
+        const ssize_t count = write(descriptor, bytes.data() + written, bytes.size() - written);
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) return false;
+        written += static_cast<size_t>(count);
+    }
+    return true;
+}
+
+std::string FirstLine(const char* path) {
+    const Descriptor file(open(path, O_RDONLY | O_CLOEXEC));
+    std::string text;
+    if (file.Get() < 0 || !ReadAll(file.Get(), &text)) return {};
+    return text.substr(0, text.find('\n'));
+}
+
+/// Settings belong to one machine, as the folder may be shared over a network.
+std::string MachineName() {
+    for (const char* path : {"/etc/machine-id", "/var/lib/dbus/machine-id"}) {
+        const std::string id = FirstLine(path);
+        if (!id.empty() && id.find('/') == std::string::npos) return id;
+    }
+    char name[HOST_NAME_MAX + 1] = {};
+    return gethostname(name, HOST_NAME_MAX) == 0 && name[0] != '\0' ? name : "localhost";
+}
+
+/// A file that is a link (kept in a folder of configuration files, say) is replaced where it points, also where nothing stands yet.
+std::string RealFile(const PreferencePlace& place) {
+    char* const resolved = realpath(place.File().c_str(), nullptr);
+    std::string file = resolved ? resolved : place.File();
+    free(resolved);
+    char target[PATH_MAX];
+    const ssize_t length = resolved ? -1 : readlink(file.c_str(), target, sizeof target);
+    if (length > 0) {
+        const std::string text(target, static_cast<size_t>(length));
+        file = text[0] == '/' ? text : place.folder + "/" + text;
+    }
+    return file;
+}
+
+bool SyncFolderOf(const std::string& file) {
+    const Descriptor folder(open(file.substr(0, file.rfind('/')).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return folder.Get() >= 0 && fsync(folder.Get()) == 0;
+}
+
+}  // namespace
+
+std::string ConfigurationFolder() {
+    // Read each time: GLib's own answer is fixed at the first call.
+    const char* const configured = getenv("XDG_CONFIG_HOME");
+    if (configured && configured[0] == '/') return configured;
+    const char* const home = g_get_home_dir();
+    return home && home[0] == '/' ? std::string(home) + "/.config" : std::string();
+}
+
+PreferencePlace FindPreferencePlace(const std::string& application) {
+    if (application.empty() || application[0] == '.' || application.find('/') != std::string::npos) return {};
+    const std::string folder = ConfigurationFolder();
+    if (folder.empty()) return {};
+    return {folder + "/" + application, "preferences." + MachineName() + ".plist"};
+}
+
+bool MakePreferenceFolder(const PreferencePlace& place) {
+    return g_mkdir_with_parents(place.folder.c_str(), 0700) == 0;
+}
+
+PreferenceFileState ReadPreferenceFile(const PreferencePlace& place, PlistNode* root) {
+    root->reset(plist_new_dict());
+    // Without waiting for the other end of a pipe that stands there.
+    const Descriptor file(open(place.File().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (file.Get() < 0) {
+        if (errno == ENOENT || errno == ENOTDIR) return PreferenceFileState::kAbsent;
+        return errno == EACCES || errno == EPERM || errno == ELOOP ? PreferenceFileState::kDamaged : PreferenceFileState::kFailed;
+    }
+    std::string bytes;
+    if (!ReadAll(file.Get(), &bytes)) return errno == EISDIR ? PreferenceFileState::kDamaged : PreferenceFileState::kFailed;
+    PlistNode parsed = ParsePlist(bytes);
+    if (!parsed || plist_get_node_type(parsed.get()) != PLIST_DICT) return PreferenceFileState::kDamaged;
+    *root = std::move(parsed);
+    return PreferenceFileState::kRead;
+}
+
+PreferenceLock::PreferenceLock(const PreferencePlace& place)
+    : descriptor_(open((place.File() + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
+    if (descriptor_ < 0) return;
+    int result;
+    do {
+        result = flock(descriptor_, LOCK_EX);
+    } while (result != 0 && errno == EINTR);
+    if (result != 0) {
+        close(descriptor_);
+        descriptor_ = -1;
+    }
+}
+
+PreferenceLock::~PreferenceLock() {
+    if (descriptor_ >= 0) close(descriptor_);
+}
+
+bool WritePreferenceFile(const PreferencePlace& place, plist_t root) {
+    const std::string bytes = SerialisePlist(root);
+    if (bytes.empty()) return false;
+    const std::string target = RealFile(place);
+    // One name for all writers, as they hold the lock: what a crash leaves behind is written over by the next one.
+    const std::string fresh = target + ".new";
+    {
+        const Descriptor file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (file.Get() < 0) return false;
+        if (!WriteAll(file.Get(), bytes) || fsync(file.Get()) != 0) {
+            unlink(fresh.c_str());
+            return false;
+        }
+    }
+    if (rename(fresh.c_str(), target.c_str()) != 0) {
+        unlink(fresh.c_str());
+        return false;
+    }
+    SyncFolderOf(target);
+    return true;
+}
+
+bool SetPreferenceFileAside(const PreferencePlace& place) {
+    const std::string file = place.File();
+    for (int number = 1; number < 10000; ++number) {
+        const std::string aside = file + ".damaged-" + std::to_string(number);
+        if (renameat2(AT_FDCWD, file.c_str(), AT_FDCWD, aside.c_str(), RENAME_NOREPLACE) == 0) return true;
+        if (errno != EEXIST) return false;
+    }
+    return false;
+}
+
+}  // namespace platform
