@@ -19,3 +19,10 @@ function(cm_target name)
     POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden C_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON CXX_EXTENSIONS OFF)
   target_link_libraries(${name} PRIVATE cm_settings)
 endfunction()
+
+# Test programs are compiled for the time that compiling them takes: lightly optimised, and with lines but no variables for the debugger.
+function(cm_test_options name)
+  if(CMAKE_BUILD_TYPE STREQUAL RelWithDebInfo)
+    target_compile_options(${name} PRIVATE -O1 -g1)
+  endif()
+endfunction()

@@ -12,6 +12,17 @@ TOOLS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "to
 # A small sound tree.
 TREE = {
     "CMakeLists.txt": "add_library(cm_pure OBJECT\n  colour/Sum.cpp)\n",
+    "docs/architecture.md": """
+| layer | files | holds | may include |
+|---|---|---|---|
+| session | `session/` | | failure, engine, platform |
+| engine | `engine/` | | pixel mapping, colour, platform |
+| calibration | `calibration/` | | failure, platform |
+| pixel mapping | `appearance/PixelMapping` `appearance/kernels/` | | platform |
+| colour | `colour/` | | platform |
+| failure | `session/Failure` | | platform |
+| platform | `platform/` | | |
+""",
     "include/ColourMatch/ColourMatch.h": '#pragma once\n#include "colour/Sum.h"\n#ifdef __cplusplus\n#include "colour/Value.h"\n#endif\n',
     "platform/Export.h": "#pragma once\n#ifdef __APPLE__\n#include <Carbon/Carbon.h>\n#endif\n",
     "platform/linux/Hidden.h": "#pragma once\n",
@@ -99,6 +110,25 @@ class PlantedTree(unittest.TestCase):
                 ("colour/Sum.h", "CM_EXPORT extern const int kSum;\n", "an exported variable without CM_EXPORT_DATA"),
             ),
         )
+
+    def test_hosts_of_pictures_stand_above_their_images_alone(self):
+        self.plant("images/Reading.h", '#pragma once\n#include "ColourMatch/ColourMatch.h"\n')
+        self.plant("orlo/Orlo.cpp", '#include "images/Reading.h"\n')
+        self.expect("check_includes", None)
+        self.plant("images/Reading.h", '#include "orlo/Orlo.cpp"\n')
+        self.expect("check_includes", 'a host includes ColourMatch/ColourMatch.h, not "orlo/Orlo.cpp"')
+
+    def test_a_table_of_layers_that_goes_up_is_found(self):
+        sound = TREE["docs/architecture.md"]
+        rows = (
+            (sound.replace("| colour | `colour/` | | platform |", "| colour | `colour/` | | engine, platform |"), "colour may include engine, which stands above it"),
+            (sound.replace("| failure, platform |", "| failures, platform |"), "calibration may include failures, which is no layer"),
+            ("", "no table of layers"),
+        )
+        for text, finding in rows:
+            with self.subTest(finding=finding):
+                self.plant("docs/architecture.md", text, mode="w")
+                self.expect("check_includes", finding)
 
     def test_system_headers_in_the_arithmetic_are_found(self):
         self.each(
