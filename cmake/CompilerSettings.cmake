@@ -1,5 +1,6 @@
 # What every target of the project is compiled with.
 
+option(CM_WARNINGS_ARE_ERRORS "Let a warning end the build; the presets do" OFF)
 set(CM_SANITIZE "" CACHE STRING "Sanitizers: empty, address,undefined or thread")
 
 add_library(cm_settings INTERFACE)
@@ -7,7 +8,8 @@ target_compile_features(cm_settings INTERFACE cxx_std_20 c_std_17)
 target_include_directories(cm_settings INTERFACE ${PROJECT_SOURCE_DIR})
 # Results are exact to the bit: a fused multiply-add would change the last one.
 target_compile_options(cm_settings INTERFACE
-  -ffp-contract=off -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Werror
+  -ffp-contract=off -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion
+  $<$<BOOL:${CM_WARNINGS_ARE_ERRORS}>:-Werror>
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual>)
 if(CM_SANITIZE)
   target_compile_options(cm_settings INTERFACE -fsanitize=${CM_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)

@@ -24,7 +24,7 @@ def walk(root):
         if folder == root:
             folders[:] = [f for f in folders if f not in ("build", ".git")]
         folders[:] = sorted(f for f in folders if f != "__pycache__")
-        found += [os.path.relpath(os.path.join(folder, name), root) for name in names]
+        found += [os.path.relpath(os.path.join(folder, name), root) for name in names if name != ".git"]
     return sorted(found)
 
 
