@@ -11,7 +11,7 @@
 
 #include "bench/Race.h"
 #include "engine/DirectMonitor.h"
-#include "engine/PrecomputedTables.h"
+#include "engine/MatchingTables.h"
 #include "engine/MonitorTables.h"
 #include "platform/FourCharCode.h"
 #include "platform/linux/ColourChains/LittleCmsEvaluator.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "engine/DirectMonitor.h"
-#include "engine/ProofTransform.h"
+#include "engine/PrinterTransforms.h"
 #include "platform/Codes.h"
 
 namespace {
@@ -11,15 +11,6 @@ namespace {
 /// The longest run that a buffer on the stack holds.
 constexpr size_t kRunLength = 256;
 constexpr uint8_t kOutOfGamut = 255;
-
-/// How one side of a conversion is stored.
-struct PixelForm {
-    ColorSyncDataDepth depth;
-    ColorSyncDataLayout layout;
-    size_t bytesPerPixel;
-};
-
-constexpr PixelForm kReferencePixels = {kColorSync16BitInteger, kCGImageAlphaNoneSkipLast, 8};
 
 bool IsRGBPrinter(const MatchingData* data) {
     return data->printerColourSpace == kColourSpaceRGB;
@@ -31,13 +22,6 @@ PixelForm PrinterPixels8(const MatchingData* data) {
 
 PixelForm PrinterPixels16(const MatchingData* data) {
     return {kColorSync16BitInteger, IsRGBPrinter(data) ? ColorSyncDataLayout{kCGImageAlphaLast} : ColorSyncDataLayout{kCGImageAlphaNone}, 8};
-}
-
-/// One row of pixels. The result of the conversion is not checked: the operations have no way to report it.
-void Convert(ColorSyncTransformRef transform, size_t count, void* out, PixelForm outForm, const void* in, PixelForm inForm) {
-    if (count == 0) return;
-    ColorSyncTransformConvert(transform, count, 1, out, outForm.depth, outForm.layout, outForm.bytesPerPixel * count, in, inForm.depth, inForm.layout,
-                              inForm.bytesPerPixel * count, nullptr);
 }
 
 /// Runs `operate(in, out, run)` over all pixels, at most kRunLength at a time.
@@ -55,19 +39,19 @@ void InRuns(const uint16_t* in, Out* out, size_t outPerPixel, size_t count, Oper
 }  // namespace
 
 void DirectPrinterMatch(const MatchingData* data, const uint16_t* in, uint8_t* out, size_t count) {
-    Convert(data->printerMatchTransform, count, out, PrinterPixels8(data), in, kReferencePixels);
+    ConvertRow(data->printerMatchTransform, count, out, PrinterPixels8(data), in, kReferencePixels);
 }
 
 void DirectPrinterMatch16(const MatchingData* data, const uint16_t* in, uint16_t* out, size_t count) {
-    Convert(data->printerMatchTransform, count, out, PrinterPixels16(data), in, kReferencePixels);
+    ConvertRow(data->printerMatchTransform, count, out, PrinterPixels16(data), in, kReferencePixels);
 }
 
 void DirectPrinterPredict(const MatchingData* data, const uint8_t* in, uint16_t* out, size_t count) {
-    Convert(data->printerPredictTransform, count, out, kReferencePixels, in, PrinterPixels8(data));
+    ConvertRow(data->printerPredictTransform, count, out, kReferencePixels, in, PrinterPixels8(data));
 }
 
 void DirectPrinterPredict16(const MatchingData* data, const uint16_t* in, uint16_t* out, size_t count) {
-    Convert(data->printerPredictTransform, count, out, kReferencePixels, in, PrinterPixels16(data));
+    ConvertRow(data->printerPredictTransform, count, out, kReferencePixels, in, PrinterPixels16(data));
 }
 
 void DirectPrinterGamut(const MatchingData* data, const uint16_t* in, uint8_t* out, size_t count) {
@@ -98,8 +82,4 @@ void DirectProofMatch16(const MatchingData* data, const uint16_t* in, uint16_t* 
 
 uint32_t DirectPrinterColourSpace(const MatchingData* data) {
     return data->printerColourSpace;
-}
-
-void ConvertThroughProof(const MatchingData* data, const uint16_t* in, uint16_t* out, size_t count) {
-    Convert(data->proofTransform, count, out, kReferencePixels, in, kReferencePixels);
 }

@@ -1,3 +1,5 @@
+#include "engine/MatchingTables.h"
+
 #include <algorithm>
 #include <atomic>
 #include <bit>
@@ -10,8 +12,7 @@
 #include "engine/DirectPrinter.h"
 #include "engine/MatchingData.h"
 #include "engine/MonitorTables.h"
-#include "engine/PrecomputedTables.h"
-#include "engine/ProofTransform.h"
+#include "engine/PrinterTransforms.h"
 #include "engine/kernels/MonitorKernels.h"
 #include "platform/Codes.h"
 

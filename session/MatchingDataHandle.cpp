@@ -1,6 +1,6 @@
 #include "session/MatchingDataHandle.h"
 
-#include "engine/PrecomputedTables.h"
+#include "engine/MatchingTables.h"
 #include "platform/ForkSection.h"
 #include "platform/Posix.h"
 
