@@ -1,16 +1,21 @@
 // show-alert MESSAGE INFORMATIVE BUTTON
 //
 // Shows one modal warning with the two texts and one button, and waits for the answer. Exit status: 0 answered, 2 wrong number of
-// arguments, 3 nothing can be shown here.
+// arguments, 3 nothing can be shown here; ended by SIGALRM where the display does not answer.
 
 #include <gtk/gtk.h>
+#include <unistd.h>
 
 constexpr int kMargin = 12;
+constexpr unsigned kPatience = 10;  // seconds
 
 int main(int argc, char** argv) {
     if (argc != 4) return 2;
+    // A display server that accepts and says nothing: ended by the signal, the program did not show the texts.
+    alarm(kPatience);
     // GTK does not see the arguments: a text that begins with two dashes is no option.
     if (!gtk_init_check(nullptr, nullptr)) return 3;
+    alarm(0);
     GtkWidget* dialog = gtk_message_dialog_new(nullptr, GTK_DIALOG_MODAL, GTK_MESSAGE_WARNING, GTK_BUTTONS_NONE, "%s", argv[1]);
     if (*argv[2]) gtk_message_dialog_format_secondary_text(GTK_MESSAGE_DIALOG(dialog), "%s", argv[2]);
     // A message dialog shows no icon of its own accord: it stands left of the texts.

@@ -2,6 +2,8 @@
 
 #include <glib.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 #include <fstream>
 #include <functional>
@@ -195,18 +197,41 @@ TEST_F(AlertOnAScreen, LeavesTheMainLoopFree) {
     EXPECT_TRUE(WaitUntil([] { return AlertWindows().empty(); }));
 }
 
+// What comes to standard error, which is being captured and still is afterwards, up to this ending; it is looked at through a fresh capture each
+// time.
+std::string WrittenUpTo(const std::string& ending) {
+    std::string written;
+    WaitUntil([&] {
+        written += testing::internal::GetCapturedStderr();
+        testing::internal::CaptureStderr();
+        return written.ends_with(ending);
+    });
+    return written;
+}
+
+TEST_F(AlertWithoutAScreen, WritesTheTextsWhenTheDisplayNeverAnswers) {
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in place = {};
+    place.sin_family = AF_INET;
+    place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof place;
+    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&place), size), 0);
+    ASSERT_EQ(listen(listener, 8), 0);
+    getsockname(listener, reinterpret_cast<sockaddr*>(&place), &size);
+    setenv("DISPLAY", ("127.0.0.1:" + std::to_string(ntohs(place.sin_port) - 6000)).c_str(), 1);
+    testing::internal::CaptureStderr();
+    NotifyUser(CFSTR("unseen"), CFSTR("reason"));
+    EXPECT_EQ(WrittenUpTo("reason\n"), "unseen\nreason\n");
+    testing::internal::GetCapturedStderr();
+    close(listener);
+}
+
 TEST_F(AlertWithoutAScreen, WritesTheTextsOnceEachInOrder) {
     testing::internal::CaptureStderr();
     NotifyUser(CFSTR("first"), CFSTR("reason 1"));
     NotifyUser(CFSTR("second"), CFSTR("reason 2"));
     NotifyUser(CFSTR("third"), CFSTR("reason 3"));
-    // The last line of the last notice ends the wait; what came to standard error is looked at through a fresh capture each time.
-    std::string written;
-    WaitUntil([&] {
-        written += testing::internal::GetCapturedStderr();
-        testing::internal::CaptureStderr();
-        return written.ends_with("reason 3\n");
-    });
+    std::string written = WrittenUpTo("reason 3\n");
     g_usleep(100000);  // a chance to come twice
     TurnMainLoop();
     written += testing::internal::GetCapturedStderr();

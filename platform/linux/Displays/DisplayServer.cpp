@@ -1,33 +1,25 @@
 #include "platform/linux/Displays/DisplayServer.h"
 
+#include <poll.h>
+#include <unistd.h>
+#include <xcb/xcbext.h>
+
 #include <algorithm>
-#include <cstdlib>
+#include <cerrno>
+#include <chrono>
 #include <ctime>
+#include <future>
 #include <memory>
+#include <thread>
+#include <utility>
 
 namespace platform {
 
 namespace {
 
-struct Free {
-    void operator()(void* memory) const { std::free(memory); }
-};
-template <typename T>
-using Reply = std::unique_ptr<T, Free>;
-
-struct Server {
-    xcb_connection_t* connection = nullptr;
-    const xcb_screen_t* screen = nullptr;
-    std::string name;
-
-    ~Server() { Leave(); }
-    void Leave() {
-        if (connection) xcb_disconnect(connection);
-        connection = nullptr;
-        screen = nullptr;
-    }
-};
-Server sServer;
+/// What a server is given for its first answers and for later ones; without them it counts as away. A window manager may have it to itself for a
+/// while.
+constexpr std::chrono::seconds kOpeningPatience(2), kPatience(5);
 
 bool HasGammaRamps(xcb_connection_t* connection) {
     const xcb_query_extension_reply_t* const extension = xcb_get_extension_data(connection, &xcb_randr_id);
@@ -37,22 +29,108 @@ bool HasGammaRamps(xcb_connection_t* connection) {
     return version && (version->major_version > 1 || version->minor_version >= 3);
 }
 
-void Join(const char* name) {
-    const QuietPipe quiet;
+/// Ends the connection of a process. A child of it gives back its own end alone: a farewell would be the parent's too.
+void Disconnect(xcb_connection_t* connection, pid_t process) {
+    if (!connection) return;
+    if (process == getpid()) {
+        xcb_disconnect(connection);
+    } else {
+        close(xcb_get_file_descriptor(connection));
+    }
+}
+
+/// A connection that is being made, on a thread of its own, as a server that accepts and says nothing keeps it for ever. What nobody waits for any
+/// more ends with that thread.
+class Opening {
+public:
+    static std::shared_ptr<Opening> Begin(const std::string& name) {
+        auto opening = std::make_shared<Opening>();
+        opening->name_ = name;
+        // No signal is for this thread, nor the one of a server that has gone.
+        sigset_t all, before;
+        sigfillset(&all);
+        pthread_sigmask(SIG_BLOCK, &all, &before);
+        try {
+            std::thread([opening] { opening->Connect(); }).detach();
+        } catch (const std::exception&) {
+            opening->hasEnded_.set_value();
+        }
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        return opening;
+    }
+    Opening() = default;
+    Opening(const Opening&) = delete;
+    Opening& operator=(const Opening&) = delete;
+    ~Opening() { Disconnect(connection_, process_); }
+
+    bool IsTo(const std::string& name) const { return name_ == name && process_ == getpid(); }
+    bool HasEndedWithin(std::chrono::seconds time) const { return end_.wait_for(time) == std::future_status::ready; }
+    /// After the end. Null when there is no such server, or one without gamma ramps.
+    xcb_connection_t* Take(int* screen) {
+        *screen = screen_;
+        return std::exchange(connection_, nullptr);
+    }
+
+private:
+    void Connect() {
+        xcb_connection_t* const connection = xcb_connect(name_.c_str(), &screen_);
+        if (!xcb_connection_has_error(connection) && HasGammaRamps(connection)) {
+            connection_ = connection;
+        } else {
+            xcb_disconnect(connection);
+        }
+        hasEnded_.set_value();
+    }
+
+    const pid_t process_ = getpid();
+    std::string name_;
+    int screen_ = 0;
+    xcb_connection_t* connection_ = nullptr;
+    std::promise<void> hasEnded_;
+    std::future<void> end_ = hasEnded_.get_future();
+};
+
+struct Server {
+    xcb_connection_t* connection = nullptr;
+    pid_t process = 0;  // whose connection it is
+    const xcb_screen_t* screen = nullptr;
+    std::string name;
+    std::shared_ptr<Opening> opening;
+
+    ~Server() { Leave(); }
+    void Leave() {
+        Disconnect(connection, process);
+        connection = nullptr;
+        screen = nullptr;
+    }
+};
+Server sServer;
+
+void Join(const std::string& name) {
+    // One that said nothing so far is not waited for again; it is taken up when it has answered.
+    const bool isNew = !sServer.opening || !sServer.opening->IsTo(name);
+    if (isNew) sServer.opening = Opening::Begin(name);
+    if (!sServer.opening->HasEndedWithin(isNew ? kOpeningPatience : std::chrono::seconds(0))) return;
     int number = 0;
+    sServer.connection = std::exchange(sServer.opening, nullptr)->Take(&number);
+    if (!sServer.connection) return;
     sServer.name = name;
-    sServer.connection = xcb_connect(name, &number);
-    if (xcb_connection_has_error(sServer.connection) || !HasGammaRamps(sServer.connection)) return sServer.Leave();
+    sServer.process = getpid();
     xcb_screen_iterator_t screens = xcb_setup_roots_iterator(xcb_get_setup(sServer.connection));
     for (; number > 0 && screens.rem > 1; --number) xcb_screen_next(&screens);
     sServer.screen = screens.data;
 }
 
+/// Reads what the server sent; its events are of no use here.
+void ReadFromServer(xcb_connection_t* connection) {
+    while (const Reply<xcb_generic_event_t> event{xcb_poll_for_event(connection)}) {
+    }
+}
+
 xcb_atom_t Atom(const std::string& name) {
     xcb_connection_t* const connection = DisplayConnection();
     if (!connection) return XCB_ATOM_NONE;
-    const Reply<xcb_intern_atom_reply_t> atom(
-        xcb_intern_atom_reply(connection, xcb_intern_atom(connection, 0, static_cast<uint16_t>(name.size()), name.data()), nullptr));
+    const auto atom = Answer<xcb_intern_atom_reply_t>(xcb_intern_atom(connection, 0, static_cast<uint16_t>(name.size()), name.data()));
     return atom ? atom->atom : static_cast<xcb_atom_t>(XCB_ATOM_NONE);
 }
 
@@ -79,14 +157,43 @@ QuietPipe::~QuietPipe() {
 
 xcb_connection_t* DisplayConnection() {
     const char* const name = std::getenv("DISPLAY");
-    // Reading what the server sent, which is of no use here, also tells whether it is still there.
-    while (sServer.connection) {
-        const Reply<xcb_generic_event_t> event(xcb_poll_for_event(sServer.connection));
-        if (!event) break;
+    if (sServer.connection && (sServer.process != getpid() || !name || sServer.name != name)) sServer.Leave();
+    if (sServer.connection) {
+        // Reading tells whether the server is still there.
+        ReadFromServer(sServer.connection);
+        if (xcb_connection_has_error(sServer.connection)) sServer.Leave();
     }
-    if (sServer.connection && (!name || sServer.name != name || xcb_connection_has_error(sServer.connection))) sServer.Leave();
     if (!sServer.connection && name && *name) Join(name);
     return sServer.connection;
+}
+
+void* AnswerTo(unsigned request) {
+    xcb_connection_t* const connection = sServer.connection;
+    if (!connection) return nullptr;
+    xcb_flush(connection);
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    for (;;) {
+        ReadFromServer(connection);
+        void* reply = nullptr;
+        xcb_generic_error_t* error = nullptr;
+        if (xcb_poll_for_reply(connection, request, &reply, &error)) {
+            std::free(error);
+            return reply;
+        }
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+        pollfd server = {xcb_get_file_descriptor(connection), POLLIN, 0};
+        if (left.count() <= 0 || (poll(&server, 1, static_cast<int>(left.count())) < 0 && errno != EINTR)) {
+            sServer.Leave();
+            return nullptr;
+        }
+    }
+}
+
+bool IsDone(xcb_void_cookie_t request) {
+    // What is answered after it tells that it was dealt with.
+    if (!sServer.connection || !Answer<xcb_get_input_focus_reply_t>(xcb_get_input_focus(sServer.connection))) return false;
+    const Reply<xcb_generic_error_t> error(xcb_request_check(sServer.connection, request));
+    return !error && !xcb_connection_has_error(sServer.connection);
 }
 
 const xcb_screen_t* DisplayScreen() {
@@ -101,18 +208,16 @@ std::vector<ServerOutput> ActiveOutputs() {
     xcb_connection_t* const connection = DisplayConnection();
     const auto currentRequest = xcb_randr_get_screen_resources_current(connection, screen->root);
     const auto primaryRequest = xcb_randr_get_output_primary(connection, screen->root);
-    const Reply<xcb_randr_get_screen_resources_current_reply_t> current(
-        xcb_randr_get_screen_resources_current_reply(connection, currentRequest, nullptr));
-    const Reply<xcb_randr_get_output_primary_reply_t> primary(xcb_randr_get_output_primary_reply(connection, primaryRequest, nullptr));
+    const auto current = Answer<xcb_randr_get_screen_resources_current_reply_t>(currentRequest);
+    const auto primary = Answer<xcb_randr_get_output_primary_reply_t>(primaryRequest);
     if (!current) return found;
     const xcb_randr_output_t* const outputs = xcb_randr_get_screen_resources_current_outputs(current.get());
     const int count = xcb_randr_get_screen_resources_current_outputs_length(current.get());
     for (int i = 0; i < count; ++i) {
-        const Reply<xcb_randr_get_output_info_reply_t> output(
-            xcb_randr_get_output_info_reply(connection, xcb_randr_get_output_info(connection, outputs[i], current->config_timestamp), nullptr));
+        if (!sServer.connection) return {};
+        const auto output = Answer<xcb_randr_get_output_info_reply_t>(xcb_randr_get_output_info(connection, outputs[i], current->config_timestamp));
         if (!output || output->crtc == XCB_NONE) continue;
-        const Reply<xcb_randr_get_crtc_info_reply_t> crtc(
-            xcb_randr_get_crtc_info_reply(connection, xcb_randr_get_crtc_info(connection, output->crtc, current->config_timestamp), nullptr));
+        const auto crtc = Answer<xcb_randr_get_crtc_info_reply_t>(xcb_randr_get_crtc_info(connection, output->crtc, current->config_timestamp));
         if (!crtc || crtc->mode == XCB_NONE) continue;
         const std::string name(reinterpret_cast<const char*>(xcb_randr_get_output_info_name(output.get())), output->name_len);
         found.push_back({outputs[i], output->crtc, name, crtc->x, crtc->y, crtc->width, crtc->height});
@@ -139,8 +244,8 @@ Bytes IdentificationOf(const ServerOutput& output) {
     if (atom == XCB_ATOM_NONE) return {};
     xcb_connection_t* const connection = DisplayConnection();
     // 256 words hold the base block and seven extensions.
-    const Reply<xcb_randr_get_output_property_reply_t> property(xcb_randr_get_output_property_reply(
-        connection, xcb_randr_get_output_property(connection, output.id, atom, XCB_ATOM_ANY, 0, 256, 0, 0), nullptr));
+    const auto property =
+        Answer<xcb_randr_get_output_property_reply_t>(xcb_randr_get_output_property(connection, output.id, atom, XCB_ATOM_ANY, 0, 256, 0, 0));
     if (!property || property->format != 8) return {};
     const uint8_t* const bytes = xcb_randr_get_output_property_data(property.get());
     return Bytes(bytes, bytes + property->num_items);
@@ -156,8 +261,7 @@ Bytes ReadProfileProperty(size_t position) {
     if (atom == XCB_ATOM_NONE) return {};
     xcb_connection_t* const connection = DisplayConnection();
     constexpr uint32_t kMostWords = 1 << 22;
-    const Reply<xcb_get_property_reply_t> property(
-        xcb_get_property_reply(connection, xcb_get_property(connection, 0, sServer.screen->root, atom, XCB_ATOM_ANY, 0, kMostWords), nullptr));
+    const auto property = Answer<xcb_get_property_reply_t>(xcb_get_property(connection, 0, sServer.screen->root, atom, XCB_ATOM_ANY, 0, kMostWords));
     if (!property || property->format != 8) return {};
     const auto* const bytes = static_cast<const uint8_t*>(xcb_get_property_value(property.get()));
     return Bytes(bytes, bytes + xcb_get_property_value_length(property.get()));
@@ -170,10 +274,8 @@ bool WriteProfileProperty(size_t position, const Bytes& profile) {
     xcb_connection_t* const connection = DisplayConnection();
     // The request itself takes a few words of the largest one that the server reads.
     if (profile.size() / 4 + 16 > xcb_get_maximum_request_length(connection)) return false;
-    const Reply<xcb_generic_error_t> error(
-        xcb_request_check(connection, xcb_change_property_checked(connection, XCB_PROP_MODE_REPLACE, sServer.screen->root, atom, XCB_ATOM_CARDINAL, 8,
-                                                                  static_cast<uint32_t>(profile.size()), profile.data())));
-    return !error && !xcb_connection_has_error(connection);
+    return IsDone(xcb_change_property_checked(connection, XCB_PROP_MODE_REPLACE, sServer.screen->root, atom, XCB_ATOM_CARDINAL, 8,
+                                              static_cast<uint32_t>(profile.size()), profile.data()));
 }
 
 }  // namespace platform

@@ -6,6 +6,8 @@
 
 #include <csignal>
 #include <cstdint>
+#include <cstdlib>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -35,8 +37,25 @@ struct ServerOutput {
 
 using Bytes = std::vector<uint8_t>;
 
-/// The connection to the server named by DISPLAY, made anew when that changes or the server went away; null without one.
+/// The connection to the server named by DISPLAY, made anew when that changes or the server went away; null without one, and while it does not
+/// answer. A server has two seconds for that.
 xcb_connection_t* DisplayConnection();
+
+struct FreeReply {
+    void operator()(void* reply) const { std::free(reply); }
+};
+template <typename T>
+using Reply = std::unique_ptr<T, FreeReply>;
+
+void* AnswerTo(unsigned request);
+/// The answer to a request on the connection above; null when the server refuses it, or gives none in five seconds: then the connection is gone.
+template <typename T, typename Cookie>
+Reply<T> Answer(Cookie request) {
+    return Reply<T>(static_cast<T*>(AnswerTo(request.sequence)));
+}
+/// Whether a checked request was carried out, within the same time.
+bool IsDone(xcb_void_cookie_t request);
+
 const xcb_screen_t* DisplayScreen();
 /// The outputs that show a picture, the primary one first; of outputs that show the same one, only the first.
 std::vector<ServerOutput> ActiveOutputs();

@@ -24,10 +24,6 @@ struct Ramp {
     std::vector<uint16_t> channels[3];
 };
 
-struct Free {
-    void operator()(void* memory) const { std::free(memory); }
-};
-
 /// A letter for each bit of a pixel as the root window holds it; empty when its visual has no masks.
 std::string EncodingOf(const xcb_screen_t* screen, const xcb_setup_t* setup) {
     uint32_t bits = 0;
@@ -54,8 +50,7 @@ CGError ReadRamp(xcb_randr_crtc_t controller, Ramp* ramp) {
     const platform::QuietPipe quiet;
     xcb_connection_t* const connection = platform::DisplayConnection();
     if (!connection) return kCGErrorFailure;
-    const std::unique_ptr<xcb_randr_get_crtc_gamma_reply_t, Free> reply(
-        xcb_randr_get_crtc_gamma_reply(connection, xcb_randr_get_crtc_gamma(connection, controller), nullptr));
+    const auto reply = platform::Answer<xcb_randr_get_crtc_gamma_reply_t>(xcb_randr_get_crtc_gamma(connection, controller));
     if (!reply || reply->size == 0) return kCGErrorFailure;
     const uint16_t* const values[3] = {xcb_randr_get_crtc_gamma_red(reply.get()), xcb_randr_get_crtc_gamma_green(reply.get()),
                                        xcb_randr_get_crtc_gamma_blue(reply.get())};
@@ -69,8 +64,7 @@ CGError WriteRamp(xcb_randr_crtc_t controller, const Ramp& ramp) {
     if (!connection) return kCGErrorFailure;
     const auto request = xcb_randr_set_crtc_gamma_checked(connection, controller, static_cast<uint16_t>(ramp.channels[0].size()),
                                                           ramp.channels[0].data(), ramp.channels[1].data(), ramp.channels[2].data());
-    const std::unique_ptr<xcb_generic_error_t, Free> error(xcb_request_check(connection, request));
-    return error || xcb_connection_has_error(connection) ? kCGErrorFailure : kCGErrorSuccess;
+    return platform::IsDone(request) ? kCGErrorSuccess : kCGErrorFailure;
 }
 
 /// The calibration curves that the display's profile carries, else straight lines.
