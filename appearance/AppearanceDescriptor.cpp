@@ -1,6 +1,7 @@
 #include "appearance/AppearanceDescriptor.h"
 
 #include "platform/FourCharCode.h"
+#include "settings/SettingDefaults.h"
 
 namespace {
 
@@ -54,7 +55,7 @@ OSErr MakeAppearanceDescriptor(const ViewingConditions* conditions, AEDesc* resu
 }
 
 OSErr UnpackAppearanceDescriptor(const AEDesc* descriptor, ViewingConditions* result) {
-    *result = {-0.03, 1.0, 0.0, 0.0, false};
+    *result = {kDefaultFlare, kDefaultContrast, kDefaultAOffset, kDefaultBOffset, kDefaultUsePrinter};
     OSErr error = GetReal(descriptor, kFlareKey, &result->flare);
     if (error == 0) error = GetReal(descriptor, kContrastKey, &result->contrast);
     if (error == 0) error = GetReal(descriptor, kAOffsetKey, &result->aOffset);

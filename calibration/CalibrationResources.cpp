@@ -3,26 +3,15 @@
 #include <algorithm>
 #include <bit>
 
-namespace {
-
-std::int16_t ReadBig16(const std::uint8_t* bytes) {
-    return static_cast<std::int16_t>((bytes[0] << 8) | bytes[1]);
-}
-
-void WriteBig16(std::int16_t value, std::uint8_t* bytes) {
-    bytes[0] = static_cast<std::uint8_t>(static_cast<std::uint16_t>(value) >> 8);
-    bytes[1] = static_cast<std::uint8_t>(value);
-}
-
-}  // namespace
+#include "platform/BigEndian.h"
 
 void WriteDisplayResource(const DisplayResource& display, std::uint8_t bytes[kDisplayResourceSize]) {
     const std::int16_t fields[6] = {display.depth, display.top, display.left, display.bottom, display.right, display.index};
-    for (int i = 0; i < 6; ++i) WriteBig16(fields[i], bytes + 2 * i);
+    for (std::size_t i = 0; i < 6; ++i) WriteBigEndian16(static_cast<std::uint16_t>(fields[i]), bytes + 2 * i);
 }
 
 DisplayResource ReadDisplayResource(const std::uint8_t bytes[kDisplayResourceSize]) {
-    return {ReadBig16(bytes), ReadBig16(bytes + 2), ReadBig16(bytes + 4), ReadBig16(bytes + 6), ReadBig16(bytes + 8), ReadBig16(bytes + 10)};
+    return {ReadBigEndianSigned16(bytes), ReadBigEndianSigned16(bytes + 2), ReadBigEndianSigned16(bytes + 4), ReadBigEndianSigned16(bytes + 6), ReadBigEndianSigned16(bytes + 8), ReadBigEndianSigned16(bytes + 10)};
 }
 
 std::int16_t ClassicDepth(std::int32_t depth) {
@@ -39,12 +28,4 @@ void SwapSettings(std::uint8_t bytes[kSettingsResourceSize]) {
     if constexpr (std::endian::native == std::endian::little) {
         for (const std::size_t at : {0, 8, 18, 26, 34}) std::reverse(bytes + at, bytes + at + 8);
     }
-}
-
-std::uint32_t ReadBig32(const std::uint8_t* bytes) {
-    return (std::uint32_t{bytes[0]} << 24) | (std::uint32_t{bytes[1]} << 16) | (std::uint32_t{bytes[2]} << 8) | bytes[3];
-}
-
-void WriteBig32(std::uint32_t value, std::uint8_t* bytes) {
-    for (int i = 0; i < 4; ++i) bytes[i] = static_cast<std::uint8_t>(value >> (24 - 8 * i));
 }

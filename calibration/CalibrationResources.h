@@ -28,6 +28,3 @@ DepthAndSample DepthFromClassic(std::int16_t classic);
 
 /// Swaps the five 64-bit values of the 42-byte settings record between this machine's order and the file's; its own inverse.
 void SwapSettings(std::uint8_t bytes[kSettingsResourceSize]);
-
-std::uint32_t ReadBig32(const std::uint8_t* bytes);
-void WriteBig32(std::uint32_t value, std::uint8_t* bytes);

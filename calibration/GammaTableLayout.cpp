@@ -1,15 +1,8 @@
 #include "calibration/GammaTableLayout.h"
 
+#include "platform/BigEndian.h"
+
 namespace {
-
-std::int16_t ReadBig16(const std::uint8_t* bytes) {
-    return static_cast<std::int16_t>((bytes[0] << 8) | bytes[1]);
-}
-
-void WriteBig16(int value, std::uint8_t* bytes) {
-    bytes[0] = static_cast<std::uint8_t>(static_cast<unsigned>(value) >> 8);
-    bytes[1] = static_cast<std::uint8_t>(value);
-}
 
 bool IsWord(const GammaTableHeader& header) {
     return header.entryWidth > 8;
@@ -29,12 +22,12 @@ std::uint16_t RepeatBits(unsigned value, int width) {
 }  // namespace
 
 GammaTableHeader ReadGammaTableHeader(const std::uint8_t* bytes) {
-    return {ReadBig16(bytes), ReadBig16(bytes + 2), ReadBig16(bytes + 4), ReadBig16(bytes + 6), ReadBig16(bytes + 8), ReadBig16(bytes + 10)};
+    return {ReadBigEndianSigned16(bytes), ReadBigEndianSigned16(bytes + 2), ReadBigEndianSigned16(bytes + 4), ReadBigEndianSigned16(bytes + 6), ReadBigEndianSigned16(bytes + 8), ReadBigEndianSigned16(bytes + 10)};
 }
 
 void WriteGammaTableHeader(const GammaTableHeader& header, std::uint8_t* bytes) {
     const std::int16_t fields[6] = {header.version, header.type, header.formulaSize, header.channelCount, header.entryCount, header.entryWidth};
-    for (int i = 0; i < 6; ++i) WriteBig16(fields[i], bytes + 2 * i);
+    for (std::size_t i = 0; i < 6; ++i) WriteBigEndian16(static_cast<std::uint16_t>(fields[i]), bytes + 2 * i);
 }
 
 std::size_t GammaTableSize(const GammaTableHeader& header) {
@@ -53,7 +46,7 @@ bool IsWholeGammaTable(const std::uint8_t* bytes, std::size_t size) {
 std::uint16_t ReadGammaEntry(const std::uint8_t* bytes, int channel, int index) {
     const GammaTableHeader header = ReadGammaTableHeader(bytes);
     const std::uint8_t* const entry = bytes + EntryOffset(header, channel, index);
-    const unsigned stored = IsWord(header) ? static_cast<std::uint16_t>(ReadBig16(entry)) : *entry;
+    const unsigned stored = IsWord(header) ? ReadBigEndian16(entry) : *entry;
     // A width above 16 is used as it stands.
     if (header.entryWidth >= 16) return static_cast<std::uint16_t>(stored);
     return RepeatBits((stored << (16 - header.entryWidth)) & 0xFFFF, header.entryWidth);
@@ -65,7 +58,7 @@ void WriteGammaEntry(std::uint8_t* bytes, int channel, int index, std::uint16_t 
     // The shift count is taken modulo 32, so that a width above 16 stores 0.
     const unsigned cut = static_cast<unsigned>(value) >> (static_cast<unsigned>(16 - header.entryWidth) & 31U);
     if (IsWord(header)) {
-        WriteBig16(static_cast<int>(cut & 0xFFFF), entry);
+        WriteBigEndian16(static_cast<std::uint16_t>(cut & 0xFFFF), entry);
     } else {
         *entry = static_cast<std::uint8_t>(cut);
     }

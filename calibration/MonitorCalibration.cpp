@@ -4,9 +4,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "Misc/SafeSaver.h"
 #include "calibration/CalibrationResources.h"
+#include "platform/BigEndian.h"
 #include "platform/Codes.h"
 #include "platform/FourCharCode.h"
 #include "platform/Owned.h"
@@ -125,6 +127,7 @@ bool GetParentAndName(CFURLRef url, FSRef* folder, HFSUniStr255* name) {
 
 template <typename Item>
 Item* NewArray(int16_t count) {
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): an array of pointers is one of them
     Item* const items = static_cast<Item*>(std::calloc(static_cast<size_t>(std::max<int16_t>(count, 1)), sizeof(Item)));
     FailNIL(items);
     return items;
@@ -140,9 +143,9 @@ MonitorCalibration::MonitorCalibration(int16_t displayCount, const CGDirectDispl
       gammaTables(tables),
       settings(calibrationSettings),
       valid(true) {
-    displayInfo = static_cast<MC_DisplayInfo*>(std::calloc(static_cast<size_t>(std::max<int16_t>(count, 1)), sizeof(MC_DisplayInfo)));
-    if (!displayInfo) std::free(displays);
-    FailNIL(displayInfo);
+    std::unique_ptr<CGDirectDisplayID, decltype(&std::free)> held(displays, &std::free);
+    displayInfo = NewArray<MC_DisplayInfo>(count);
+    static_cast<void>(held.release());
     for (int16_t i = 0; i < count; ++i) {
         displays[i] = displayIDs[i];
         MC_GetDisplayInfo(displays[i], &displayInfo[i]);
@@ -201,7 +204,7 @@ void MonitorCalibration::ReadResources() {
     }
     if (const Handle ids = Get1Resource(kDisplayIDType, kFirstID)) {
         if (count != 0 && GetHandleSize(ids) == Size{count} * 4) {
-            for (int16_t i = 0; i < count; ++i) displays[i] = ReadBig32(reinterpret_cast<const UInt8*>(*ids) + 4 * i);
+            for (int16_t i = 0; i < count; ++i) displays[i] = ReadBigEndian32(reinterpret_cast<const UInt8*>(*ids) + size_t{4} * static_cast<size_t>(i));
         }
         ReleaseResource(ids);
     }
@@ -226,7 +229,7 @@ void MonitorCalibration::AddResources() const {
     }
     const Handle ids = NewHandle(Size{std::max<int16_t>(count, 0)} * 4);
     FailNIL(ids);
-    for (int16_t i = 0; i < count; ++i) WriteBig32(displays[i], reinterpret_cast<UInt8*>(*ids) + 4 * i);
+    for (int16_t i = 0; i < count; ++i) WriteBigEndian32(displays[i], reinterpret_cast<UInt8*>(*ids) + size_t{4} * static_cast<size_t>(i));
     AddHandle(ids, kDisplayIDType, kFirstID);
 }
 
@@ -238,7 +241,7 @@ void MonitorCalibration::Save(const FSRef* folder, CFStringRef name) {
     if (!saver.PrepareToSave(nullptr)) FailOSErr(kStatusInputOutput);
 
     FSRef parent;
-    HFSUniStr255 fileName;
+    HFSUniStr255 fileName = {};
     if (!GetParentAndName(saver.SafeSaveURL(), &parent, &fileName)) FailOSErr(kStatusFileNotFound);
     HFSUniStr255 forkName;
     FailOSErr(FSGetResourceForkName(&forkName));

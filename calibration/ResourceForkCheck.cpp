@@ -1,5 +1,7 @@
 #include "calibration/ResourceForkCheck.h"
 
+#include "platform/BigEndian.h"
+
 namespace {
 
 constexpr std::uint32_t kFixedMapSize = 28;  // up to the number of types
@@ -8,17 +10,9 @@ constexpr std::uint32_t kTypeEntrySize = 8;
 constexpr std::uint32_t kReferenceSize = 12;
 constexpr std::uint16_t kNoName = 0xFFFF;
 
-std::uint32_t Read16(const std::uint8_t* bytes) {
-    return (std::uint32_t{bytes[0]} << 8) | bytes[1];
-}
-
-std::uint32_t Read32(const std::uint8_t* bytes) {
-    return (Read16(bytes) << 16) | Read16(bytes + 2);
-}
-
 /// A count that is stored less one: 0xFFFF stands for none.
 std::uint32_t ReadCount(const std::uint8_t* bytes) {
-    return (Read16(bytes) + 1) & 0xFFFF;
+    return (ReadBigEndian16(bytes) + 1u) & 0xFFFF;
 }
 
 /// The map with every read checked against its length.
@@ -28,14 +22,14 @@ public:
 
     bool IsSane() const {
         // The number of types takes two bytes, of which the smallest map has only one.
-        if (!Holds(kFixedMapSize, 2) || Read16(bytes_ + 24) != kFixedMapSize) return false;
-        const std::uint32_t names = Read16(bytes_ + 26);
+        if (!Holds(kFixedMapSize, 2) || ReadBigEndian16(bytes_ + 24) != kFixedMapSize) return false;
+        const std::uint32_t names = ReadBigEndian16(bytes_ + 26);
         if (names % 2 != 0 || names < kFixedMapSize || names > length_) return false;
         const std::uint32_t typeCount = ReadCount(bytes_ + kFixedMapSize);
         const std::uint32_t typeListSize = 2 + kTypeEntrySize * typeCount;
         if (!Holds(kFixedMapSize, typeListSize)) return false;
         for (std::uint32_t i = 0; i < typeCount; ++i) {
-            if (!IsSaneType(bytes_ + kFixedMapSize + 2 + kTypeEntrySize * i, typeListSize, names)) return false;
+            if (!IsSaneType(bytes_ + kFixedMapSize + 2 + std::size_t{kTypeEntrySize} * i, typeListSize, names)) return false;
         }
         return true;
     }
@@ -45,7 +39,7 @@ private:
 
     bool IsSaneType(const std::uint8_t* type, std::uint32_t typeListSize, std::uint32_t names) const {
         const std::uint32_t referenceCount = ReadCount(type + 4);
-        const std::uint32_t listOffset = Read16(type + 6);
+        const std::uint32_t listOffset = ReadBigEndian16(type + 6);
         const std::uint32_t list = kFixedMapSize + listOffset;
         if (listOffset % 2 != 0 || listOffset < typeListSize || list >= names) return false;
         for (std::uint32_t i = 0; i < referenceCount; ++i) {
@@ -56,12 +50,12 @@ private:
     }
 
     bool IsSaneReference(const std::uint8_t* reference, std::uint32_t names) const {
-        const std::uint32_t nameOffset = Read16(reference + 2);
+        const std::uint32_t nameOffset = ReadBigEndian16(reference + 2);
         if (nameOffset != kNoName) {
             const std::uint32_t name = names + nameOffset;
             if (!Holds(name, 1) || !Holds(std::uint64_t{name} + 1, bytes_[name])) return false;
         }
-        return (Read32(reference + 4) & 0xFFFFFF) < header_.dataLength;
+        return (ReadBigEndian32(reference + 4) & 0xFFFFFF) < header_.dataLength;
     }
 
     const ResourceForkHeader& header_;
@@ -72,7 +66,7 @@ private:
 }  // namespace
 
 ResourceForkHeader ReadResourceForkHeader(const std::uint8_t bytes[kResourceForkHeaderSize]) {
-    return {Read32(bytes), Read32(bytes + 4), Read32(bytes + 8), Read32(bytes + 12)};
+    return {ReadBigEndian32(bytes), ReadBigEndian32(bytes + 4), ReadBigEndian32(bytes + 8), ReadBigEndian32(bytes + 12)};
 }
 
 bool IsSaneResourceForkHeader(const ResourceForkHeader& header, std::uint64_t forkSize) {

@@ -15,11 +15,11 @@
 #include "engine/PrinterTransforms.h"
 #include "engine/kernels/MonitorKernels.h"
 #include "platform/Codes.h"
+#include "platform/FullScale.h"
 
 namespace {
 
 constexpr uint32_t kTableBits = 6;
-constexpr uint16_t kFull65535 = 65535;
 /// A whole row of a table of kTableBits, and the nodes converted at a time: a whole plane.
 constexpr uint32_t kRowLength = 65;
 constexpr uint32_t kRunLength = kRowLength * kRowLength;

@@ -5,10 +5,10 @@
 #include <cstdlib>
 
 #include "engine/ReverseSegments.h"
+#include "platform/FullScale.h"
 
 namespace {
 
-constexpr uint32_t kFull65535 = 65535;
 constexpr int kLowBits = 14;
 constexpr int32_t kLargestElement = 1024 * 65536;
 

@@ -8,10 +8,10 @@
 
 #include "engine/ReverseSegments.h"
 #include "platform/Codes.h"
+#include "platform/FullScale.h"
 
 namespace {
 
-constexpr uint32_t kFull65535 = 65535;
 constexpr uint32_t kFull32768 = 32768;
 
 // Segment indices and bucket counters are 16 bits wide.

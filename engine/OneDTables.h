@@ -7,6 +7,7 @@
 #include <stdint.h>
 
 #include "platform/Export.h"
+#include "platform/FullScale.h"
 
 CM_C_BEGIN
 

@@ -4,10 +4,10 @@
 #include <cstddef>
 
 #include "colour/MatrixArithmetic.h"
+#include "platform/FullScale.h"
 
 namespace {
 
-constexpr uint32_t kFull65535 = 65535;
 constexpr uint32_t kFull32768 = 32768;
 
 // The four nodes to mix, as elements from the start of the table.

@@ -4,7 +4,6 @@
 
 namespace {
 
-constexpr uint32_t kFull = 65535;
 constexpr std::size_t kStride = 4;  // words or bytes of a device or reference pixel
 
 constexpr uint16_t Widened(uint8_t v) {
@@ -27,12 +26,12 @@ template <typename Sample>
 void SpreadSource(const Sample* in, const ImageShape& shape, int channels, bool flatten, uint16_t* out, std::size_t count) {
     const auto samples = static_cast<std::size_t>(shape.Samples());
     const std::size_t stride = channels == 1 ? 1 : kStride;
-    const uint32_t paper = shape.colours == 4 ? 0 : kFull;
+    const uint32_t paper = shape.colours == 4 ? 0 : kFull65535;
     for (std::size_t i = 0; i < count; i++, in += samples, out += stride) {
-        const uint32_t cover = flatten ? Widened(in[shape.colours]) : kFull;
+        const uint32_t cover = flatten ? Widened(in[shape.colours]) : kFull65535;
         for (int c = 0; c < channels; c++) {
             const uint32_t value = Widened(in[shape.colours == 1 ? 0 : c]);
-            out[c] = static_cast<uint16_t>((value * cover + paper * (kFull - cover) + kFull / 2) / kFull);
+            out[c] = static_cast<uint16_t>((value * cover + paper * (kFull65535 - cover) + kFull65535 / 2) / kFull65535);
         }
     }
 }

@@ -19,19 +19,24 @@ CFStringRef Key(const char* key) {
     return __CFStringMakeConstantString(key);
 }
 
-Owned<CFTypeRef> CopyStored(const char* key) {
-    return Owned<CFTypeRef>(CFPreferencesCopyValue(Key(key), CFSTR("com.brenwick.orlocms"), kCFPreferencesCurrentUser, kCFPreferencesCurrentHost));
-}
-
-bool IsStored(const char* key) {
-    return static_cast<bool>(CopyStored(key));
-}
-
 std::string TextOf(CFStringRef string) {
     if (!string) return {};
     std::vector<char> text(static_cast<std::size_t>(CFStringGetMaximumSizeForEncoding(CFStringGetLength(string), kCFStringEncodingUTF8)) + 1);
     if (!CFStringGetCString(string, text.data(), static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8)) return {};
     return text.data();
+}
+
+// What is stored is answered whatever the default.
+
+bool IsBooleanStored(const char* key) {
+    return GetBooleanPreference(Key(key), false) == GetBooleanPreference(Key(key), true);
+}
+bool IsCodeStored(const char* key) {
+    return GetOSTypePreference(Key(key), 0) == GetOSTypePreference(Key(key), 1);
+}
+bool IsTextStored(const char* key) {
+    const Owned<CFStringRef> first(CopyStringPreference(Key(key), CFSTR("0"))), second(CopyStringPreference(Key(key), CFSTR("1")));
+    return first && second && CFEqual(first.Get(), second.Get());
 }
 
 Owned<CFStringRef> StringOf(const std::string& text) {
@@ -122,17 +127,20 @@ std::string StoredPath(const char* key) {
     return reinterpret_cast<const char*>(path.data());
 }
 
+/// Stored as an alias, or as a text.
+bool IsFileStored(const char* key) {
+    return std::unique_ptr<AliasHandle, AliasRelease>(GetFileLocationPreference(Key(key))) || IsTextStored(key);
+}
+
 SettingValue ReadProfile(const char* key) {
     const std::string path = StoredPath(key);
-    if (path.empty() && IsStored(key)) return {SettingValue::kText, "(a file that cannot be found)"};
+    if (path.empty() && IsFileStored(key)) return {SettingValue::kText, "(a file that cannot be found)"};
     return Text(path);
 }
 
 ViewingConditions ConditionsInStore() {
-    const Owned<CFDictionaryRef> stored(CopyDictionaryPreference(Key("Viewing Conditions")));
-    return {GetRealFromDictionary(stored.Get(), Key("Flare"), -0.03), GetRealFromDictionary(stored.Get(), Key("Contrast"), 1.0),
-            GetRealFromDictionary(stored.Get(), Key("A Offset"), 0.0), GetRealFromDictionary(stored.Get(), Key("B Offset"), 0.0),
-            GetBooleanFromDictionary(stored.Get(), Key("Use Printer"), false)};
+    ICC_RecallViewingConditions();
+    return *ICC_GetViewingConditions();
 }
 
 /// Settings that live in the dictionary of viewing conditions.
@@ -141,19 +149,49 @@ bool IsConditionStored(const char* key) {
     return stored && CFDictionaryContainsKey(stored.Get(), Key(key));
 }
 
-SettingValue ReadText(const char* key, CFStringRef whenUnset) {
-    return Text(TextOf(Owned<CFStringRef>(CopyStringPreference(Key(key), whenUnset)).Get()));
+using RecallWhite = OSErr(CFStringRef* text, Boolean* use);
+
+/// A white's text and whether it is in use.
+struct StoredWhite {
+    Owned<CFStringRef> text;
+    bool use;
+};
+StoredWhite WhiteInStore(RecallWhite recall) {
+    CFStringRef text = nullptr;
+    Boolean use = false;
+    recall(&text, &use);
+    return {Owned<CFStringRef>(text), use != 0};
+}
+
+/// Illuminant and observer, as a host is told them.
+std::pair<std::string, std::string> IllObsInStore() {
+    std::array<char, 32> illuminant = {}, observer = {};
+    CMSGetIllObs(illuminant.data(), observer.data());
+    return {illuminant.data(), observer.data()};
 }
 
 int ReadQuality() {
-    const OSType code = GetOSTypePreference(Key("Matching Quality"), kQualities[0]);
-    return code == kQualities[0] ? 0 : code == kQualities[1] ? 1 : 2;
+    int quality = 0;
+    ICC_RecallMatchingQuality();
+    CMSGetQuality(&quality);
+    return quality;
 }
 
-std::optional<FixedXYZ> WhiteInUse(const char* textKey, const char* useKey) {
-    const Owned<CFStringRef> text(CopyStringPreference(Key(textKey), CFSTR("")));
+/// An intent that was never stored is the one that a session starts with, not what recalling it would answer.
+OSType ReadIntent() {
+    return IsCodeStored("Rendering Intent") ? GetOSTypePreference(Key("Rendering Intent"), 0) : ICC_GetRenderingIntent();
+}
+
+bool UsesProofer() {
+    Boolean use = false;
+    ICC_RecallUseProofingProfile(&use);
+    return use != 0;
+}
+
+std::optional<FixedXYZ> WhiteInUse(RecallWhite recall) {
+    const StoredWhite white = WhiteInStore(recall);
     FixedXYZ colour;
-    if (!GetBooleanPreference(Key(useKey), false) || !ExtractPCSXYZ(text.Get(), &colour)) return std::nullopt;
+    if (!white.use || !ExtractPCSXYZ(white.text.Get(), &colour)) return std::nullopt;
     return colour;
 }
 
@@ -162,7 +200,7 @@ struct Row {
     const char* name;
     const char* about;
     const char* key;
-    bool isCondition;
+    bool (*isStored)(const char* key);
     SettingValue (*read)();
     void (*note)(const SettingChange&, Pending&);
 };
@@ -171,48 +209,48 @@ constexpr const char* kProfileAbout = "PROFILE or none";
 constexpr const char* kSwitchAbout = "on or off";
 
 const Row kRows[] = {
-    {"monitor-profile", kProfileAbout, "Monitor Profile", false, [] { return ReadProfile("Monitor Profile"); },
+    {"monitor-profile", kProfileAbout, "Monitor Profile", IsFileStored, [] { return ReadProfile("Monitor Profile"); },
      [](const SettingChange& change, Pending& pending) { pending.monitor = Profile(change, ChooseMonitor); }},
-    {"printer-profile", kProfileAbout, "Printer Profile", false, [] { return ReadProfile("Printer Profile"); },
+    {"printer-profile", kProfileAbout, "Printer Profile", IsFileStored, [] { return ReadProfile("Printer Profile"); },
      [](const SettingChange& change, Pending& pending) { pending.printer = Profile(change, ChoosePrinter); }},
-    {"proofer-profile", kProfileAbout, "Proofer Profile", false, [] { return ReadProfile("Proofer Profile"); },
+    {"proofer-profile", kProfileAbout, "Proofer Profile", IsFileStored, [] { return ReadProfile("Proofer Profile"); },
      [](const SettingChange& change, Pending& pending) { pending.proofer = Profile(change, ChooseProofer); }},
-    {"use-proofer", kSwitchAbout, "Use Proofer Profile", false, [] { return Switch(GetBooleanPreference(Key("Use Proofer Profile"), false)); },
+    {"use-proofer", kSwitchAbout, "Use Proofer Profile", IsBooleanStored, [] { return Switch(UsesProofer()); },
      [](const SettingChange& change, Pending& pending) { pending.useProofer = OnOrOff(change); }},
-    {"quality", "0 (precomputed tables), 1 or 2 (every colour evaluated)", "Matching Quality", false, [] { return Number(ReadQuality()); },
+    {"quality", "0 (precomputed tables), 1 or 2 (every colour evaluated)", "Matching Quality", IsCodeStored, [] { return Number(ReadQuality()); },
      [](const SettingChange& change, Pending& pending) { pending.quality = OneDigit(change, '0', '2', "use 0, 1 or 2"); }},
-    {"intent", "1, 2 or 3 (3: the monitor as it is, without viewing conditions)", "Rendering Intent", false,
+    {"intent", "1, 2 or 3 (3: the monitor as it is, without viewing conditions)", "Rendering Intent", IsCodeStored,
      [] {
-         const OSType code = GetOSTypePreference(Key("Rendering Intent"), kIntents[0]);
+         const OSType code = ReadIntent();
          return Number(code == kIntents[3] ? 3 : code == kIntents[2] ? 2 : 1);
      },
      [](const SettingChange& change, Pending& pending) { pending.intent = OneDigit(change, '1', '3', "use 1, 2 or 3"); }},
-    {"flare", "-1 to 1: negative lifts black, positive takes veiling light away", "Flare", true, [] { return Number(ConditionsInStore().flare); },
+    {"flare", "-1 to 1: negative lifts black, positive takes veiling light away", "Flare", IsConditionStored, [] { return Number(ConditionsInStore().flare); },
      [](const SettingChange& change, Pending& pending) { pending.conditions.flare = RealBetween(change, -1.0, 1.0); }},
-    {"contrast", "0.1 to 10: tone curves are raised to 1/contrast", "Contrast", true, [] { return Number(ConditionsInStore().contrast); },
+    {"contrast", "0.1 to 10: tone curves are raised to 1/contrast", "Contrast", IsConditionStored, [] { return Number(ConditionsInStore().contrast); },
      [](const SettingChange& change, Pending& pending) { pending.conditions.contrast = RealBetween(change, 0.1, 10.0); }},
-    {"a-offset", "-128 to 127: a* shift of the adapted white", "A Offset", true, [] { return Number(ConditionsInStore().aOffset); },
+    {"a-offset", "-128 to 127: a* shift of the adapted white", "A Offset", IsConditionStored, [] { return Number(ConditionsInStore().aOffset); },
      [](const SettingChange& change, Pending& pending) { pending.conditions.aOffset = RealBetween(change, -128.0, 127.0); }},
-    {"b-offset", "-128 to 127: b* shift of the adapted white", "B Offset", true, [] { return Number(ConditionsInStore().bOffset); },
+    {"b-offset", "-128 to 127: b* shift of the adapted white", "B Offset", IsConditionStored, [] { return Number(ConditionsInStore().bOffset); },
      [](const SettingChange& change, Pending& pending) { pending.conditions.bOffset = RealBetween(change, -128.0, 127.0); }},
-    {"adapt-to-paper", "on or off: the monitor's white is the printer's paper", "Use Printer", true,
+    {"adapt-to-paper", "on or off: the monitor's white is the printer's paper", "Use Printer", IsConditionStored,
      [] { return Switch(ConditionsInStore().usePrinter); },
      [](const SettingChange& change, Pending& pending) { pending.conditions.usePrinter = OnOrOff(change); }},
-    {"monitor-white", "xyz:X,Y,Z in per cent under D65, or none", "Monitor Whitepoint", false, [] { return ReadText("Monitor Whitepoint", nullptr); },
+    {"monitor-white", "xyz:X,Y,Z in per cent under D65, or none", "Monitor Whitepoint", IsTextStored,
+     [] { return Text(TextOf(WhiteInStore(ICC_RecallMonitorWhitepoint).text.Get())); },
      [](const SettingChange& change, Pending& pending) { pending.monitorWhite = WhiteText(change); }},
-    {"use-monitor-white", kSwitchAbout, "Use Monitor Whitepoint", false,
-     [] { return Switch(GetBooleanPreference(Key("Use Monitor Whitepoint"), false)); },
+    {"use-monitor-white", kSwitchAbout, "Use Monitor Whitepoint", IsBooleanStored, [] { return Switch(WhiteInStore(ICC_RecallMonitorWhitepoint).use); },
      [](const SettingChange& change, Pending& pending) { pending.useMonitorWhite = OnOrOff(change); }},
-    {"printer-white", "xyz:X,Y,Z in per cent under D65, or none", "Printer Whitepoint", false, [] { return ReadText("Printer Whitepoint", nullptr); },
+    {"printer-white", "xyz:X,Y,Z in per cent under D65, or none", "Printer Whitepoint", IsTextStored,
+     [] { return Text(TextOf(WhiteInStore(ICC_RecallPrinterWhitepoint).text.Get())); },
      [](const SettingChange& change, Pending& pending) { pending.printerWhite = WhiteText(change); }},
-    {"use-printer-white", kSwitchAbout, "Use Printer Whitepoint", false,
-     [] { return Switch(GetBooleanPreference(Key("Use Printer Whitepoint"), false)); },
+    {"use-printer-white", kSwitchAbout, "Use Printer Whitepoint", IsBooleanStored, [] { return Switch(WhiteInStore(ICC_RecallPrinterWhitepoint).use); },
      [](const SettingChange& change, Pending& pending) { pending.usePrinterWhite = OnOrOff(change); }},
-    {"illuminant", "a text of up to 31 bytes, kept for hosts", "Illuminant", false, [] { return ReadText("Illuminant", CFSTR("D65")); },
+    {"illuminant", "a text of up to 31 bytes, kept for hosts", "Illuminant", IsTextStored, [] { return Text(IllObsInStore().first); },
      [](const SettingChange& change, Pending& pending) { pending.illuminant = ShortText(change); }},
-    {"observer", "a text of up to 31 bytes, kept for hosts", "Observer", false, [] { return ReadText("Observer", CFSTR("2")); },
+    {"observer", "a text of up to 31 bytes, kept for hosts", "Observer", IsTextStored, [] { return Text(IllObsInStore().second); },
      [](const SettingChange& change, Pending& pending) { pending.observer = ShortText(change); }},
-    {"use-paths", "on or off: profiles are stored as URL texts, which are not read back", "Use Paths", false,
+    {"use-paths", "on or off: profiles are stored as URL texts, which are not read back", "Use Paths", IsBooleanStored,
      [] { return Switch(GetBooleanPreference(Key("Use Paths"), false)); },
      [](const SettingChange& change, Pending& pending) { pending.usePaths = OnOrOff(change); }},
 };
@@ -231,11 +269,12 @@ bool IsWhite(const Row& row) {
 /// The settings whose neighbours are stored along with them start from what is stored now.
 Pending PendingFromStore() {
     Pending pending;
+    const StoredWhite monitorWhite = WhiteInStore(ICC_RecallMonitorWhitepoint), printerWhite = WhiteInStore(ICC_RecallPrinterWhitepoint);
     pending.conditions = ConditionsInStore();
-    pending.monitorWhite = ReadText("Monitor Whitepoint", nullptr).text;
-    pending.printerWhite = ReadText("Printer Whitepoint", nullptr).text;
-    pending.useMonitorWhite = GetBooleanPreference(Key("Use Monitor Whitepoint"), false);
-    pending.usePrinterWhite = GetBooleanPreference(Key("Use Printer Whitepoint"), false);
+    pending.monitorWhite = TextOf(monitorWhite.text.Get());
+    pending.printerWhite = TextOf(printerWhite.text.Get());
+    pending.useMonitorWhite = monitorWhite.use;
+    pending.usePrinterWhite = printerWhite.use;
     return pending;
 }
 
@@ -290,7 +329,7 @@ std::string SettingValue::Line() const {
 std::vector<Setting> ReadSettings() {
     std::vector<Setting> settings;
     for (const Row& row : kRows)
-        settings.push_back({row.name, row.about, row.isCondition ? IsConditionStored(row.key) : IsStored(row.key), row.read()});
+        settings.push_back({row.name, row.about, row.isStored(row.key), row.read()});
     return settings;
 }
 
@@ -306,7 +345,7 @@ void ChangeSettings(std::span<const SettingChange> changes) {
     for (const SettingChange& change : changes) {
         const Row& row = FindRow(change.name);
         row.note(change, pending);
-        pending.changesConditions |= row.isCondition;
+        pending.changesConditions |= row.isStored == IsConditionStored;
         pending.changesWhites |= IsWhite(row);
     }
     Store(pending);
@@ -319,16 +358,15 @@ void ChangeSettings(std::span<const SettingChange> changes) {
 StoredConditions ReadStoredConditions() {
     StoredConditions stored;
     stored.viewing = ConditionsInStore();
-    // An intent that was never stored is the one that a session starts with, not what recalling it would answer.
-    stored.intent = GetOSTypePreference(Key("Rendering Intent"), kIntents[0]);
-    if (IsStored("Matching Quality")) stored.quality = ReadQuality();
-    stored.monitorWhite = WhiteInUse("Monitor Whitepoint", "Use Monitor Whitepoint");
-    stored.printerWhite = WhiteInUse("Printer Whitepoint", "Use Printer Whitepoint");
+    stored.intent = ReadIntent();
+    if (IsCodeStored("Matching Quality")) stored.quality = ReadQuality();
+    stored.monitorWhite = WhiteInUse(ICC_RecallMonitorWhitepoint);
+    stored.printerWhite = WhiteInUse(ICC_RecallPrinterWhitepoint);
     return stored;
 }
 
 StoredProfiles ReadStoredProfiles() {
-    const auto read = [](const char* key) { return StoredProfile{IsStored(key), StoredPath(key)}; };
+    const auto read = [](const char* key) { return StoredProfile{IsFileStored(key), StoredPath(key)}; };
     return {read("Monitor Profile"), read("Printer Profile"),
-            GetBooleanPreference(Key("Use Proofer Profile"), false) ? read("Proofer Profile") : StoredProfile{}};
+            UsesProofer() ? read("Proofer Profile") : StoredProfile{}};
 }

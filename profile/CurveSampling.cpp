@@ -2,9 +2,9 @@
 
 #include <cstdlib>
 
+#include "platform/BigEndian.h"
 #include "platform/Codes.h"
 #include "platform/FourCharCode.h"
-#include "profile/BigEndian.h"
 #include "profile/CurveTag.h"
 #include "profile/ProfileReading.h"
 #include "profile/TagRegistry.h"

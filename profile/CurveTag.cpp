@@ -4,13 +4,13 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "platform/BigEndian.h"
 #include "platform/Codes.h"
 #include "platform/FourCharCode.h"
-#include "profile/BigEndian.h"
+#include "platform/FullScale.h"
 
 namespace {
 
-constexpr double kFull65535 = 65535.0;
 constexpr std::size_t kCurveHeaderSize = 12;
 
 /// Room for `count` entries and the guard; calloc checks the product itself.

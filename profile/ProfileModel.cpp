@@ -1,8 +1,8 @@
 #include "profile/ProfileModel.h"
 
+#include "platform/BigEndian.h"
 #include "platform/Codes.h"
 #include "platform/FourCharCode.h"
-#include "profile/BigEndian.h"
 #include "profile/ProfileReading.h"
 #include "profile/TagRegistry.h"
 

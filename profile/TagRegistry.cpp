@@ -1,9 +1,9 @@
 #include "profile/TagRegistry.h"
 
+#include "platform/BigEndian.h"
 #include "platform/Codes.h"
 #include "platform/Dispatch.h"
 #include "platform/Owned.h"
-#include "profile/BigEndian.h"
 
 namespace {
 

@@ -9,6 +9,7 @@
 #include "session/EntryPoint.h"
 #include "session/MatchingSession.h"
 #include "settings/PreferenceStore.h"
+#include "settings/SettingDefaults.h"
 
 namespace {
 
@@ -80,7 +81,7 @@ int16_t CopyProfile(LocationField field, AliasHandle* alias) {
 
 /// Of a text that is too long, the beginning, cut between two characters.
 void CopyStoredText(CFStringRef key, const char* defaultText, char text[kTextSize]) {
-    std::strcpy(text, defaultText);
+    std::memcpy(text, defaultText, std::strlen(defaultText) + 1);
     const Owned<CFStringRef> stored(CopyStringPreference(key, __CFStringMakeConstantString(defaultText)));
     if (!stored) return;
     std::vector<char> whole(static_cast<size_t>(CFStringGetMaximumSizeForEncoding(CFStringGetLength(stored.Get()), kCFStringEncodingUTF8)) + 1);
@@ -206,8 +207,8 @@ CFURLRef CMSCopyProofingProfileURL(void) {
 
 int16_t CMSGetIllObs(char illuminant[32], char observer[32]) {
     return Guarded([=] {
-        CopyStoredText(CFSTR("Illuminant"), "D65", illuminant);
-        CopyStoredText(CFSTR("Observer"), "2", observer);
+        CopyStoredText(CFSTR("Illuminant"), kDefaultIlluminant, illuminant);
+        CopyStoredText(CFSTR("Observer"), kDefaultObserver, observer);
         return 0;
     });
 }

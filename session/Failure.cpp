@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "platform/Carbon.h"
+#include "platform/Codes.h"
 
 Boolean gBreakFailure = FALSE;
 Boolean gAskFailure = FALSE;
@@ -12,7 +13,6 @@ long gLastMessage = 0;
 namespace {
 
 constexpr long kFailureRaised = 0x65727220;  // 'err '
-constexpr short kOutOfMemory = -108;
 constexpr int kFirstTable = 1024;
 
 }  // namespace
@@ -31,7 +31,7 @@ void Fail(short error) {
 void FailNIL(void* pointer) {
     // Deliberate: the stop comes before the test, so also when nothing is wrong.
     if (gAskFailure) Debugger();
-    if (!pointer) Failure(kOutOfMemory, 0);
+    if (!pointer) Failure(kStatusNoMemory, 0);
 }
 
 void FailOSErr(short error) {

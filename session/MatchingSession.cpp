@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "colour/WhitePointText.h"
+#include "platform/Codes.h"
 #include "platform/Dispatch.h"
 #include "platform/ForkSection.h"
 #include "platform/FourCharCode.h"
@@ -20,8 +21,6 @@ MatchingNotifyProc gNotify = nullptr;
 void* gUserData = nullptr;
 
 namespace {
-
-constexpr OSErr kRaised = -1;
 
 /// Closing on one thread may meet a change that arrives on another.
 constinit platform::ForkSafeMutex sSourceLock;
@@ -177,7 +176,7 @@ OSErr ReloadPreferences(void) {
         dispatch_sync_f(dispatch_get_main_queue(), nullptr, [](void*) { Guarded(ReloadOnMainThread); });
         return 0;
     }
-    return Guarded(ReloadOnMainThread, kRaised);
+    return Guarded(ReloadOnMainThread, kStatusFailed);
 }
 
 void LoadPreferences(void) {
@@ -188,5 +187,5 @@ void LoadPreferences(void) {
 }
 
 OSErr RebuildMatchingSystemIfValidProfiles(ICCProfileLocation location) {
-    return Guarded([&location] { return RebuildIfValid(location); }, kRaised);
+    return Guarded([&location] { return RebuildIfValid(location); }, kStatusFailed);
 }

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "platform/Codes.h"
 #include "platform/FourCharCode.h"
 #include "platform/Owned.h"
 #include "profile/ProfileHeader.h"
@@ -10,17 +11,13 @@
 #include "session/EntryPoint.h"
 #include "session/MatchingDataHandle.h"
 #include "settings/PreferenceStore.h"
+#include "settings/SettingDefaults.h"
 
 namespace {
 
-constexpr OSErr kProfileUnsuitable = -170;
-constexpr OSErr kRaised = -1;
-constexpr double kDefaultFlare = -0.03;
-constexpr double kDefaultContrast = 1.0;
-
-OSType sRenderingIntent = FourChar("Rdr0");
-ViewingConditions sViewingConditions = {kDefaultFlare, kDefaultContrast, 0.0, 0.0, false};
-OSType sMatchingQuality = FourChar("Qua0");
+OSType sRenderingIntent = kInitialRenderingIntent;
+ViewingConditions sViewingConditions = {kDefaultFlare, kDefaultContrast, kDefaultAOffset, kDefaultBOffset, kDefaultUsePrinter};
+OSType sMatchingQuality = kDefaultMatchingQuality;
 
 struct FixedWhite {
     bool use;
@@ -39,8 +36,8 @@ const FixedXYZ* WhiteInForce(const FixedWhite& setting) {
 }
 
 OSErr RecallWhite(CFStringRef textKey, CFStringRef useKey, CFStringRef* text, Boolean* use) {
-    *text = CopyStringPreference(textKey, CFSTR(""));
-    *use = GetBooleanPreference(useKey, false);
+    *text = CopyStringPreference(textKey, __CFStringMakeConstantString(kDefaultWhitepoint));
+    *use = GetBooleanPreference(useKey, kDefaultUseWhitepoint);
     return 0;
 }
 
@@ -56,7 +53,7 @@ bool SuitsMonitor(ColorSyncProfileRef profile) {
 
 bool SuitsPrinter(ColorSyncProfileRef profile) {
     const uint32_t space = GetProfileColourSpace(profile);
-    return GetProfileClass(profile) == FourChar("prtr") && (space == FourChar("CMYK") || space == FourChar("RGB "));
+    return GetProfileClass(profile) == FourChar("prtr") && (space == kColourSpaceCMYK || space == kColourSpaceRGB);
 }
 
 bool SuitsProofer(ColorSyncProfileRef profile) {
@@ -69,7 +66,7 @@ OSErr ValidateAlias(AliasHandle alias, bool (*suits)(ColorSyncProfileRef)) {
     OSErr error = 0;
     const Owned<ColorSyncProfileRef> profile(CreateProfileFromAlias(alias, &error));
     if (error != 0) return error;
-    return profile && suits(profile.Get()) ? OSErr{0} : kProfileUnsuitable;
+    return profile && suits(profile.Get()) ? OSErr{0} : kStatusProfileUnsuitable;
 }
 
 OSErr BuildAndInstall(const ICCProfileLocation* location) {
@@ -115,8 +112,7 @@ OSErr ICC_SetRenderingIntent(OSType intent) {
 }
 
 OSErr ICC_RecallRenderingIntent(void) {
-    // Deliberate: what an empty store answers differs from the intent that a process starts with.
-    sRenderingIntent = GetOSTypePreference(CFSTR("Rendering Intent"), FourChar("Rdr3"));
+    sRenderingIntent = GetOSTypePreference(CFSTR("Rendering Intent"), kDefaultRenderingIntent);
     return 0;
 }
 
@@ -143,9 +139,9 @@ OSErr ICC_RecallViewingConditions(void) {
     }
     sViewingConditions.flare = GetRealFromDictionary(stored.Get(), CFSTR("Flare"), kDefaultFlare);
     sViewingConditions.contrast = GetRealFromDictionary(stored.Get(), CFSTR("Contrast"), kDefaultContrast);
-    sViewingConditions.aOffset = GetRealFromDictionary(stored.Get(), CFSTR("A Offset"), 0.0);
-    sViewingConditions.bOffset = GetRealFromDictionary(stored.Get(), CFSTR("B Offset"), 0.0);
-    sViewingConditions.usePrinter = GetBooleanFromDictionary(stored.Get(), CFSTR("Use Printer"), false);
+    sViewingConditions.aOffset = GetRealFromDictionary(stored.Get(), CFSTR("A Offset"), kDefaultAOffset);
+    sViewingConditions.bOffset = GetRealFromDictionary(stored.Get(), CFSTR("B Offset"), kDefaultBOffset);
+    sViewingConditions.usePrinter = GetBooleanFromDictionary(stored.Get(), CFSTR("Use Printer"), kDefaultUsePrinter);
     return 0;
 }
 
@@ -171,7 +167,7 @@ OSErr ICC_SetMatchingQuality(OSType quality) {
 }
 
 OSErr ICC_RecallMatchingQuality(void) {
-    sMatchingQuality = GetOSTypePreference(CFSTR("Matching Quality"), FourChar("Qua0"));
+    sMatchingQuality = GetOSTypePreference(CFSTR("Matching Quality"), kDefaultMatchingQuality);
     return 0;
 }
 
@@ -205,7 +201,7 @@ OSErr ICC_RememberPrinterWhitepoint(CFStringRef text, Boolean use) {
 }
 
 OSErr ICC_RecallUseProofingProfile(Boolean* use) {
-    *use = GetBooleanPreference(CFSTR("Use Proofer Profile"), false);
+    *use = GetBooleanPreference(CFSTR("Use Proofer Profile"), kDefaultUseProofer);
     return 0;
 }
 
@@ -232,5 +228,5 @@ OSErr ICC_Validate(const ICCProfileLocation* location) {
 }
 
 OSErr ICC_Load(const ICCProfileLocation* location) {
-    return Guarded([location] { return BuildAndInstall(location); }, kRaised);
+    return Guarded([location] { return BuildAndInstall(location); }, kStatusFailed);
 }

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "settings/PreferenceStore.h"
+#include "settings/SettingDefaults.h"
 
 namespace {
 
@@ -57,7 +58,7 @@ void RecallICCProfileLocation(void) {
 }
 
 OSErr RememberICCProfileLocation(void) {
-    const Boolean usePaths = GetBooleanPreference(CFSTR("Use Paths"), false);
+    const Boolean usePaths = GetBooleanPreference(CFSTR("Use Paths"), kDefaultUsePaths);
     for (const LocationField& field : kFields) SetFileLocationPreference(sLocation.*field.handle, Key(field), usePaths);
     return 0;
 }

@@ -5,6 +5,8 @@
 #include <new>
 #include <vector>
 
+#include "platform/linux/Carbon/CarbonStatus.h"
+
 /// A record's parameters in the order in which they were put.
 struct OpaqueAEDataStorageType {
     struct Parameter {
@@ -16,9 +18,6 @@ struct OpaqueAEDataStorageType {
 };
 
 namespace {
-
-constexpr OSErr kNoMemory = -108;
-constexpr OSErr kParameterError = -50;
 
 /// The data handle is a pointer to the storage's address, as a relocatable block's is.
 OpaqueAEDataStorageType* Storage(const AEDesc* desc) {
@@ -46,21 +45,21 @@ OpaqueAEDataStorageType::Parameter* Find(OpaqueAEDataStorageType* storage, AEKey
 }  // namespace
 
 OSErr AECreateList(const void*, Size, Boolean isRecord, AEDescList* resultList) {
-    if (!resultList) return kParameterError;
+    if (!resultList) return kStatusParameter;
     *resultList = {typeNull, nullptr};
     OpaqueAEDataStorageType* const storage = new (std::nothrow) OpaqueAEDataStorageType;
     AEDataStorage const handle = new (std::nothrow) AEDataStorageType(storage);
     if (!storage || !handle) {
         delete storage;
         delete handle;
-        return kNoMemory;
+        return kStatusNoMemory;
     }
     *resultList = {isRecord ? static_cast<DescType>(typeAERecord) : static_cast<DescType>(typeAEList), handle};
     return 0;
 }
 
 OSErr AEPutParamPtr(AERecord* record, AEKeyword keyword, DescType type, const void* data, Size size) {
-    if (size < 0 || (size > 0 && !data)) return kParameterError;
+    if (size < 0 || (size > 0 && !data)) return kStatusParameter;
     OpaqueAEDataStorageType* const storage = Storage(record);
     if (!storage || record->descriptorType != typeAERecord) return errAEWrongDataType;
     try {
@@ -72,7 +71,7 @@ OSErr AEPutParamPtr(AERecord* record, AEKeyword keyword, DescType type, const vo
             storage->parameters.push_back(std::move(parameter));
         }
     } catch (const std::bad_alloc&) {
-        return kNoMemory;
+        return kStatusNoMemory;
     }
     return 0;
 }
@@ -93,7 +92,7 @@ OSErr AEGetParamPtr(const AERecord* record, AEKeyword keyword, DescType desiredT
 }
 
 OSErr AEDisposeDesc(AEDesc* desc) {
-    if (!desc) return kParameterError;
+    if (!desc) return kStatusParameter;
     if (desc->dataHandle) {
         delete *desc->dataHandle;
         delete desc->dataHandle;

@@ -7,16 +7,12 @@
 
 #include "platform/linux/Carbon/CarbonAliasSearch.h"
 #include "platform/linux/Carbon/CarbonFiles.h"
+#include "platform/linux/Carbon/CarbonStatus.h"
 #include "platform/linux/Carbon/CarbonVolumes.h"
 
 using platform::AliasContents;
 
 namespace {
-
-constexpr OSErr kNoSuchVolume = -35;
-constexpr OSErr kNotFound = -43;
-constexpr OSErr kParameter = -50;
-constexpr OSErr kMemoryFull = -108;
 
 bool LiesWithin(const std::string& path, const std::string& folder) {
     return folder == "/" || path == folder || path.starts_with(folder + "/");
@@ -35,7 +31,7 @@ bool IsTheFile(const std::string& path, const AliasContents& alias) {
 OSErr MakeAlias(const FSRef* target, AliasHandle* alias) {
     AliasContents contents;
     if (const OSErr status = platform::PathFromRef(target, contents.path)) return status;
-    if (!platform::ReadIdentity(AT_FDCWD, contents.path.c_str(), contents.file)) return kNotFound;
+    if (!platform::ReadIdentity(AT_FDCWD, contents.path.c_str(), contents.file)) return kStatusFileNotFound;
     platform::FileIdentity folder;
     if (platform::ReadIdentity(AT_FDCWD, contents.Folder().c_str(), folder)) {
         contents.folderHandleType = folder.handleType;
@@ -46,7 +42,7 @@ OSErr MakeAlias(const FSRef* target, AliasHandle* alias) {
     contents.volumeType = std::move(volume.type);
     contents.mountLength = LiesWithin(contents.path, volume.mountPoint) ? volume.mountPoint.size() : 1;
     const std::vector<std::uint8_t> bytes = platform::AliasBytes(contents);
-    if (bytes.empty()) return kParameter;
+    if (bytes.empty()) return kStatusParameter;
     Handle block = NewHandle(static_cast<Size>(bytes.size()));
     if (!block) return MemError();
     std::memcpy(*block, bytes.data(), bytes.size());
@@ -78,14 +74,14 @@ OSErr FindFile(const AliasContents& alias, std::string& found) {
     const platform::AliasSearchResult result = platform::SearchForAlias(alias, volume);
     if (isInFolder(result.folder)) return 0;
     found = result.file;
-    return found.empty() ? kNotFound : OSErr{0};
+    return found.empty() ? kStatusFileNotFound : OSErr{0};
 }
 
 OSErr Resolve(AliasHandle alias, FSRef* target, Boolean* wasChanged) {
-    if (!alias || !target) return kParameter;
+    if (!alias || !target) return kStatusParameter;
     const auto block = reinterpret_cast<Handle>(alias);
     AliasContents contents;
-    if (!platform::ParseAlias(*block, static_cast<std::size_t>(GetHandleSize(block)), contents)) return kParameter;
+    if (!platform::ParseAlias(*block, static_cast<std::size_t>(GetHandleSize(block)), contents)) return kStatusParameter;
     std::string found;
     if (const OSErr status = FindFile(contents, found)) return status;
     if (const OSErr status = platform::RefFromPath(found, target)) return status;
@@ -96,17 +92,17 @@ OSErr Resolve(AliasHandle alias, FSRef* target, Boolean* wasChanged) {
 }  // namespace
 
 OSErr FSNewAlias(const FSRef*, const FSRef* target, AliasHandle* alias) try {
-    if (!alias) return kParameter;
+    if (!alias) return kStatusParameter;
     *alias = nullptr;
     return MakeAlias(target, alias);
 } catch (...) {
-    return kMemoryFull;
+    return kStatusNoMemory;
 }
 
 OSErr FSResolveAliasWithMountFlags(const FSRef*, AliasHandle alias, FSRef* target, Boolean* wasChanged, unsigned long) try {
     return Resolve(alias, target, wasChanged);
 } catch (...) {
-    return kMemoryFull;
+    return kStatusNoMemory;
 }
 
 OSErr FSResolveAlias(const FSRef* fromFile, AliasHandle alias, FSRef* target, Boolean* wasChanged) {

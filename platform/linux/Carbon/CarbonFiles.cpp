@@ -17,11 +17,9 @@
 #include <utility>
 
 #include "platform/MadeOnce.h"
+#include "platform/linux/Carbon/CarbonStatus.h"
 
 namespace {
-
-constexpr OSErr kNotFound = -43;
-constexpr OSErr kParameter = -50;
 
 // A reference is a number into the process's table of paths, sealed so that bytes that were never filled, or that came from
 // another process, are told apart.
@@ -56,7 +54,7 @@ public:
     OSErr PathOf(std::uint64_t entry, std::string& path) {
         const std::lock_guard guard(lock_);
         const auto found = paths_.find(entry);
-        if (found == paths_.end()) return entry < next_ ? kNotFound : kParameter;
+        if (found == paths_.end()) return entry < next_ ? kStatusFileNotFound : kStatusParameter;
         path = *found->second;
         return 0;
     }
@@ -160,7 +158,7 @@ OSErr StatusFromErrno(int error) {
     switch (error) {
         case ENOENT:
         case ENOTDIR:
-            return kNotFound;
+            return kStatusFileNotFound;
         case EACCES:
         case EPERM:
             return -54;
@@ -170,9 +168,9 @@ OSErr StatusFromErrno(int error) {
         case EBADF:
             return -51;
         case ENOMEM:
-            return -108;
+            return kStatusNoMemory;
         default:
-            return -36;
+            return kStatusInputOutput;
     }
 }
 
@@ -187,13 +185,13 @@ OSErr RefFromPath(const std::string& path, FSRef* ref) {
 }
 
 OSErr PathFromRef(const FSRef* ref, std::string& path) {
-    if (!ref) return kParameter;
+    if (!ref) return kStatusParameter;
     RefRecord record;
     std::memcpy(&record, ref, sizeof record);
-    if (record.magic != kRefMagic) return kParameter;
+    if (record.magic != kRefMagic) return kStatusParameter;
     std::string known;
     if (const OSErr status = Paths().PathOf(record.entry, known)) return status;
-    if (std::hash<std::string_view>()(known) != record.pathHash) return kParameter;
+    if (std::hash<std::string_view>()(known) != record.pathHash) return kStatusParameter;
     // A safe save puts another file in the place of the one that was referred to: what stands at the path is taken.
     struct stat about;
     if (lstat(known.c_str(), &about) != 0) return StatusFromErrno(errno);
@@ -229,5 +227,5 @@ CFURLRef CFURLCreateFromFSRef(CFAllocatorRef allocator, const FSRef* ref) try {
 OSErr FSResolveAliasFileWithMountFlags(FSRef* ref, Boolean resolveAliasChains, Boolean* targetIsFolder, Boolean* wasAliased, unsigned long) try {
     return ResolveLink(ref, resolveAliasChains, targetIsFolder, wasAliased);
 } catch (...) {
-    return -108;
+    return kStatusNoMemory;
 }

@@ -6,21 +6,17 @@
 #include <cerrno>
 
 #include "platform/linux/Carbon/CarbonFiles.h"
+#include "platform/linux/Carbon/CarbonStatus.h"
 #include "platform/linux/CoreFoundation/CoreFoundationString.h"
 #include "platform/linux/Preferences/PreferenceFile.h"
 
 namespace {
 
-constexpr OSErr kNoSuchDomain = -35;
-constexpr OSErr kBadName = -37;
-constexpr OSErr kNotFound = -43;
-constexpr OSErr kParameter = -50;
-constexpr OSErr kMemoryFull = -108;
 constexpr UniCharCount kLongestName = 255;
 
 OSErr FindFolder(bool create, FSRef* folder) {
     const std::string path = platform::ConfigurationFolder();
-    if (path.empty()) return kNotFound;
+    if (path.empty()) return kStatusFileNotFound;
     if (create && g_mkdir_with_parents(path.c_str(), 0700) != 0) return platform::StatusFromErrno(errno);
     return platform::RefFromPath(path + "/.", folder);
 }
@@ -30,7 +26,7 @@ OSErr FindFolder(bool create, FSRef* folder) {
 namespace platform {
 
 OSErr PathInFolder(const FSRef* folder, UniCharCount nameLength, const UniChar* name, std::string& path) {
-    if (!name) return kParameter;
+    if (!name) return kStatusParameter;
     std::string folderPath;
     if (const OSErr status = PathFromRef(folder, folderPath)) return status;
     if (nameLength == 0 || nameLength > kLongestName) return kBadName;
@@ -46,18 +42,18 @@ OSErr PathInFolder(const FSRef* folder, UniCharCount nameLength, const UniChar* 
 }  // namespace platform
 
 OSErr FSMakeFSRefUnicode(const FSRef* folder, UniCharCount nameLength, const UniChar* name, TextEncoding, FSRef* ref) try {
-    if (!ref) return kParameter;
+    if (!ref) return kStatusParameter;
     std::string path;
     if (const OSErr status = platform::PathInFolder(folder, nameLength, name, path)) return status;
     return platform::RefFromPath(path, ref);
 } catch (...) {
-    return kMemoryFull;
+    return kStatusNoMemory;
 }
 
 OSErr FSFindFolder(FSVolumeRefNum domain, OSType folderType, Boolean createFolder, FSRef* folder) try {
-    if (!folder) return kParameter;
-    if (domain != kUserDomain) return kNoSuchDomain;
-    return folderType == kPreferencesFolderType ? FindFolder(createFolder, folder) : kNotFound;
+    if (!folder) return kStatusParameter;
+    if (domain != kUserDomain) return kNoSuchVolume;
+    return folderType == kPreferencesFolderType ? FindFolder(createFolder, folder) : kStatusFileNotFound;
 } catch (...) {
-    return kMemoryFull;
+    return kStatusNoMemory;
 }

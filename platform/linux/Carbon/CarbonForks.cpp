@@ -10,16 +10,12 @@
 #include <string_view>
 
 #include "platform/linux/Carbon/CarbonFiles.h"
+#include "platform/linux/Carbon/CarbonStatus.h"
 
 using platform::StatusFromErrno;
 
 namespace {
 
-constexpr OSErr kEndOfFile = -39;
-constexpr OSErr kParameter = -50;
-constexpr OSErr kPermission = -54;
-constexpr OSErr kNotAFile = -1302;
-constexpr OSErr kNoSuchFork = -1409;
 constexpr unsigned long kLargestRead = 1UL << 30;  // the kernel takes just under 2 GiB a call
 
 constexpr std::u16string_view kResourceForkName = u"RESOURCE_FORK";
@@ -51,29 +47,29 @@ OSErr Open(const FSRef* ref, FSIORefNum* fork) {
 }  // namespace
 
 OSErr FSGetDataForkName(HFSUniStr255* name) {
-    if (!name) return kParameter;
+    if (!name) return kStatusParameter;
     name->length = 0;
     return 0;
 }
 
 OSErr FSGetResourceForkName(HFSUniStr255* name) {
-    if (!name) return kParameter;
+    if (!name) return kStatusParameter;
     name->length = static_cast<UInt16>(kResourceForkName.size());
     std::copy(kResourceForkName.begin(), kResourceForkName.end(), name->unicode);
     return 0;
 }
 
 OSErr FSOpenFork(const FSRef* ref, UniCharCount forkNameLength, const UniChar* forkName, SInt8 permissions, FSIORefNum* fork) try {
-    if (!ref || !fork) return kParameter;
+    if (!ref || !fork) return kStatusParameter;
     if (forkNameLength != 0 && !IsResourceForkName(forkNameLength, forkName)) return kNoSuchFork;
     if (permissions != fsRdPerm) return kPermission;
     return Open(ref, fork);
 } catch (...) {
-    return -108;
+    return kStatusNoMemory;
 }
 
 OSErr FSGetForkSize(FSIORefNum fork, SInt64* size) {
-    if (!size) return kParameter;
+    if (!size) return kStatusParameter;
     struct stat about;
     if (fstat(fork, &about) != 0) return StatusFromErrno(errno);
     *size = about.st_size;
@@ -82,7 +78,7 @@ OSErr FSGetForkSize(FSIORefNum fork, SInt64* size) {
 
 OSErr FSReadFork(FSIORefNum fork, UInt16 positionMode, SInt64 positionOffset, unsigned long requested, void* buffer, unsigned long* actual) {
     if (actual) *actual = 0;
-    if (positionMode != fsFromStart || positionOffset < 0 || (!buffer && requested != 0)) return kParameter;
+    if (positionMode != fsFromStart || positionOffset < 0 || (!buffer && requested != 0)) return kStatusParameter;
     unsigned long done = 0;
     OSErr status = 0;
     while (done < requested && status == 0) {

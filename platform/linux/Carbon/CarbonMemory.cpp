@@ -6,11 +6,9 @@
 #include <new>
 
 #include "platform/Carbon.h"
+#include "platform/linux/Carbon/CarbonStatus.h"
 
 namespace {
-
-constexpr OSErr kMemoryFull = -108;
-constexpr OSErr kNilHandle = -109;
 
 // What a Handle points at: the master pointer comes first, so the block's address is one step away for every reader.
 struct MasterPointer {
@@ -41,7 +39,7 @@ Ptr Allocate(Size size) {
 }  // namespace
 
 Handle NewHandle(Size size) {
-    sMemError = kMemoryFull;
+    sMemError = kStatusNoMemory;
     Ptr address = Allocate(size);
     if (!address) return nullptr;
     auto* master = new (std::nothrow) MasterPointer{address, size};
@@ -84,7 +82,7 @@ OSErr HandToHand(Handle* handle) {
 }
 
 Ptr NewPtr(Size size) {
-    sMemError = kMemoryFull;
+    sMemError = kStatusNoMemory;
     Size whole = 0;
     if (size < 0 || __builtin_add_overflow(size, static_cast<Size>(sizeof(PtrHeader)), &whole)) return nullptr;
     auto* header = reinterpret_cast<PtrHeader*>(Allocate(whole));

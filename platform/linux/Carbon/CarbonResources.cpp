@@ -12,8 +12,10 @@
 #include <utility>
 
 #include "platform/MadeOnce.h"
+#include "platform/BigEndian.h"
 #include "platform/linux/Carbon/CarbonFiles.h"
 #include "platform/linux/Carbon/CarbonResourceFork.h"
+#include "platform/linux/Carbon/CarbonStatus.h"
 #include "platform/linux/Posix/Descriptor.h"
 
 using platform::Descriptor;
@@ -21,18 +23,6 @@ using platform::ForkResource;
 using platform::StatusFromErrno;
 
 namespace {
-
-constexpr OSErr kInputOutput = -36;
-constexpr OSErr kEndOfFile = -39;
-constexpr OSErr kFileExists = -48;
-constexpr OSErr kParameter = -50;
-constexpr OSErr kPermission = -54;
-constexpr OSErr kMemoryFull = -108;
-constexpr OSErr kNoSuchResource = -192;
-constexpr OSErr kNoSuchResourceFile = -193;
-constexpr OSErr kCannotBeAdded = -194;
-constexpr OSErr kDamagedMap = -199;
-constexpr OSErr kNotAFile = -1302;
 
 thread_local OSErr sError = 0;
 
@@ -148,13 +138,13 @@ private:
 
     OSErr Load(Resource& resource) {
         const std::uint64_t offset = resource.inFork.offset;
-        if (offset + 4 > header_.dataLength) return kInputOutput;
+        if (offset + 4 > header_.dataLength) return kStatusInputOutput;
         std::uint8_t bytes[4];
         if (const OSErr status = ReadAt(file_.Get(), header_.dataOffset + offset, bytes, sizeof bytes)) return status;
-        const std::uint64_t size = std::uint64_t{bytes[0]} << 24 | std::uint64_t{bytes[1]} << 16 | std::uint64_t{bytes[2]} << 8 | bytes[3];
-        if (offset + 4 + size > header_.dataLength) return kInputOutput;
+        const std::uint64_t size = ReadBigEndian32(bytes);
+        if (offset + 4 + size > header_.dataLength) return kStatusInputOutput;
         const Handle handle = NewHandle(static_cast<Size>(size));
-        if (!handle) return kMemoryFull;
+        if (!handle) return kStatusNoMemory;
         if (const OSErr status = ReadAt(file_.Get(), header_.dataOffset + offset + 4, *handle, static_cast<std::size_t>(size))) {
             DisposeHandle(handle);
             return status;
@@ -200,7 +190,7 @@ void WithOpenFiles(Work work) {
         const std::lock_guard guard(open.lock);
         sError = work(open);
     } catch (...) {
-        sError = kMemoryFull;
+        sError = kStatusNoMemory;
     }
 }
 
@@ -224,7 +214,7 @@ OSErr OpenFile(OpenFiles& open, const FSRef* ref, bool isWritable) {
 
 OSErr CreateFile(const std::string& path) {
     const auto fork = platform::BuildFork({});
-    if (!fork) return kInputOutput;
+    if (!fork) return kStatusInputOutput;
     const Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     if (file.Get() < 0) return errno == EEXIST ? kFileExists : StatusFromErrno(errno);
     const OSErr status = WriteWhole(file.Get(), *fork);
@@ -241,7 +231,7 @@ bool IsResourceForkName(UniCharCount length, const UniChar* name) {
 
 OSErr FSCreateResourceFile(const FSRef* folder, UniCharCount nameLength, const UniChar* name, FSCatalogInfoBitmap whichInformation,
                            const FSCatalogInfo* information, UniCharCount forkNameLength, const UniChar* forkName, FSRef* file, FSSpecPtr unused) {
-    OSErr status = kParameter;
+    OSErr status = kStatusParameter;
     if (whichInformation == 0 && !information && !unused && IsResourceForkName(forkNameLength, forkName)) {
         try {
             std::string path;
@@ -249,7 +239,7 @@ OSErr FSCreateResourceFile(const FSRef* folder, UniCharCount nameLength, const U
             if (status == 0) status = CreateFile(path);
             if (status == 0 && file) status = platform::RefFromPath(path, file);
         } catch (...) {
-            status = kMemoryFull;
+            status = kStatusNoMemory;
         }
     }
     return sError = status;

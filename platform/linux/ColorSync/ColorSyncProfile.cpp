@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "platform/ForkSection.h"
+#include "platform/BigEndian.h"
 #include "platform/FourCharCode.h"
 #include "platform/Owned.h"
 #include "platform/linux/ColorSync/ColorSyncObjects.h"
@@ -103,7 +104,7 @@ int ReadProfileFile(const char* path, std::vector<std::uint8_t>* bytes) {
     const auto fileSize = static_cast<std::size_t>(status.st_size);
     if (const int code = fill(std::min(fileSize, ProfileContainer::kHeaderSize)); code != 0) return code;
     if (bytes->size() < ProfileContainer::kHeaderSize) return 0;
-    const std::size_t stated = std::size_t{(*bytes)[0]} << 24 | std::size_t{(*bytes)[1]} << 16 | std::size_t{(*bytes)[2]} << 8 | (*bytes)[3];
+    const std::size_t stated = ReadBigEndian32(bytes->data());
     return fill(std::clamp(stated, ProfileContainer::kHeaderSize, std::max(fileSize, ProfileContainer::kHeaderSize)));
 }
 
@@ -121,7 +122,7 @@ std::optional<std::uint32_t> Signature(CFStringRef string) {
 }
 
 std::uint32_t Word(Span bytes, std::size_t offset) {
-    return std::uint32_t{bytes[offset]} << 24 | std::uint32_t{bytes[offset + 1]} << 16 | std::uint32_t{bytes[offset + 2]} << 8 | bytes[offset + 3];
+    return ReadBigEndian32(&bytes[offset]);
 }
 
 /// A text description of version 2 profiles: type, reserved, length with a terminating zero, 7-bit text (in practice also UTF-8 or Latin-1).

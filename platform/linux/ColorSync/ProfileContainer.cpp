@@ -5,6 +5,7 @@
 #include <limits>
 #include <utility>
 
+#include "platform/BigEndian.h"
 #include "platform/FourCharCode.h"
 
 namespace platform {
@@ -34,14 +35,6 @@ ProfileContainer::Header SwapToOrFromHost(ProfileContainer::Header header) {
     return header;
 }
 
-std::uint32_t ReadWord(const std::uint8_t* bytes) {
-    return std::uint32_t{bytes[0]} << 24 | std::uint32_t{bytes[1]} << 16 | std::uint32_t{bytes[2]} << 8 | std::uint32_t{bytes[3]};
-}
-
-void WriteWord(std::uint8_t* bytes, std::size_t value) {
-    for (int i = 0; i < 4; ++i) bytes[i] = static_cast<std::uint8_t>(value >> (24 - 8 * i));
-}
-
 std::size_t Aligned(std::size_t size) {
     return (size + 3) & ~std::size_t{3};
 }
@@ -53,11 +46,11 @@ std::optional<ProfileContainer> ProfileContainer::Parse(std::span<const std::uin
         *reason = "The data is " + std::to_string(bytes.size()) + " bytes long; a profile has at least " + std::to_string(kTagTableStart) + ".";
         return std::nullopt;
     }
-    if (ReadWord(bytes.data() + kSignatureField) != FourChar("acsp")) {
+    if (ReadBigEndian32(bytes.data() + kSignatureField) != FourChar("acsp")) {
         *reason = "The data does not have the signature of a profile.";
         return std::nullopt;
     }
-    const std::size_t size = ReadWord(bytes.data() + kSizeField);
+    const std::size_t size = ReadBigEndian32(bytes.data() + kSizeField);
     if (size < kTagTableStart || size > bytes.size()) {
         *reason = "The profile says that it is " + std::to_string(size) + " bytes long, but there are " + std::to_string(bytes.size()) + ".";
         return std::nullopt;
@@ -72,7 +65,7 @@ std::optional<ProfileContainer> ProfileContainer::Parse(std::span<const std::uin
 bool ProfileContainer::ReadTags(std::string* reason) {
     const Bytes file = asRead_;
     const std::size_t size = file->size();
-    const std::size_t count = ReadWord(file->data() + kHeaderSize);
+    const std::size_t count = ReadBigEndian32(file->data() + kHeaderSize);
     if (count > std::min(kMostTags, (size - kTagTableStart) / kTableEntrySize)) {
         *reason = "A table of " + std::to_string(count) + " tags is too long for the profile.";
         return false;
@@ -82,7 +75,7 @@ bool ProfileContainer::ReadTags(std::string* reason) {
     tags_.reserve(count);
     for (std::size_t i = 0; i < count; ++i) {
         const std::uint8_t* entry = file->data() + kTagTableStart + i * kTableEntrySize;
-        const TagEntry tag = {ReadWord(entry), file, ReadWord(entry + 4), ReadWord(entry + 8)};
+        const TagEntry tag = {ReadBigEndian32(entry), file, ReadBigEndian32(entry + 4), ReadBigEndian32(entry + 8)};
         if (tag.size == 0) continue;
         if (tag.offset < dataStart || tag.offset > size || tag.size > size - tag.offset) {
             *reason = "Tag " + std::to_string(i) + " lies outside the profile.";
@@ -166,14 +159,14 @@ std::shared_ptr<const std::vector<std::uint8_t>> ProfileContainer::ProfileBytes(
 
     auto file = std::make_shared<std::vector<std::uint8_t>>(size);
     std::copy(header_.begin(), header_.end(), file->begin());
-    WriteWord(file->data() + kSizeField, size);
+    WriteBigEndian32(static_cast<std::uint32_t>(size), file->data() + kSizeField);
     std::fill_n(file->data() + kProfileID, kProfileIDSize, std::uint8_t{0});
-    WriteWord(file->data() + kHeaderSize, tags_.size());
+    WriteBigEndian32(static_cast<std::uint32_t>(tags_.size()), file->data() + kHeaderSize);
     for (std::size_t i = 0; i < tags_.size(); ++i) {
         std::uint8_t* entry = file->data() + kTagTableStart + i * kTableEntrySize;
-        WriteWord(entry, tags_[i].signature);
-        WriteWord(entry + 4, offsets[i]);
-        WriteWord(entry + 8, tags_[i].size);
+        WriteBigEndian32(static_cast<std::uint32_t>(tags_[i].signature), entry);
+        WriteBigEndian32(static_cast<std::uint32_t>(offsets[i]), entry + 4);
+        WriteBigEndian32(static_cast<std::uint32_t>(tags_[i].size), entry + 8);
         std::copy_n(tags_[i].owner->data() + tags_[i].offset, tags_[i].size, file->data() + offsets[i]);
     }
     return file;

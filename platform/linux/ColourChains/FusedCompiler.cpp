@@ -6,11 +6,13 @@
 #include <cmath>
 #include <cstring>
 
+#include "platform/FullScale.h"
+
 namespace platform {
 
 namespace {
 
-constexpr double kFull = 65535.0;
+constexpr double kFull = kFull65535;
 constexpr double kLargestXYZ = 1.0 + 32767.0 / 32768.0;  // what full scale stands for
 constexpr double kD50[3] = {0.9642, 1.0, 0.8249};
 

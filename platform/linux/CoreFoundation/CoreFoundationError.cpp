@@ -1,3 +1,5 @@
+#include "platform/linux/CoreFoundation/CoreFoundationError.h"
+
 #include <glib.h>
 
 #include <memory>
@@ -101,4 +103,9 @@ CFStringRef CFErrorCopyDescription(CFErrorRef error) {
         }
         return platform::CreateStringFromUTF8(text);
     });
+}
+
+bool platform::FailWithErrno(int number, CFErrorRef* error) {
+    if (error) *error = CFErrorCreate(kCFAllocatorDefault, kCFErrorDomainPOSIX, number, nullptr);
+    return false;
 }

@@ -8,6 +8,8 @@
 #include <memory>
 
 #include "platform/Carbon.h"
+#include "platform/linux/Carbon/CarbonStatus.h"
+#include "platform/linux/CoreFoundation/CoreFoundationError.h"
 #include "platform/linux/CoreFoundation/CoreFoundationString.h"
 #include "platform/linux/CoreFoundation/CoreFoundationURL.h"
 
@@ -17,10 +19,6 @@ constinit const __CFString kFileSizeText{u"NSURLFileSizeKey"};
 constinit const __CFString kShownNameText{u"NSURLLocalizedNameKey"};
 constinit const __CFString kIsAliasFileText{u"NSURLIsAliasFileKey"};
 constinit const __CFString kFileResourceIdentifierText{u"NSURLFileResourceIdentifierKey"};
-
-void GiveError(int number, CFErrorRef* error) {
-    if (error) *error = CFErrorCreate(kCFAllocatorDefault, kCFErrorDomainPOSIX, number, nullptr);
-}
 
 CFStringRef CreateDisplayName(const char* path) {
     const std::unique_ptr<char, decltype(&g_free)> name(g_filename_display_basename(path), &g_free);
@@ -49,7 +47,7 @@ struct DisposeAlias {
 using OwnedAlias = std::unique_ptr<AliasPtr, DisposeAlias>;
 
 int ErrnoFromStatus(OSErr status) {
-    return status == -43 || status == -35 ? ENOENT : status == -54 ? EACCES : status == -108 ? ENOMEM : EIO;
+    return status == kStatusFileNotFound || status == kNoSuchVolume ? ENOENT : status == kPermission ? EACCES : status == kStatusNoMemory ? ENOMEM : EIO;
 }
 
 }  // namespace
@@ -63,8 +61,7 @@ Boolean CFURLCopyResourcePropertyForKey(CFURLRef url, CFStringRef key, void* val
     const std::string_view path = platform::NativePath(url);
     struct stat about;
     if (path.empty() || lstat(path.data(), &about) != 0) {
-        GiveError(path.empty() ? EINVAL : errno, error);
-        return false;
+        return platform::FailWithErrno(path.empty() ? EINVAL : errno, error);
     }
     const CFTypeRef property = CreateProperty(path.data(), about, key);
     std::memcpy(value, &property, sizeof property);
@@ -75,12 +72,12 @@ CFDataRef CFURLCreateBookmarkDataFromFile(CFAllocatorRef allocator, CFURLRef fil
     FSRef ref;
     Boolean wasAlias = false;
     AliasHandle alias = nullptr;
-    OSErr status = file && CFURLGetFSRef(file, &ref) ? OSErr{0} : OSErr{-43};
+    OSErr status = file && CFURLGetFSRef(file, &ref) ? OSErr{0} : OSErr{kStatusFileNotFound};
     if (status == 0) status = FSResolveAliasFileWithMountFlags(&ref, true, nullptr, &wasAlias, kResolveAliasFileNoUI);
     if (status == 0 && wasAlias) status = FSNewAlias(nullptr, &ref, &alias);
     const OwnedAlias owner(alias);
     if (status != 0 || !alias) {
-        GiveError(status == 0 ? EINVAL : ErrnoFromStatus(status), error);
+        platform::FailWithErrno(status == 0 ? EINVAL : ErrnoFromStatus(status), error);
         return nullptr;
     }
     const auto block = reinterpret_cast<Handle>(alias);
@@ -91,7 +88,7 @@ CFURLRef CFURLCreateByResolvingBookmarkData(CFAllocatorRef allocator, CFDataRef 
                                             Boolean* isStale, CFErrorRef* error) {
     const OwnedAlias alias(reinterpret_cast<AliasHandle>(NewHandle(CFDataGetLength(bookmark))));
     if (!alias) {
-        GiveError(ENOMEM, error);
+        platform::FailWithErrno(ENOMEM, error);
         return nullptr;
     }
     if (CFDataGetLength(bookmark) > 0) {
@@ -99,7 +96,7 @@ CFURLRef CFURLCreateByResolvingBookmarkData(CFAllocatorRef allocator, CFDataRef 
     }
     FSRef ref;
     if (const OSErr status = FSResolveAliasWithMountFlags(nullptr, alias.get(), &ref, isStale, kResolveAliasFileNoUI)) {
-        GiveError(ErrnoFromStatus(status), error);
+        platform::FailWithErrno(ErrnoFromStatus(status), error);
         return nullptr;
     }
     return CFURLCreateFromFSRef(allocator, &ref);

@@ -1,6 +1,9 @@
 #include "platform/linux/Displays/DisplayRamp.h"
 
 #include <algorithm>
+#include <cmath>
+
+#include "platform/FullScale.h"
 
 namespace platform {
 
@@ -10,7 +13,7 @@ size_t RampKnot(size_t i, size_t n, size_t size) {
 
 uint16_t RampEntry(double value) {
     // Not a number becomes 0, as the first comparison fails for it.
-    return value > 0 ? static_cast<uint16_t>(std::min(value, 1.0) * 65535.0 + 0.5) : uint16_t{0};
+    return value > 0 ? static_cast<uint16_t>(std::lround(std::min(value, 1.0) * kFull65535)) : uint16_t{0};
 }
 
 std::vector<uint16_t> StretchedRamp(const float* samples, size_t n, size_t size) {

@@ -15,22 +15,16 @@
 
 #include "platform/Foundation.h"
 #include "platform/linux/Carbon/CarbonFiles.h"
+#include "platform/linux/CoreFoundation/CoreFoundationError.h"
 #include "platform/linux/CoreFoundation/CoreFoundationObject.h"
 #include "platform/linux/CoreFoundation/CoreFoundationURL.h"
 #include "platform/linux/Posix/Descriptor.h"
 #include "platform/linux/Foundation/ItemRemoval.h"
 
 using platform::Descriptor;
-using platform::Guarded;
 using platform::NativePath;
 
 namespace {
-
-/// Answers false, with an error of this number for the caller where one is wanted.
-bool Fail(int number, CFErrorRef* error) {
-    if (error) *error = CFErrorCreate(kCFAllocatorDefault, kCFErrorDomainPOSIX, number, nullptr);
-    return false;
-}
 
 std::string FolderOf(const std::string& path) {
     const std::size_t slash = path.rfind('/');
@@ -177,12 +171,12 @@ CFURLRef CreateItemReplacementFolder(CFURLRef target, CFErrorRef* error) {
     return Guarded([&]() -> CFURLRef {
         std::string path;
         if (const int number = FindTarget(target, path)) {
-            Fail(number, error);
+            platform::FailWithErrno(number, error);
             return nullptr;
         }
         const std::string folder = MakePrivateFolder(path);
         if (folder.empty()) {
-            Fail(errno, error);
+            platform::FailWithErrno(errno, error);
             return nullptr;
         }
         return CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(folder.data()),
@@ -205,7 +199,7 @@ bool ReplaceItem(CFURLRef target, CFURLRef replacement, CFErrorRef* error) {
         std::string to;
         int number = from.empty() ? EINVAL : FindTarget(target, to);
         if (number == 0) number = Replace(to, from);
-        return number == 0 || Fail(number, error);
+        return number == 0 || platform::FailWithErrno(number, error);
     });
 }
 
