@@ -33,7 +33,7 @@ constexpr std::string_view kOptions =
     "  --monitor PROFILE   the monitor's ICC profile: a matrix model with tone curves. Default: the stored one\n"
     "  --printer PROFILE   the printer's ICC profile: class prtr, RGB or CMYK. Default: the stored one\n"
     "  --proofer PROFILE   a proofing device whose rendering stands before the printer's\n"
-    "  --quality 0|1|2     0 reads precomputed tables (fastest); 1 and 2 evaluate every colour (default)\n";
+    "  --quality 0|1|2     1 and 2 (default) evaluate every colour; 0 reads precomputed tables, for fast proofs\n";
 
 }  // namespace
 
