@@ -128,7 +128,7 @@ void RaceGamut(const std::string& condition, const std::vector<std::string>& pat
     for (const platform::FusedKernels* kernels : platform::RunnableFusedKernels()) {
         evaluators.push_back(platform::MakeFusedEvaluator(*chain, Format16(3), std::nullopt, *kernels));
     }
-    evaluators.push_back(platform::MakeGamutTest(*chain, Format16(3)));
+    evaluators.push_back(platform::MakeGamutMap(*chain, Format16(3)));
 
     cmsHPROFILE reference = cmsOpenProfileFromFile(paths[0].c_str(), "r"), printer = cmsOpenProfileFromFile(paths[1].c_str(), "r");
     const cmsUInt32Number out = cmsChannelsOf(cmsGetColorSpace(printer)) == 4 ? TYPE_CMYK_16 : TYPE_RGBA_16;

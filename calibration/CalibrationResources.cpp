@@ -11,7 +11,8 @@ void WriteDisplayResource(const DisplayResource& display, std::uint8_t bytes[kDi
 }
 
 DisplayResource ReadDisplayResource(const std::uint8_t bytes[kDisplayResourceSize]) {
-    return {ReadBigEndianSigned16(bytes), ReadBigEndianSigned16(bytes + 2), ReadBigEndianSigned16(bytes + 4), ReadBigEndianSigned16(bytes + 6), ReadBigEndianSigned16(bytes + 8), ReadBigEndianSigned16(bytes + 10)};
+    return {ReadBigEndianSigned16(bytes),     ReadBigEndianSigned16(bytes + 2), ReadBigEndianSigned16(bytes + 4),
+            ReadBigEndianSigned16(bytes + 6), ReadBigEndianSigned16(bytes + 8), ReadBigEndianSigned16(bytes + 10)};
 }
 
 std::int16_t ClassicDepth(std::int32_t depth) {

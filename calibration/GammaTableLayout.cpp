@@ -22,7 +22,8 @@ std::uint16_t RepeatBits(unsigned value, int width) {
 }  // namespace
 
 GammaTableHeader ReadGammaTableHeader(const std::uint8_t* bytes) {
-    return {ReadBigEndianSigned16(bytes), ReadBigEndianSigned16(bytes + 2), ReadBigEndianSigned16(bytes + 4), ReadBigEndianSigned16(bytes + 6), ReadBigEndianSigned16(bytes + 8), ReadBigEndianSigned16(bytes + 10)};
+    return {ReadBigEndianSigned16(bytes),     ReadBigEndianSigned16(bytes + 2), ReadBigEndianSigned16(bytes + 4),
+            ReadBigEndianSigned16(bytes + 6), ReadBigEndianSigned16(bytes + 8), ReadBigEndianSigned16(bytes + 10)};
 }
 
 void WriteGammaTableHeader(const GammaTableHeader& header, std::uint8_t* bytes) {

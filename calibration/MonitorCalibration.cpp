@@ -204,7 +204,8 @@ void MonitorCalibration::ReadResources() {
     }
     if (const Handle ids = Get1Resource(kDisplayIDType, kFirstID)) {
         if (count != 0 && GetHandleSize(ids) == Size{count} * 4) {
-            for (int16_t i = 0; i < count; ++i) displays[i] = ReadBigEndian32(reinterpret_cast<const UInt8*>(*ids) + size_t{4} * static_cast<size_t>(i));
+            for (int16_t i = 0; i < count; ++i)
+                displays[i] = ReadBigEndian32(reinterpret_cast<const UInt8*>(*ids) + size_t{4} * static_cast<size_t>(i));
         }
         ReleaseResource(ids);
     }

@@ -7,9 +7,9 @@
 #include <variant>
 #include <vector>
 
-#include "orlo/StoredSettings.h"
 #include "images/Operation.h"
 #include "images/TiffCompression.h"
+#include "orlo/StoredSettings.h"
 
 /// What the user asked for; the file names are not looked at yet.
 struct Request {

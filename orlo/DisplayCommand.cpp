@@ -10,12 +10,12 @@
 
 #include "ColourMatch/ColourMatch.h"
 #include "images/Complaint.h"
+#include "images/VipsHold.h"
 #include "orlo/HelpText.h"
+#include "orlo/JsonText.h"
 #include "orlo/OutputFile.h"
 #include "orlo/RampPlot.h"
 #include "orlo/StoredSettings.h"
-#include "images/VipsHold.h"
-#include "orlo/JsonText.h"
 #include "platform/Owned.h"
 
 namespace {

@@ -4,21 +4,21 @@
 #include <cstdio>
 #include <exception>
 
-#include "orlo/CalibrationCommand.h"
-#include "orlo/CommandLine.h"
 #include "images/Complaint.h"
 #include "images/Conversion.h"
 #include "images/CurrentMatching.h"
-#include "orlo/DisplayCommand.h"
 #include "images/FourCharCodes.h"
 #include "images/ImageReading.h"
 #include "images/ImageWriting.h"
-#include "orlo/OutputFile.h"
 #include "images/ProfileChoice.h"
+#include "images/SourceColour.h"
+#include "orlo/CalibrationCommand.h"
+#include "orlo/CommandLine.h"
+#include "orlo/DisplayCommand.h"
+#include "orlo/OutputFile.h"
 #include "orlo/ProgressBar.h"
 #include "orlo/SettingsCommand.h"
 #include "orlo/WatchCommand.h"
-#include "images/SourceColour.h"
 
 namespace {
 

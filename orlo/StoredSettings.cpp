@@ -225,9 +225,11 @@ const Row kRows[] = {
          return Number(code == kIntents[3] ? 3 : code == kIntents[2] ? 2 : 1);
      },
      [](const SettingChange& change, Pending& pending) { pending.intent = OneDigit(change, '1', '3', "use 1, 2 or 3"); }},
-    {"flare", "-1 to 1: negative lifts black, positive takes veiling light away", "Flare", IsConditionStored, [] { return Number(ConditionsInStore().flare); },
+    {"flare", "-1 to 1: negative lifts black, positive takes veiling light away", "Flare", IsConditionStored,
+     [] { return Number(ConditionsInStore().flare); },
      [](const SettingChange& change, Pending& pending) { pending.conditions.flare = RealBetween(change, -1.0, 1.0); }},
-    {"contrast", "0.1 to 10: tone curves are raised to 1/contrast", "Contrast", IsConditionStored, [] { return Number(ConditionsInStore().contrast); },
+    {"contrast", "0.1 to 10: tone curves are raised to 1/contrast", "Contrast", IsConditionStored,
+     [] { return Number(ConditionsInStore().contrast); },
      [](const SettingChange& change, Pending& pending) { pending.conditions.contrast = RealBetween(change, 0.1, 10.0); }},
     {"a-offset", "-128 to 127: a* shift of the adapted white", "A Offset", IsConditionStored, [] { return Number(ConditionsInStore().aOffset); },
      [](const SettingChange& change, Pending& pending) { pending.conditions.aOffset = RealBetween(change, -128.0, 127.0); }},
@@ -239,12 +241,14 @@ const Row kRows[] = {
     {"monitor-white", "xyz:X,Y,Z in per cent under D65, or none", "Monitor Whitepoint", IsTextStored,
      [] { return Text(TextOf(WhiteInStore(ICC_RecallMonitorWhitepoint).text.Get())); },
      [](const SettingChange& change, Pending& pending) { pending.monitorWhite = WhiteText(change); }},
-    {"use-monitor-white", kSwitchAbout, "Use Monitor Whitepoint", IsBooleanStored, [] { return Switch(WhiteInStore(ICC_RecallMonitorWhitepoint).use); },
+    {"use-monitor-white", kSwitchAbout, "Use Monitor Whitepoint", IsBooleanStored,
+     [] { return Switch(WhiteInStore(ICC_RecallMonitorWhitepoint).use); },
      [](const SettingChange& change, Pending& pending) { pending.useMonitorWhite = OnOrOff(change); }},
     {"printer-white", "xyz:X,Y,Z in per cent under D65, or none", "Printer Whitepoint", IsTextStored,
      [] { return Text(TextOf(WhiteInStore(ICC_RecallPrinterWhitepoint).text.Get())); },
      [](const SettingChange& change, Pending& pending) { pending.printerWhite = WhiteText(change); }},
-    {"use-printer-white", kSwitchAbout, "Use Printer Whitepoint", IsBooleanStored, [] { return Switch(WhiteInStore(ICC_RecallPrinterWhitepoint).use); },
+    {"use-printer-white", kSwitchAbout, "Use Printer Whitepoint", IsBooleanStored,
+     [] { return Switch(WhiteInStore(ICC_RecallPrinterWhitepoint).use); },
      [](const SettingChange& change, Pending& pending) { pending.usePrinterWhite = OnOrOff(change); }},
     {"illuminant", "a text of up to 31 bytes, kept for hosts", "Illuminant", IsTextStored, [] { return Text(IllObsInStore().first); },
      [](const SettingChange& change, Pending& pending) { pending.illuminant = ShortText(change); }},
@@ -328,8 +332,7 @@ std::string SettingValue::Line() const {
 
 std::vector<Setting> ReadSettings() {
     std::vector<Setting> settings;
-    for (const Row& row : kRows)
-        settings.push_back({row.name, row.about, row.isStored(row.key), row.read()});
+    for (const Row& row : kRows) settings.push_back({row.name, row.about, row.isStored(row.key), row.read()});
     return settings;
 }
 
@@ -367,6 +370,5 @@ StoredConditions ReadStoredConditions() {
 
 StoredProfiles ReadStoredProfiles() {
     const auto read = [](const char* key) { return StoredProfile{IsFileStored(key), StoredPath(key)}; };
-    return {read("Monitor Profile"), read("Printer Profile"),
-            UsesProofer() ? read("Proofer Profile") : StoredProfile{}};
+    return {read("Monitor Profile"), read("Printer Profile"), UsesProofer() ? read("Proofer Profile") : StoredProfile{}};
 }

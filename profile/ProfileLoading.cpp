@@ -5,7 +5,7 @@
 
 #include "platform/Codes.h"
 #include "platform/Owned.h"
-#include "profile/KnownProfile.h"
+#include "profile/ProfileCache.h"
 
 namespace {
 
@@ -93,7 +93,7 @@ ColorSyncProfileRef CreateProfileFromAlias(AliasHandle alias, OSErr* error) {
 }
 
 ColorSyncProfileRef CreateProfileFromFSRef(const FSRef* file, OSErr* error) {
-    const KnownProfile known(Owned<CFURLRef>(CFURLCreateFromFSRef(kCFAllocatorDefault, file)).Get());
+    const CachedProfile known(Owned<CFURLRef>(CFURLCreateFromFSRef(kCFAllocatorDefault, file)).Get());
     if (ColorSyncProfileRef profile = known.Create()) {
         *error = 0;
         return profile;
@@ -112,7 +112,7 @@ ColorSyncProfileRef CreateProfileFromFSRef(const FSRef* file, OSErr* error) {
 
 ColorSyncProfileRef CreateProfileFromNamedResource(CFStringRef name, OSErr* error) {
     const Owned<CFURLRef> url = CopyResourceProfileURL(name);
-    const KnownProfile known(url.Get());
+    const CachedProfile known(url.Get());
     ColorSyncProfileRef profile = known.Create();
     if (!profile && url) {
         profile = ColorSyncProfileCreateWithURL(url.Get(), nullptr);

@@ -19,8 +19,8 @@ typedef struct vImage_CGImageFormat {
     const CGFloat* decode;
     CGColorRenderingIntent renderingIntent;
 } vImage_CGImageFormat;
-vImageConverterRef vImageConverter_CreateWithColorSyncCodeFragment(CFTypeRef, const vImage_CGImageFormat*, const vImage_CGImageFormat*, const CGFloat*,
-                                                                   uint32_t, ssize_t*);
+vImageConverterRef vImageConverter_CreateWithColorSyncCodeFragment(CFTypeRef, const vImage_CGImageFormat*, const vImage_CGImageFormat*,
+                                                                   const CGFloat*, uint32_t, ssize_t*);
 ssize_t vImageConvert_AnyToAny(vImageConverterRef, const vImage_Buffer*, const vImage_Buffer*, void*, uint32_t);
 void vImageConverter_Release(vImageConverterRef);
 }

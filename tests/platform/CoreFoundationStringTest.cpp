@@ -12,8 +12,8 @@
 #include <thread>
 
 #include "platform/CoreFoundation.h"
-#include "tests/fixtures/StringText.h"
 #include "tests/fixtures/CommaLocale.h"
+#include "tests/fixtures/StringText.h"
 
 namespace {
 

@@ -26,4 +26,7 @@ void ForgetRefsWithin(const std::string& canonicalFolder);
 /// The path of a name in a folder, whether anything stands there or not; -37 for what no file here can be called.
 OSErr PathInFolder(const FSRef* folder, UniCharCount nameLength, const UniChar* name, std::string& path);
 
+/// Whether a fork's name is the one that FSGetResourceForkName answers.
+bool IsResourceForkName(UniCharCount length, const UniChar* name);
+
 }  // namespace platform

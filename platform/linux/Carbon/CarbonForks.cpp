@@ -20,10 +20,6 @@ constexpr unsigned long kLargestRead = 1UL << 30;  // the kernel takes just unde
 
 constexpr std::u16string_view kResourceForkName = u"RESOURCE_FORK";
 
-bool IsResourceForkName(UniCharCount length, const UniChar* name) {
-    return name && std::equal(name, name + length, kResourceForkName.begin(), kResourceForkName.end());
-}
-
 OSErr Open(const FSRef* ref, FSIORefNum* fork) {
     std::string path;
     if (const OSErr status = platform::PathFromRef(ref, path)) return status;
@@ -61,7 +57,7 @@ OSErr FSGetResourceForkName(HFSUniStr255* name) {
 
 OSErr FSOpenFork(const FSRef* ref, UniCharCount forkNameLength, const UniChar* forkName, SInt8 permissions, FSIORefNum* fork) try {
     if (!ref || !fork) return kStatusParameter;
-    if (forkNameLength != 0 && !IsResourceForkName(forkNameLength, forkName)) return kNoSuchFork;
+    if (forkNameLength != 0 && !platform::IsResourceForkName(forkNameLength, forkName)) return kNoSuchFork;
     if (permissions != fsRdPerm) return kPermission;
     return Open(ref, fork);
 } catch (...) {
@@ -100,4 +96,8 @@ OSErr FSCloseFork(FSIORefNum fork) {
     // After an interrupted close the descriptor is free all the same; another close could hit a stranger's.
     if (close(fork) != 0 && errno != EINTR) return StatusFromErrno(errno);
     return 0;
+}
+
+bool platform::IsResourceForkName(UniCharCount length, const UniChar* name) {
+    return name && std::equal(name, name + length, kResourceForkName.begin(), kResourceForkName.end());
 }

@@ -11,8 +11,8 @@
 #include <mutex>
 #include <utility>
 
-#include "platform/MadeOnce.h"
 #include "platform/BigEndian.h"
+#include "platform/MadeOnce.h"
 #include "platform/linux/Carbon/CarbonFiles.h"
 #include "platform/linux/Carbon/CarbonResourceFork.h"
 #include "platform/linux/Carbon/CarbonStatus.h"
@@ -222,17 +222,12 @@ OSErr CreateFile(const std::string& path) {
     return status;
 }
 
-bool IsResourceForkName(UniCharCount length, const UniChar* name) {
-    HFSUniStr255 own;
-    return FSGetResourceForkName(&own) == 0 && name && std::equal(name, name + length, own.unicode, own.unicode + own.length);
-}
-
 }  // namespace
 
 OSErr FSCreateResourceFile(const FSRef* folder, UniCharCount nameLength, const UniChar* name, FSCatalogInfoBitmap whichInformation,
                            const FSCatalogInfo* information, UniCharCount forkNameLength, const UniChar* forkName, FSRef* file, FSSpecPtr unused) {
     OSErr status = kStatusParameter;
-    if (whichInformation == 0 && !information && !unused && IsResourceForkName(forkNameLength, forkName)) {
+    if (whichInformation == 0 && !information && !unused && platform::IsResourceForkName(forkNameLength, forkName)) {
         try {
             std::string path;
             status = platform::PathInFolder(folder, nameLength, name, path);

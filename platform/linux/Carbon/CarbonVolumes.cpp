@@ -12,6 +12,8 @@
 #include <sstream>
 #include <utility>
 
+#include "platform/linux/Posix/Descriptor.h"
+
 namespace platform {
 
 namespace {
@@ -55,12 +57,11 @@ std::vector<Mount> Mounts() {
 
 Volume VolumeOf(const std::string& path) {
     Volume volume{0, {}, "/"};
-    const int file = open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC);
-    if (file < 0) return volume;
-    volume.id = VolumeIdOf(file);
+    const Descriptor file(open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (file.Get() < 0) return volume;
+    volume.id = VolumeIdOf(file.Get());
     struct statx about;
-    const bool known = statx(file, "", AT_EMPTY_PATH, STATX_MNT_ID, &about) == 0 && (about.stx_mask & STATX_MNT_ID);
-    close(file);
+    const bool known = statx(file.Get(), "", AT_EMPTY_PATH, STATX_MNT_ID, &about) == 0 && (about.stx_mask & STATX_MNT_ID);
     if (!known) return volume;
     for (Mount& mount : Mounts()) {
         if (mount.number != about.stx_mnt_id) continue;
@@ -71,11 +72,9 @@ Volume VolumeOf(const std::string& path) {
 }
 
 std::uint64_t VolumeIdOf(const std::string& path) {
-    const int file = open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC);
-    if (file < 0) return 0;
-    const std::uint64_t id = VolumeIdOf(file);
-    close(file);
-    return id;
+    const Descriptor file(open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (file.Get() < 0) return 0;
+    return VolumeIdOf(file.Get());
 }
 
 std::uint64_t VolumeIdOf(int file) {

@@ -3,8 +3,8 @@
 /// Profiles and transforms from the inside.
 
 #include "platform/ColorSync.h"
-#include "platform/linux/CoreFoundation/CoreFoundationObject.h"
 #include "platform/linux/ColorSync/ProfileContainer.h"
+#include "platform/linux/CoreFoundation/CoreFoundationObject.h"
 
 namespace platform {
 

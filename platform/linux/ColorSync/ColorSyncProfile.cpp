@@ -6,16 +6,17 @@
 #include <cerrno>
 #include <string_view>
 
-#include "platform/ForkSection.h"
 #include "platform/BigEndian.h"
+#include "platform/ForkSection.h"
 #include "platform/FourCharCode.h"
 #include "platform/Owned.h"
 #include "platform/linux/ColorSync/ColorSyncObjects.h"
+#include "platform/linux/ColorSync/LittleCms.h"
 #include "platform/linux/CoreFoundation/CoreFoundationString.h"
 #include "platform/linux/CoreFoundation/CoreFoundationURL.h"
-#include "platform/linux/ColorSync/LittleCms.h"
+#include "platform/linux/Posix/Descriptor.h"
 
-using platform::Guarded;
+using platform::NullIfRaised;
 using platform::ProfileContainer;
 using Span = std::span<const std::uint8_t>;
 
@@ -69,7 +70,7 @@ ColorSyncProfileRef Made(CFErrorRef* error, Work work) noexcept {
     try {
         return work();
     } catch (const std::bad_alloc&) {
-        profile = Guarded([&]() -> ColorSyncProfileRef { return Refuse(error, ENOMEM); });
+        profile = NullIfRaised([&]() -> ColorSyncProfileRef { return Refuse(error, ENOMEM); });
         errno = ENOMEM;
     } catch (const std::exception&) {
     }
@@ -78,21 +79,16 @@ ColorSyncProfileRef Made(CFErrorRef* error, Work work) noexcept {
 
 /// The bytes of a regular file up to the size that its profile header states. Returns 0 or an error number; all bytes of a file that is too short.
 int ReadProfileFile(const char* path, std::vector<std::uint8_t>* bytes) {
-    const struct File {
-        ~File() {
-            if (descriptor >= 0) close(descriptor);
-        }
-        int descriptor;
-    } file = {open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
+    const platform::Descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status;
-    if (file.descriptor < 0 || fstat(file.descriptor, &status) != 0) return errno;
+    if (file.Get() < 0 || fstat(file.Get(), &status) != 0) return errno;
     if (!S_ISREG(status.st_mode)) return S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
 
     const auto fill = [&](std::size_t size) {
         std::size_t done = bytes->size();
         bytes->resize(size);
         while (done < size) {
-            const ssize_t count = read(file.descriptor, bytes->data() + done, size - done);
+            const ssize_t count = read(file.Get(), bytes->data() + done, size - done);
             if (count < 0 && errno == EINTR) continue;
             if (count < 0) return errno;
             if (count == 0) break;
@@ -187,14 +183,14 @@ ColorSyncMutableProfileRef ColorSyncProfileCreateMutableCopy(ColorSyncProfileRef
 
 CFDataRef ColorSyncProfileCopyData(ColorSyncProfileRef profile, CFErrorRef* error) {
     if (!profile) return Refuse(error, EINVAL);
-    return Guarded([&]() -> CFDataRef {
+    return NullIfRaised([&]() -> CFDataRef {
         const auto file = profile->container.ProfileBytes();
         return file ? CreateData(*file) : Refuse(error, EFBIG, "The profile is too long for its size field.");
     });
 }
 
 CFStringRef ColorSyncProfileCopyDescriptionString(ColorSyncProfileRef profile) {
-    return Guarded([&]() -> CFStringRef {
+    return NullIfRaised([&]() -> CFStringRef {
         const std::optional<Span> tag = profile ? profile->container.Tag(FourChar("desc")) : std::nullopt;
         if (!tag || tag->size() < 4) return nullptr;
         switch (Word(*tag, 0)) {
@@ -234,7 +230,7 @@ CFDataRef ColorSyncProfileCopyTag(ColorSyncProfileRef profile, CFStringRef signa
 void ColorSyncProfileSetTag(ColorSyncMutableProfileRef profile, CFStringRef signature, CFDataRef data) {
     const std::optional<std::uint32_t> code = Signature(signature);
     if (!profile || !code || !data) return;
-    Guarded([&] {
+    NullIfRaised([&] {
         profile->container.SetTag(*code, Contents(data));
         return true;
     });

@@ -1,11 +1,11 @@
 #include "platform/ForkSection.h"
-#include "platform/linux/ColourChains/ChainEvaluators.h"
 #include "platform/linux/ColorSync/ColorSyncObjects.h"
+#include "platform/linux/ColourChains/ChainEvaluators.h"
 #include "platform/linux/CoreFoundation/CoreFoundationString.h"
 
 using platform::ChainEvaluators;
 using platform::ChainStep;
-using platform::Guarded;
+using platform::NullIfRaised;
 using platform::PixelEvaluator;
 using platform::PixelFormat;
 using platform::ProfileChain;
@@ -105,7 +105,7 @@ bool MakeUsualEvaluators(ChainEvaluators* chain) {
 
 /// The evaluators for the steps, those made before where there are some. Null when the steps cannot be linked.
 std::shared_ptr<ChainEvaluators> EvaluatorsOf(const std::vector<ChainStep>& steps) {
-    if (auto kept = platform::KeptChains().Find(steps)) return *kept;
+    if (auto kept = platform::ChainCache().Find(steps)) return *kept;
     std::unique_ptr<ProfileChain> chain;
     {
         const platform::ForkSection section;  // the engine has locks of its own
@@ -114,7 +114,7 @@ std::shared_ptr<ChainEvaluators> EvaluatorsOf(const std::vector<ChainStep>& step
     if (!chain) return nullptr;
     auto evaluators = std::make_shared<ChainEvaluators>(std::move(chain));
     if (!MakeUsualEvaluators(evaluators.get())) return nullptr;
-    platform::KeptChains().Add(steps, evaluators, platform::EstimatedBytes(steps));
+    platform::ChainCache().Add(steps, evaluators, platform::EstimatedBytes(steps));
     return evaluators;
 }
 
@@ -140,7 +140,7 @@ CFTypeID ColorSyncTransformGetTypeID() {
 }
 
 ColorSyncTransformRef ColorSyncTransformCreate(CFArrayRef profileSequence, CFDictionaryRef) {
-    return Guarded([&]() -> ColorSyncTransformRef {
+    return NullIfRaised([&]() -> ColorSyncTransformRef {
         const CFIndex count = profileSequence ? CFArrayGetCount(profileSequence) : 0;
         if (count < 2) return nullptr;
         std::vector<ChainStep> steps;
@@ -175,7 +175,7 @@ bool ColorSyncTransformConvert(ColorSyncTransformRef transform, size_t width, si
     }
     if (!src || !dst || !Fits(height, srcRowBytes, srcBytesPerRow) || !Fits(height, dstRowBytes, dstBytesPerRow)) return false;
 
-    return Guarded([&] {
+    return NullIfRaised([&] {
         const PixelEvaluator* evaluator = transform->chain->Evaluator(*source, destination);
         if (!evaluator) return false;
         for (std::size_t row = 0; row < height; ++row) {

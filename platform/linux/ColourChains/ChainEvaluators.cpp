@@ -21,13 +21,13 @@ const PixelEvaluator* ChainEvaluators::Evaluator(PixelFormat source, std::option
     const std::lock_guard lock(making_);
     if (const PixelEvaluator* made = slot.load(std::memory_order_relaxed)) return made;
     std::unique_ptr<PixelEvaluator> evaluator = MakeFusedEvaluator(*chain_, source, destination);
-    if (!evaluator) evaluator = destination ? MakeLittleCmsEvaluator(*chain_, source, *destination) : MakeGamutTest(*chain_, source);
+    if (!evaluator) evaluator = destination ? MakeLittleCmsEvaluator(*chain_, source, *destination) : MakeGamutMap(*chain_, source);
     slot.store(evaluator.get(), std::memory_order_release);
     return evaluator.release();
 }
 
-RecentlyUsed<std::vector<ChainStep>, std::shared_ptr<ChainEvaluators>>& KeptChains() {
-    using Chains = RecentlyUsed<std::vector<ChainStep>, std::shared_ptr<ChainEvaluators>>;
+RecentlyUsedCache<std::vector<ChainStep>, std::shared_ptr<ChainEvaluators>>& ChainCache() {
+    using Chains = RecentlyUsedCache<std::vector<ChainStep>, std::shared_ptr<ChainEvaluators>>;
     static constinit MadeOnce<Chains> chains;
     return *chains.Get([] { return new Chains(12, std::size_t{256} << 20); });
 }

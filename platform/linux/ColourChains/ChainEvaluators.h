@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "platform/ForkSection.h"
-#include "platform/RecentlyUsed.h"
+#include "platform/RecentlyUsedCache.h"
 #include "platform/linux/ColourChains/PixelEvaluator.h"
 #include "platform/linux/ColourChains/ProfileChain.h"
 
@@ -40,7 +40,7 @@ private:
 /// The chains used last, found by content: intents, compensations and the profiles' bytes.
 ///
 /// 12 at most, which is four choices of profiles, and 256 MiB by EstimatedBytes. A chain that is in use outlives its place here.
-RecentlyUsed<std::vector<ChainStep>, std::shared_ptr<ChainEvaluators>>& KeptChains();
+RecentlyUsedCache<std::vector<ChainStep>, std::shared_ptr<ChainEvaluators>>& ChainCache();
 
 /// About what a chain with its usual evaluators takes: tables of 16 bits less, tables of 8 bits up to three times as much.
 std::size_t EstimatedBytes(const std::vector<ChainStep>& steps);

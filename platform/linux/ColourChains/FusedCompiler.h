@@ -7,8 +7,8 @@
 #include <memory>
 #include <vector>
 
-#include "platform/linux/ColourChains/FusedProgram.h"
 #include "platform/linux/ColorSync/LittleCms.h"
+#include "platform/linux/ColourChains/FusedProgram.h"
 
 namespace platform {
 

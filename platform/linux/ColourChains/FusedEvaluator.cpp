@@ -65,9 +65,9 @@ private:
     std::string name_;
 };
 
-class FusedGamutTest final : public PixelEvaluator {
+class FusedGamutMap final : public PixelEvaluator {
 public:
-    FusedGamutTest(std::shared_ptr<const FusedProgram> program, const FusedKernels& kernels, FusedLayout source)
+    FusedGamutMap(std::shared_ptr<const FusedProgram> program, const FusedKernels& kernels, FusedLayout source)
         : program_(std::move(program)), kernels_(kernels), source_(source), name_(std::string("fused round trip, ") + kernels.name) {}
 
     void ConvertRow(const void* source, void* destination, std::size_t count) const override {
@@ -96,7 +96,7 @@ std::shared_ptr<const FusedProgram> CompileConversion(const ProfileChain& chain)
 }
 
 /// The round trip; the colour that was asked for is kept on the way.
-std::shared_ptr<const FusedProgram> CompileGamutTest(const ProfileChain& chain) {
+std::shared_ptr<const FusedProgram> CompileGamutMap(const ProfileChain& chain) {
     const LcmsPipeline toLab = chain.MakePipelineToLab(), roundTrip = chain.MakePipelineLastDeviceRoundTrip();
     FusedCompiler compiler;
     if (!toLab || !roundTrip || !compiler.Append(toLab.get())) return nullptr;
@@ -126,11 +126,11 @@ std::unique_ptr<PixelEvaluator> MakeFusedEvaluator(const ProfileChain& chain, Pi
                                                    const FusedKernels& kernels) {
     const std::size_t from = chain.SourceChannels(), to = chain.DestinationChannels();
     if (!IsServed(source, from) || (destination && !IsServed(*destination, to))) return nullptr;
-    std::optional<std::shared_ptr<const FusedProgram>>& kept = destination ? chain.Programs().conversion : chain.Programs().gamutTest;
-    if (!kept) kept = destination ? CompileConversion(chain) : CompileGamutTest(chain);
+    std::optional<std::shared_ptr<const FusedProgram>>& kept = destination ? chain.Programs().conversion : chain.Programs().gamutMap;
+    if (!kept) kept = destination ? CompileConversion(chain) : CompileGamutMap(chain);
     std::shared_ptr<const FusedProgram> program = *kept;
     if (!program) return nullptr;
-    if (!destination) return std::make_unique<FusedGamutTest>(std::move(program), kernels, LayoutOf(source, from));
+    if (!destination) return std::make_unique<FusedGamutMap>(std::move(program), kernels, LayoutOf(source, from));
     return std::make_unique<FusedEvaluator>(std::move(program), kernels, LayoutOf(source, from), LayoutOf(*destination, to));
 }
 

@@ -14,7 +14,7 @@ namespace platform {
 std::vector<const FusedKernels*> RunnableFusedKernels();
 const FusedKernels& BestFusedKernels();
 
-/// Converts through the profiles' own curves, matrices and tables, block by block. Without a destination it writes the gamut map of MakeGamutTest.
+/// Converts through the profiles' own curves, matrices and tables, block by block. Without a destination it writes the gamut map of MakeGamutMap.
 ///
 /// A result depends on nothing but the pixel: not on the processor, the run or the thread. It stands within a few units of 65535 of Little CMS's own
 /// un-optimised evaluation; tables are rounded where it rounds them. Null when the chain holds something else than matrices, curves, 16-bit tables

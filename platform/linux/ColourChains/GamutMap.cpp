@@ -6,9 +6,9 @@ namespace platform {
 
 namespace {
 
-class GamutTest final : public PixelEvaluator {
+class GamutMap final : public PixelEvaluator {
 public:
-    GamutTest(const ProfileChain& chain, PixelFormat source)
+    GamutMap(const ProfileChain& chain, PixelFormat source)
         : toLab_(chain.MakeTransformToLab(source)),
           roundTrip_(chain.MakeLastDeviceRoundTrip()),
           sourcePixelBytes_(source.PixelBytes(chain.SourceChannels())) {}
@@ -54,8 +54,8 @@ private:
 
 }  // namespace
 
-std::unique_ptr<PixelEvaluator> MakeGamutTest(const ProfileChain& chain, PixelFormat source) {
-    auto test = std::make_unique<GamutTest>(chain, source);
+std::unique_ptr<PixelEvaluator> MakeGamutMap(const ProfileChain& chain, PixelFormat source) {
+    auto test = std::make_unique<GamutMap>(chain, source);
     if (!test->IsWhole()) return nullptr;
     return test;
 }

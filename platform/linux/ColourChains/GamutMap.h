@@ -17,6 +17,6 @@ inline constexpr double kGamutThreshold = 3.0;
 ///
 /// The colour tested is the one that the chain hands to its last device: with a device between, what that device made of it. One rule for all
 /// profiles, with or without a gamut tag. Null when the last device cannot be asked both ways.
-std::unique_ptr<PixelEvaluator> MakeGamutTest(const ProfileChain& chain, PixelFormat source);
+std::unique_ptr<PixelEvaluator> MakeGamutMap(const ProfileChain& chain, PixelFormat source);
 
 }  // namespace platform

@@ -53,7 +53,7 @@ public:
 
     /// What a faster evaluator made of the pipelines: nothing while it has not tried, null when it could not.
     struct FusedPrograms {
-        std::optional<std::shared_ptr<const FusedProgram>> conversion, gamutTest;
+        std::optional<std::shared_ptr<const FusedProgram>> conversion, gamutMap;
     };
     FusedPrograms& Programs() const { return programs_; }
 

@@ -44,7 +44,7 @@ const std::string& KnownResourceFolder() {
 
 // The name may be relative to the directory that is current while the library is loaded.
 [[gnu::constructor]] void FindResourceFolderOnLoad() {
-    static_cast<void>(platform::Guarded([] { return KnownResourceFolder().size(); }));
+    static_cast<void>(platform::NullIfRaised([] { return KnownResourceFolder().size(); }));
 }
 
 }  // namespace
@@ -59,7 +59,7 @@ CFBundleRef CFBundleGetBundleWithIdentifier(CFStringRef identifier) {
 
 CFURLRef CFBundleCopyResourceURL(CFBundleRef bundle, CFStringRef name, CFStringRef type, CFStringRef subdirectory) {
     if (!bundle || !name) return nullptr;
-    return platform::Guarded([&]() -> CFURLRef {
+    return platform::NullIfRaised([&]() -> CFURLRef {
         const std::string& folder = KnownResourceFolder();
         const std::optional<std::string> file = platform::UTF8FromString(name);
         if (folder.empty() || !file) return nullptr;

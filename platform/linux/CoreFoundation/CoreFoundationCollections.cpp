@@ -5,7 +5,7 @@
 
 #include "platform/linux/CoreFoundation/CoreFoundationObject.h"
 
-using platform::Guarded;
+using platform::NullIfRaised;
 using platform::Object;
 
 namespace {
@@ -145,7 +145,7 @@ CFTypeID CFArrayGetTypeID() {
 
 CFArrayRef CFArrayCreate(CFAllocatorRef, const void** values, CFIndex count, const CFArrayCallBacks* callBacks) {
     if (count < 0) return nullptr;
-    return Guarded([&]() -> CFArrayRef {
+    return NullIfRaised([&]() -> CFArrayRef {
         auto array = std::make_unique<__CFArray>(callBacks && callBacks->retains, false);
         array->values.reserve(static_cast<size_t>(count));
         for (CFIndex i = 0; i < count; ++i) {
@@ -168,7 +168,7 @@ const void* CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index) {
 }
 
 void CFArrayAppendValue(CFMutableArrayRef array, const void* value) {
-    if (array->isMutable) Guarded([&] { return array->Append(value); });
+    if (array->isMutable) NullIfRaised([&] { return array->Append(value); });
 }
 
 // ---- dictionaries ----
@@ -184,7 +184,7 @@ CFTypeID CFDictionaryGetTypeID() {
 CFDictionaryRef CFDictionaryCreate(CFAllocatorRef, const void** keys, const void** values, CFIndex count,
                                    const CFDictionaryKeyCallBacks* keyCallBacks, const CFDictionaryValueCallBacks* valueCallBacks) {
     if (count < 0) return nullptr;
-    return Guarded([&]() -> CFDictionaryRef {
+    return NullIfRaised([&]() -> CFDictionaryRef {
         auto dictionary = std::make_unique<__CFDictionary>(keyCallBacks, valueCallBacks, false);
         dictionary->entries.reserve(static_cast<size_t>(count));
         for (CFIndex i = 0; i < count; ++i) {
@@ -230,7 +230,7 @@ void CFDictionaryGetKeysAndValues(CFDictionaryRef dictionary, const void** keys,
 }
 
 void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key, const void* value) {
-    if (dictionary->isMutable) Guarded([&] { return dictionary->Set(key, value, true); });
+    if (dictionary->isMutable) NullIfRaised([&] { return dictionary->Set(key, value, true); });
 }
 
 void CFDictionaryRemoveValue(CFMutableDictionaryRef dictionary, const void* key) {

@@ -72,7 +72,7 @@ CFTypeID CFErrorGetTypeID() {
 
 CFErrorRef CFErrorCreate(CFAllocatorRef, CFErrorDomain domain, CFIndex code, CFDictionaryRef userInfo) {
     if (!domain) return nullptr;
-    return platform::Guarded([&]() -> CFErrorRef {
+    return platform::NullIfRaised([&]() -> CFErrorRef {
         Owned<CFDictionaryRef> copy(CopyUnchangeable(userInfo));
         return copy ? platform::NewObject<__CFError>(Owned<CFStringRef>::Retain(domain), code, std::move(copy)) : nullptr;
     });
@@ -92,7 +92,7 @@ CFDictionaryRef CFErrorCopyUserInfo(CFErrorRef error) {
 
 CFStringRef CFErrorCopyDescription(CFErrorRef error) {
     if (const CFStringRef description = TextFor(error, kCFErrorLocalizedDescriptionKey)) return static_cast<CFStringRef>(CFRetain(description));
-    return platform::Guarded([&] {
+    return platform::NullIfRaised([&] {
         std::string text = "The operation could not be completed";
         if (const std::optional<std::string> reason = platform::UTF8FromString(TextFor(error, kCFErrorLocalizedFailureReasonKey))) {
             text += ": " + *reason;

@@ -54,7 +54,7 @@ void Delete(const Object* object) {
 
 /// Runs `work` and turns anything raised (in practice: no memory) into a null or false result.
 template <typename Work>
-auto Guarded(Work work) noexcept -> decltype(work()) {
+auto NullIfRaised(Work work) noexcept -> decltype(work()) {
     using Result = decltype(work());
     try {
         return work();

@@ -12,7 +12,7 @@
 #include "platform/Owned.h"
 
 using platform::CreateString;
-using platform::Guarded;
+using platform::NullIfRaised;
 using platform::Object;
 
 namespace {
@@ -97,7 +97,7 @@ constinit const platform::ObjectClass platform::kStringClass{
 CFStringRef __CFStringMakeConstantString(const char* text) {
     static constinit platform::MadeOnce<std::map<std::string, CFStringRef, std::less<>>> known;
     static constinit platform::ForkSafeMutex mutex;
-    return Guarded([&]() -> CFStringRef {
+    return NullIfRaised([&]() -> CFStringRef {
         auto& constants = *known.Get();
         const std::lock_guard lock(mutex);
         if (const auto found = constants.find(std::string_view(text)); found != constants.end()) return found->second;
@@ -151,7 +151,7 @@ UniChar CFStringGetCharacterAtIndex(CFStringRef string, CFIndex index) {
 
 Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex bufferSize, CFStringEncoding encoding) {
     if (encoding != kCFStringEncodingASCII && encoding != kCFStringEncodingUTF8) return false;
-    return Guarded([&] {
+    return NullIfRaised([&] {
         const std::optional<std::string> bytes = platform::UTF8FromUnits(string->units);
         if (!bytes || bufferSize <= 0 || bytes->size() >= static_cast<size_t>(bufferSize)) return false;
         if (encoding == kCFStringEncodingASCII && !IsASCII(*bytes)) return false;
@@ -196,7 +196,7 @@ CFArrayRef CFStringCreateArrayBySeparatingStrings(CFAllocatorRef allocator, CFSt
 }
 
 double CFStringGetDoubleValue(CFStringRef string) {
-    return Guarded([&] {
+    return NullIfRaised([&] {
         const std::string number = LeadingNumber(string->units);
         return number.empty() ? 0.0 : g_ascii_strtod(number.c_str(), nullptr);
     });

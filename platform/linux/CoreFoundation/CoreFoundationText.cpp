@@ -94,7 +94,7 @@ CFStringRef CreateString(std::u16string_view units) noexcept {
 }
 
 CFStringRef CreateStringFromUTF8(std::string_view bytes) noexcept {
-    return Guarded([&]() -> CFStringRef {
+    return NullIfRaised([&]() -> CFStringRef {
         const std::optional<std::u16string> units = UnitsFromUTF8(bytes);
         return units ? CreateString(*units) : nullptr;
     });

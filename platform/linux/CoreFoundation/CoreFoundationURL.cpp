@@ -11,7 +11,7 @@
 
 #include "platform/linux/CoreFoundation/CoreFoundationString.h"
 
-using platform::Guarded;
+using platform::NullIfRaised;
 using platform::Object;
 
 namespace {
@@ -190,7 +190,7 @@ CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef allocator, CFStringRef pat
 
 CFURLRef CFURLCreateWithFileSystemPathRelativeToBase(CFAllocatorRef, CFStringRef path, CFURLPathStyle style, Boolean isDirectory, CFURLRef base) {
     if (style != kCFURLPOSIXPathStyle) return nullptr;
-    return Guarded([&]() -> CFURLRef {
+    return NullIfRaised([&]() -> CFURLRef {
         const std::optional<std::string> bytes = platform::UTF8FromString(path);
         return bytes ? NewFileURLRelativeTo(*bytes, isDirectory, base) : nullptr;
     });
@@ -198,11 +198,13 @@ CFURLRef CFURLCreateWithFileSystemPathRelativeToBase(CFAllocatorRef, CFStringRef
 
 CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef, const UInt8* path, CFIndex length, Boolean isDirectory) {
     if (length <= 0) return nullptr;
-    return Guarded([&] { return NewFileURLRelativeTo({reinterpret_cast<const char*>(path), static_cast<size_t>(length)}, isDirectory, nullptr); });
+    return NullIfRaised([&] {
+        return NewFileURLRelativeTo({reinterpret_cast<const char*>(path), static_cast<size_t>(length)}, isDirectory, nullptr);
+    });
 }
 
 CFURLRef CFURLCreateWithString(CFAllocatorRef, CFStringRef text, CFURLRef base) {
-    return Guarded([&]() -> CFURLRef {
+    return NullIfRaised([&]() -> CFURLRef {
         std::optional<std::string> bytes = platform::UTF8FromString(text);
         if (!bytes || bytes->empty() || !IsWellFormed(*bytes)) return nullptr;
         if (base && SchemeLength(*bytes) == std::string_view::npos) {
@@ -216,7 +218,7 @@ CFURLRef CFURLCreateWithString(CFAllocatorRef, CFStringRef text, CFURLRef base) 
 }
 
 CFURLRef CFURLCreateCopyAppendingPathComponent(CFAllocatorRef, CFURLRef url, CFStringRef component, Boolean isDirectory) {
-    return Guarded([&]() -> CFURLRef {
+    return NullIfRaised([&]() -> CFURLRef {
         const std::optional<std::string> name = platform::UTF8FromString(component);
         if (!name) return nullptr;
         if (url->isFile) return NewFileURL(Joined(url->path, *name), isDirectory);
@@ -229,7 +231,7 @@ CFURLRef CFURLCreateCopyAppendingPathComponent(CFAllocatorRef, CFURLRef url, CFS
 
 CFURLRef CFURLCreateCopyDeletingLastPathComponent(CFAllocatorRef, CFURLRef url) {
     if (!url->isFile) return nullptr;
-    return Guarded([&] { return NewFileURL(url->path.substr(0, std::max<size_t>(url->path.rfind('/'), 1)), true); });
+    return NullIfRaised([&] { return NewFileURL(url->path.substr(0, std::max<size_t>(url->path.rfind('/'), 1)), true); });
 }
 
 CFStringRef CFURLGetString(CFURLRef url) {

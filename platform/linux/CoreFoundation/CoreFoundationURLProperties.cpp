@@ -47,7 +47,10 @@ struct DisposeAlias {
 using OwnedAlias = std::unique_ptr<AliasPtr, DisposeAlias>;
 
 int ErrnoFromStatus(OSErr status) {
-    return status == kStatusFileNotFound || status == kNoSuchVolume ? ENOENT : status == kPermission ? EACCES : status == kStatusNoMemory ? ENOMEM : EIO;
+    return status == kStatusFileNotFound || status == kNoSuchVolume ? ENOENT
+           : status == kPermission                                  ? EACCES
+           : status == kStatusNoMemory                              ? ENOMEM
+                                                                    : EIO;
 }
 
 }  // namespace

@@ -50,7 +50,7 @@ CFUUIDBytes CFUUIDGetUUIDBytes(CFUUIDRef uuid) {
 
 CFStringRef CFUUIDCreateString(CFAllocatorRef, CFUUIDRef uuid) {
     constexpr char kDigits[] = "0123456789ABCDEF";
-    return platform::Guarded([&] {
+    return platform::NullIfRaised([&] {
         std::string text;
         for (const char byte : BytesOf(uuid)) {
             // Hyphens stand after 4, 6, 8 and 10 bytes.

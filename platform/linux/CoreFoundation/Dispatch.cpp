@@ -10,6 +10,7 @@
 #include "platform/ForkSection.h"
 #include "platform/MadeOnce.h"
 #include "platform/Posix.h"
+#include "platform/linux/CoreFoundation/MainContext.h"
 
 namespace {
 
@@ -115,11 +116,7 @@ void RunOnMainLoop(dispatch_function_t work, void* context) {
         const std::lock_guard guard(queue.lock);
         queue.waiting.push_back(&item);
         // One turn of this source for each piece of work.
-        GSource* const source = g_idle_source_new();
-        g_source_set_priority(source, G_PRIORITY_DEFAULT);
-        g_source_set_callback(source, RunMainWork, nullptr, nullptr);
-        g_source_attach(source, nullptr);
-        g_source_unref(source);
+        platform::CallOnMainContext(RunMainWork, nullptr, nullptr);
     }
     for (;;) {
         const unsigned seen = queue.doneCount;

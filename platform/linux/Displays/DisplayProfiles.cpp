@@ -92,7 +92,7 @@ const CFStringRef kColorSyncProfileHostScope = CFSTR("ProfileHostScope");
 const CFStringRef kColorSyncProfileUserScope = CFSTR("ProfileUserScope");
 
 bool ColorSyncDeviceSetCustomProfiles(CFStringRef deviceClass, CFUUIDRef device, CFDictionaryRef profiles) {
-    return platform::Guarded([&] {
+    return platform::NullIfRaised([&] {
         if (!device || !profiles || CFStringCompare(deviceClass, kColorSyncDisplayDeviceClass, 0) != kCFCompareEqualTo) return false;
         const auto url = static_cast<CFURLRef>(CFDictionaryGetValue(profiles, kColorSyncDeviceDefaultProfileID));
         UInt8 path[4096];

@@ -86,7 +86,7 @@ Ramp RampOfProfile(const platform::Bytes& profile, size_t size) {
 }  // namespace
 
 CGError CGGetActiveDisplayList(uint32_t capacity, CGDirectDisplayID* displays, uint32_t* count) {
-    return platform::Guarded([&]() -> CGError {
+    return platform::NullIfRaised([&]() -> CGError {
         const std::vector<platform::ServerOutput> outputs = platform::ActiveOutputs();
         *count = static_cast<uint32_t>(outputs.size());
         if (!displays) return kCGErrorSuccess;
@@ -97,7 +97,7 @@ CGError CGGetActiveDisplayList(uint32_t capacity, CGDirectDisplayID* displays, u
 }
 
 CGDisplayModeRef CGDisplayCopyDisplayMode(CGDirectDisplayID display) {
-    return platform::Guarded([&]() -> CGDisplayModeRef {
+    return platform::NullIfRaised([&]() -> CGDisplayModeRef {
         if (!platform::FindOutput(display)) return nullptr;
         const xcb_screen_t* const screen = platform::DisplayScreen();
         return screen ? new CGDisplayMode{EncodingOf(screen, xcb_get_setup(platform::DisplayConnection()))} : nullptr;
@@ -109,12 +109,12 @@ void CGDisplayModeRelease(CGDisplayModeRef mode) {
 }
 
 CFStringRef CGDisplayModeCopyPixelEncoding(CGDisplayModeRef mode) {
-    return platform::Guarded([&] { return platform::CreateStringFromUTF8(mode->encoding); });
+    return platform::NullIfRaised([&] { return platform::CreateStringFromUTF8(mode->encoding); });
 }
 
 CGRect CGDisplayBounds(CGDirectDisplayID display) {
     CGRect bounds{};
-    platform::Guarded([&] {
+    platform::NullIfRaised([&] {
         const auto output = platform::FindOutput(display);
         if (!output) return false;
         bounds = {{static_cast<CGFloat>(output->x), static_cast<CGFloat>(output->y)},
@@ -128,7 +128,7 @@ CGError CGGetDisplayTransferByTable(CGDirectDisplayID display, uint32_t capacity
                                     uint32_t* sampleCount) {
     *sampleCount = 0;
     CGError error = kCGErrorFailure;
-    platform::Guarded([&] {
+    platform::NullIfRaised([&] {
         const auto output = platform::FindOutput(display);
         if (!output || capacity == 0) {
             error = kCGErrorIllegalArgument;
@@ -152,7 +152,7 @@ CGError CGGetDisplayTransferByTable(CGDirectDisplayID display, uint32_t capacity
 CGError CGSetDisplayTransferByTable(CGDirectDisplayID display, uint32_t tableSize, const CGGammaValue* red, const CGGammaValue* green,
                                     const CGGammaValue* blue) {
     CGError error = kCGErrorFailure;
-    platform::Guarded([&] {
+    platform::NullIfRaised([&] {
         const auto output = platform::FindOutput(display);
         if (!output || tableSize < 2) {
             error = kCGErrorIllegalArgument;
@@ -171,7 +171,7 @@ CGError CGSetDisplayTransferByTable(CGDirectDisplayID display, uint32_t tableSiz
 }
 
 void CGDisplayRestoreColorSyncSettings(void) {
-    platform::Guarded([] {
+    platform::NullIfRaised([] {
         const std::vector<platform::ServerOutput> outputs = platform::ActiveOutputs();
         for (size_t i = 0; i < outputs.size(); ++i) {
             Ramp ramp;
@@ -183,7 +183,7 @@ void CGDisplayRestoreColorSyncSettings(void) {
 }
 
 CFUUIDRef CGDisplayCreateUUIDFromDisplayID(CGDirectDisplayID display) {
-    return platform::Guarded([&]() -> CFUUIDRef {
+    return platform::NullIfRaised([&]() -> CFUUIDRef {
         const auto output = platform::FindOutput(display);
         if (!output) return nullptr;
         const platform::Bytes identification = platform::IdentificationOf(*output);

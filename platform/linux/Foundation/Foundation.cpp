@@ -4,6 +4,8 @@
 
 #include <glib.h>
 
+#include "platform/linux/CoreFoundation/MainContext.h"
+
 namespace {
 
 struct Call {
@@ -31,12 +33,7 @@ namespace platform {
 void RunLoopPerform(void (*work)(void*), void* context, void (*release)(void*)) {
     auto* call = g_new(Call, 1);
     *call = {work, context, release};
-    // A source of its own: g_main_context_invoke would run the work in place while no thread owns the context yet.
-    GSource* source = g_idle_source_new();
-    g_source_set_priority(source, G_PRIORITY_DEFAULT);
-    g_source_set_callback(source, Run, call, Drop);
-    g_source_attach(source, nullptr);
-    g_source_unref(source);
+    CallOnMainContext(Run, call, Drop);
 }
 
 }  // namespace platform

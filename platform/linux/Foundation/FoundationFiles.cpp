@@ -18,32 +18,20 @@
 #include "platform/linux/CoreFoundation/CoreFoundationError.h"
 #include "platform/linux/CoreFoundation/CoreFoundationObject.h"
 #include "platform/linux/CoreFoundation/CoreFoundationURL.h"
-#include "platform/linux/Posix/Descriptor.h"
 #include "platform/linux/Foundation/ItemRemoval.h"
+#include "platform/linux/Posix/Descriptor.h"
+#include "platform/linux/Posix/WholeFiles.h"
 
 using platform::Descriptor;
+using platform::FolderOf;
 using platform::NativePath;
+using platform::WriteAll;
 
 namespace {
-
-std::string FolderOf(const std::string& path) {
-    const std::size_t slash = path.rfind('/');
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
 
 void SyncFolder(const std::string& path) {
     const Descriptor folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (folder.Get() >= 0) fsync(folder.Get());
-}
-
-/// 0, or an errno value.
-int WriteAll(int file, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t count = write(file, bytes.data(), bytes.size());
-        if (count < 0 && errno != EINTR) return errno;
-        if (count > 0) bytes.remove_prefix(static_cast<std::size_t>(count));
-    }
-    return 0;
 }
 
 /// Gives the new file the extended attributes of the old one that it does not have itself. What a volume refuses is left out.
@@ -168,7 +156,7 @@ bool GetStatus(CFURLRef item, struct stat* about) {
 namespace platform {
 
 CFURLRef CreateItemReplacementFolder(CFURLRef target, CFErrorRef* error) {
-    return Guarded([&]() -> CFURLRef {
+    return NullIfRaised([&]() -> CFURLRef {
         std::string path;
         if (const int number = FindTarget(target, path)) {
             platform::FailWithErrno(number, error);
@@ -185,7 +173,7 @@ CFURLRef CreateItemReplacementFolder(CFURLRef target, CFErrorRef* error) {
 }
 
 void RemoveItemReplacementFolder(CFURLRef folder) {
-    Guarded([&] {
+    NullIfRaised([&] {
         std::string path;
         if (platform::CanonicalPath(std::string(NativePath(folder)), path) != 0 || !RemoveWhole(path)) return false;
         platform::ForgetRefsWithin(path);
@@ -194,7 +182,7 @@ void RemoveItemReplacementFolder(CFURLRef folder) {
 }
 
 bool ReplaceItem(CFURLRef target, CFURLRef replacement, CFErrorRef* error) {
-    return Guarded([&] {
+    return NullIfRaised([&] {
         const std::string from(NativePath(replacement));
         std::string to;
         int number = from.empty() ? EINVAL : FindTarget(target, to);
@@ -204,14 +192,14 @@ bool ReplaceItem(CFURLRef target, CFURLRef replacement, CFErrorRef* error) {
 }
 
 bool RemoveItem(CFURLRef item) {
-    return Guarded([&] {
+    return NullIfRaised([&] {
         std::string path;
         return platform::CanonicalPath(std::string(NativePath(item)), path) == 0 && RemoveWhole(path);
     });
 }
 
 bool WriteDataAtomically(CFDataRef data, CFURLRef file) {
-    return Guarded([&] {
+    return NullIfRaised([&] {
         std::string path;
         if (!data || FindTarget(file, path) != 0) return false;
         return WriteAndReplace(path, {reinterpret_cast<const char*>(CFDataGetBytePtr(data)), static_cast<std::size_t>(CFDataGetLength(data))}) == 0;
@@ -219,7 +207,7 @@ bool WriteDataAtomically(CFDataRef data, CFURLRef file) {
 }
 
 CFDataRef CreateDataWithContents(CFURLRef url) {
-    return Guarded([&]() -> CFDataRef {
+    return NullIfRaised([&]() -> CFDataRef {
         const std::string path(NativePath(url));
         const Descriptor file(path.empty() ? -1 : open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
         struct stat about;

@@ -15,6 +15,7 @@
 #include "platform/linux/Carbon/CarbonVolumes.h"
 #include "platform/linux/CoreFoundation/CoreFoundationObject.h"
 #include "platform/linux/CoreFoundation/CoreFoundationURL.h"
+#include "platform/linux/Posix/WholeFiles.h"
 
 namespace {
 
@@ -49,14 +50,10 @@ std::string RealPath(const std::string& path) {
     return real ? real.get() : std::string();
 }
 
-std::string FolderOf(const std::string& path) {
-    return path.substr(0, std::max<std::size_t>(path.rfind('/'), 1));
-}
-
 /// The folder that really holds an item, with no link on the way; a link itself lies where it is, not where it leads.
 std::string RealFolderOf(const std::string& item) {
     const bool isNamed = !item.ends_with("/.") && !item.ends_with("/..");
-    return isNamed ? RealPath(FolderOf(item)) : FolderOf(RealPath(item));
+    return isNamed ? RealPath(platform::FolderOf(item)) : platform::FolderOf(RealPath(item));
 }
 
 bool IsSameFolder(const struct stat& about, const std::string& folder) {
@@ -80,5 +77,5 @@ bool LiesInTrash(const std::string& item) {
 }  // namespace
 
 bool platform::TrashContains(CFURLRef item) {
-    return Guarded([&] { return LiesInTrash(std::string(NativePath(item))); });
+    return NullIfRaised([&] { return LiesInTrash(std::string(NativePath(item))); });
 }

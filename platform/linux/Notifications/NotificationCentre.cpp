@@ -148,7 +148,7 @@ void FollowDevicesOnce(__CFNotificationCenter* centre) {
 }  // namespace
 
 CFNotificationCenterRef CFNotificationCenterGetDistributedCenter(void) {
-    return platform::Guarded([]() -> CFNotificationCenterRef {
+    return platform::NullIfRaised([]() -> CFNotificationCenterRef {
         __CFNotificationCenter& centre = TheCentre();
         return Carrier(&centre) ? &centre : nullptr;
     });
@@ -156,7 +156,7 @@ CFNotificationCenterRef CFNotificationCenterGetDistributedCenter(void) {
 
 void CFNotificationCenterAddObserver(CFNotificationCenterRef centre, const void* observer, CFNotificationCallback callback, CFStringRef name,
                                      const void* object, CFNotificationSuspensionBehavior) {
-    platform::Guarded([&] {
+    platform::NullIfRaised([&] {
         const std::optional<std::string> wantedName = platform::UTF8FromString(name);
         const std::optional<std::string> wantedObject = platform::UTF8FromString(static_cast<CFStringRef>(object));
         {
@@ -175,7 +175,7 @@ void CFNotificationCenterRemoveEveryObserver(CFNotificationCenterRef centre, con
 }
 
 void CFNotificationCenterPostNotification(CFNotificationCenterRef centre, CFStringRef name, const void* object, CFDictionaryRef, Boolean) {
-    platform::Guarded([&] {
+    platform::NullIfRaised([&] {
         const std::optional<std::string> postedName = platform::UTF8FromString(name);
         const std::optional<std::string> postedObject = platform::UTF8FromString(static_cast<CFStringRef>(object));
         const auto carrier = Carrier(centre);

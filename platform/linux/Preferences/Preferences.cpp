@@ -80,7 +80,7 @@ extern "C" const CFStringRef kCFPreferencesCurrentUser = &kCurrentUserText;
 extern "C" const CFStringRef kCFPreferencesCurrentHost = &kCurrentHostText;
 
 CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef application, CFStringRef user, CFStringRef host) {
-    return platform::Guarded([&]() -> CFPropertyListRef {
+    return platform::NullIfRaised([&]() -> CFPropertyListRef {
         const std::optional<std::string> name = platform::UTF8FromString(key);
         const std::optional<std::string> owner = platform::UTF8FromString(application);
         if (!name || !IsKey(*name) || !owner || !IsOwnDomain(user, host)) return nullptr;
@@ -97,7 +97,7 @@ CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef applicatio
 }
 
 void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef application, CFStringRef user, CFStringRef host) {
-    platform::Guarded([&] {
+    platform::NullIfRaised([&] {
         const std::optional<std::string> name = platform::UTF8FromString(key);
         const std::optional<std::string> owner = platform::UTF8FromString(application);
         if (!name || !IsKey(*name) || !owner || !IsOwnDomain(user, host)) return false;
@@ -111,7 +111,7 @@ void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef
 }
 
 Boolean CFPreferencesSynchronize(CFStringRef application, CFStringRef user, CFStringRef host) {
-    return platform::Guarded([&]() -> Boolean {
+    return platform::NullIfRaised([&]() -> Boolean {
         const std::optional<std::string> owner = platform::UTF8FromString(application);
         if (!owner || !IsOwnDomain(user, host)) return false;
         const platform::PreferencePlace place = platform::FindPreferencePlace(*owner);

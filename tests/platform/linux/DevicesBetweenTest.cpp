@@ -346,11 +346,11 @@ TEST(DevicesBetweenTest, TheGamutMapTestsWhatTheDeviceBetweenCanShow) {
             const std::vector<Profile> profiles = {Reference(), proofer, ProfileAt(printer.path)};
             const auto chain = ChainOf(profiles), direct = ChainOf({profiles.front(), profiles.back()});
             const std::vector<double> errors = DeviceByDevice(profiles).LastDeviceErrors(source);
-            const auto slow = platform::MakeGamutTest(*chain, kPlain16), fused = MakeFusedEvaluator(*chain, kPlain16, std::nullopt);
+            const auto slow = platform::MakeGamutMap(*chain, kPlain16), fused = MakeFusedEvaluator(*chain, kPlain16, std::nullopt);
             ASSERT_TRUE(slow && fused) << what << ", " << printer.name;
             for (const PixelEvaluator* evaluator : {slow.get(), fused.get()}) {
                 const std::vector<bool> marked = marks(*evaluator);
-                EXPECT_NE(marked, marks(*platform::MakeGamutTest(*direct, kPlain16))) << "the device between makes no difference";
+                EXPECT_NE(marked, marks(*platform::MakeGamutMap(*direct, kPlain16))) << "the device between makes no difference";
                 for (std::size_t i = 0; i < count; ++i) {
                     if (std::abs(errors[i] - platform::kGamutThreshold) < kUndecided) continue;
                     ASSERT_EQ(marked[i], errors[i] > platform::kGamutThreshold)

@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/linux/DisplayServer.h"
+#include "platform/linux/Displays/DisplayServer.h"
 #include "tests/fixtures/ChildProcess.h"
 #include "tests/fixtures/XServer.h"
 

@@ -13,7 +13,7 @@
 #include "platform/Dispatch.h"
 #include "platform/Posix.h"
 #include "platform/linux/ColourChains/ChainEvaluators.h"
-#include "profile/KnownProfile.h"
+#include "profile/ProfileCache.h"
 #include "profile/TagRegistry.h"
 #include "session/MatchingDataHandle.h"
 #include "tests/fixtures/MatchingRecords.h"
@@ -100,9 +100,9 @@ TEST(ForkedChild, FindsTags) {
 
 TEST(ForkedChild, FindsKnownProfiles) {
     const Owned<CFURLRef> url = FileURL(kSRGBMonitor);
-    KnownProfile(url.Get()).Keep(Owned<ColorSyncProfileRef>(ColorSyncProfileCreateWithURL(url.Get(), nullptr)).Get());
+    CachedProfile(url.Get()).Keep(Owned<ColorSyncProfileRef>(ColorSyncProfileCreateWithURL(url.Get(), nullptr)).Get());
     ForkDuring([&] {
-        if (!Owned<ColorSyncProfileRef>(KnownProfile(url.Get()).Create())) std::abort();
+        if (!Owned<ColorSyncProfileRef>(CachedProfile(url.Get()).Create())) std::abort();
     });
 }
 
@@ -115,7 +115,7 @@ TEST(ForkedChild, OpensProfiles) {
 
 TEST(ForkedChild, FindsKeptChains) {
     const std::vector<platform::ChainStep> steps = Steps({{1}, {2}});
-    ForkDuring([&] { platform::KeptChains().Find(steps); });
+    ForkDuring([&] { platform::ChainCache().Find(steps); });
 }
 
 TEST(ForkedChild, MakesEvaluators) {

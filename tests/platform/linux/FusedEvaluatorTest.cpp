@@ -639,7 +639,7 @@ TEST(FusedEvaluatorTest, MarksWhatTheRoundTripThroughLittleCmsMarks) {
     for (const Printer& choice : Printers()) {
         const std::unique_ptr<ProfileChain> chain = ChainOf({kReferenceProfile, choice.path});
         const auto fused = MakeFusedEvaluator(*chain, kPlain16, std::nullopt);
-        const auto slow = platform::MakeGamutTest(*chain, kPlain16);
+        const auto slow = platform::MakeGamutMap(*chain, kPlain16);
         ASSERT_TRUE(fused && slow) << choice.name;
         const LcmsFile printer = OpenLcmsFile(choice.path);
         const LcmsTruth toLab({reference.get(), lab.get()}), toPrinter({lab.get(), printer.get()}), fromPrinter({printer.get(), lab.get()});

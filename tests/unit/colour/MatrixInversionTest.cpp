@@ -1,6 +1,6 @@
-#include "colour/MatrixInversion.h"
-
 #include <gtest/gtest.h>
+
+#include "colour/MatrixInversion.h"
 
 namespace {
 

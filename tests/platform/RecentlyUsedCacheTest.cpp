@@ -5,11 +5,11 @@
 #include <thread>
 #include <vector>
 
-#include "platform/RecentlyUsed.h"
+#include "platform/RecentlyUsedCache.h"
 
 namespace {
 
-using Cache = RecentlyUsed<int, std::string>;
+using Cache = RecentlyUsedCache<int, std::string>;
 
 /// The keys of `asked` that are found, in the order asked; asking counts as use.
 std::vector<int> Found(Cache* cache, const std::vector<int>& asked) {
@@ -22,7 +22,7 @@ std::vector<int> Found(Cache* cache, const std::vector<int>& asked) {
 
 using Keys = std::vector<int>;
 
-TEST(RecentlyUsed, AnswersWithWhatWasAdded) {
+TEST(RecentlyUsedCache, AnswersWithWhatWasAdded) {
     Cache cache(4, 100);
     EXPECT_FALSE(cache.Find(1));
     cache.Add(1, "one", 10);
@@ -32,7 +32,7 @@ TEST(RecentlyUsed, AnswersWithWhatWasAdded) {
     EXPECT_FALSE(cache.Find(3));
 }
 
-TEST(RecentlyUsed, ANewValueStandsInPlaceOfTheOldOneAndOfItsCost) {
+TEST(RecentlyUsedCache, ANewValueStandsInPlaceOfTheOldOneAndOfItsCost) {
     Cache cache(4, 100);
     cache.Add(1, "one", 60);
     cache.Add(1, "uno", 60);
@@ -41,7 +41,7 @@ TEST(RecentlyUsed, ANewValueStandsInPlaceOfTheOldOneAndOfItsCost) {
     EXPECT_EQ(cache.Find(2), "two");
 }
 
-TEST(RecentlyUsed, WhatWasUsedLongestAgoMakesRoomForNumbers) {
+TEST(RecentlyUsedCache, WhatWasUsedLongestAgoMakesRoomForNumbers) {
     Cache cache(3, 100);
     for (const int key : {1, 2, 3}) cache.Add(key, "", 1);
     cache.Find(1);
@@ -51,7 +51,7 @@ TEST(RecentlyUsed, WhatWasUsedLongestAgoMakesRoomForNumbers) {
     EXPECT_EQ(Found(&cache, {1, 3, 4, 5}), (Keys{3, 4, 5}));
 }
 
-TEST(RecentlyUsed, WhatWasUsedLongestAgoMakesRoomForCosts) {
+TEST(RecentlyUsedCache, WhatWasUsedLongestAgoMakesRoomForCosts) {
     Cache cache(10, 100);
     cache.Add(1, "", 40);
     cache.Add(2, "", 40);
@@ -63,7 +63,7 @@ TEST(RecentlyUsed, WhatWasUsedLongestAgoMakesRoomForCosts) {
     EXPECT_EQ(Found(&cache, {3, 4, 5}), (Keys{5}));
 }
 
-TEST(RecentlyUsed, AValueThatCostsTooMuchIsNotTakenAndNothingGoesForIt) {
+TEST(RecentlyUsedCache, AValueThatCostsTooMuchIsNotTakenAndNothingGoesForIt) {
     Cache cache(10, 100);
     cache.Add(1, "one", 100);
     cache.Add(2, "two", 101);
@@ -75,8 +75,8 @@ TEST(RecentlyUsed, AValueThatCostsTooMuchIsNotTakenAndNothingGoesForIt) {
     EXPECT_FALSE(none.Find(1));
 }
 
-TEST(RecentlyUsed, AValueInUseOutlivesItsPlace) {
-    RecentlyUsed<int, std::shared_ptr<int>> cache(1, 10);
+TEST(RecentlyUsedCache, AValueInUseOutlivesItsPlace) {
+    RecentlyUsedCache<int, std::shared_ptr<int>> cache(1, 10);
     cache.Add(1, std::make_shared<int>(7), 1);
     const std::shared_ptr<int> used = *cache.Find(1);
     EXPECT_EQ(used.use_count(), 2);
@@ -85,8 +85,8 @@ TEST(RecentlyUsed, AValueInUseOutlivesItsPlace) {
     EXPECT_EQ(*used, 7);
 }
 
-TEST(RecentlyUsed, ManyThreadsGetTheValueOfTheirKeyOrNone) {
-    RecentlyUsed<int, std::shared_ptr<const int>> cache(5, 50);
+TEST(RecentlyUsedCache, ManyThreadsGetTheValueOfTheirKeyOrNone) {
+    RecentlyUsedCache<int, std::shared_ptr<const int>> cache(5, 50);
     std::vector<std::thread> threads;
     std::vector<int> wrong(4), found(4);
     for (std::size_t t = 0; t < 4; ++t) {

@@ -15,10 +15,10 @@
 /// seconds before it was read: of a later one a second write could leave no trace in its times. Two things escape: writes through a
 /// mapping that had been written through before the file was read, and changes on a file server whose clock is more than two seconds slow,
 /// made in the same step of that clock as an earlier one. Any thread; raises nothing.
-class KnownProfile {
+class CachedProfile {
 public:
     /// Looks at the file, which is not opened. A null URL is a file that is not there.
-    explicit KnownProfile(CFURLRef file);
+    explicit CachedProfile(CFURLRef file);
 
     /// The profile as an object of its own, owned by the caller: changes to it reach no other. Null when the file has to be read.
     ColorSyncProfileRef Create() const;

@@ -14,11 +14,11 @@
 
 /// Any thread, many at once. Keys are compared one by one, the latest first: for few entries.
 template <typename Key, typename Value>
-class RecentlyUsed {
+class RecentlyUsedCache {
 public:
-    RecentlyUsed(std::size_t mostEntries, std::size_t mostCost) : mostEntries_(mostEntries), mostCost_(mostCost) {}
-    RecentlyUsed(const RecentlyUsed&) = delete;
-    RecentlyUsed& operator=(const RecentlyUsed&) = delete;
+    RecentlyUsedCache(std::size_t mostEntries, std::size_t mostCost) : mostEntries_(mostEntries), mostCost_(mostCost) {}
+    RecentlyUsedCache(const RecentlyUsedCache&) = delete;
+    RecentlyUsedCache& operator=(const RecentlyUsedCache&) = delete;
 
     std::optional<Value> Find(const Key& key) {
         const std::lock_guard lock(mutex_);

@@ -11,7 +11,7 @@
 #include <string>
 #include <thread>
 
-#include "profile/KnownProfile.h"
+#include "profile/ProfileCache.h"
 #include "profile/ProfileLoading.h"
 #include "profile/ProfileModel.h"
 #include "tests/fixtures/FixedValues.h"
@@ -64,7 +64,7 @@ Bytes ProfileWithWhite(double white) {
 }
 
 /// Files as old as any that a user chose earlier: written when the tests begin, and left alone until every later write leaves a trace.
-class KnownProfileTest : public testing::Test {
+class ProfileCacheTest : public testing::Test {
 protected:
     static void SetUpTestSuite() {
         sFolder = new TemporaryFolder;
@@ -102,15 +102,15 @@ protected:
     static TemporaryFolder* sFolder;
     static int sNext;
 };
-TemporaryFolder* KnownProfileTest::sFolder = nullptr;
-int KnownProfileTest::sNext = 0;
+TemporaryFolder* ProfileCacheTest::sFolder = nullptr;
+int ProfileCacheTest::sNext = 0;
 
 Bytes DataOf(ColorSyncProfileRef profile) {
     const Owned<CFDataRef> data(ColorSyncProfileCopyData(profile, nullptr));
     return {CFDataGetBytePtr(data.Get()), CFDataGetBytePtr(data.Get()) + CFDataGetLength(data.Get())};
 }
 
-TEST_F(KnownProfileTest, AnUnchangedFileIsReadOnce) {
+TEST_F(ProfileCacheTest, AnUnchangedFileIsReadOnce) {
     const std::string path = NextFile();
     const Opened first = Open(path);
     EXPECT_EQ(first.opens, 1);
@@ -126,7 +126,7 @@ TEST_F(KnownProfileTest, AnUnchangedFileIsReadOnce) {
     }
 }
 
-TEST_F(KnownProfileTest, AnAliasALinkAndTheFileItselfAreOneFile) {
+TEST_F(ProfileCacheTest, AnAliasALinkAndTheFileItselfAreOneFile) {
     const std::string path = NextFile();
     Open(path);
     const std::string link = *sFolder / "link.icc";
@@ -141,7 +141,7 @@ TEST_F(KnownProfileTest, AnAliasALinkAndTheFileItselfAreOneFile) {
     EXPECT_EQ(sOpens, opens);
 }
 
-TEST_F(KnownProfileTest, TheReferenceProfileIsReadOnce) {
+TEST_F(ProfileCacheTest, TheReferenceProfileIsReadOnce) {
     OSErr status = 12345;
     const Owned<ColorSyncProfileRef> first(CreateProfileFromNamedResource(CFSTR("MatrixCalRGB"), &status));
     const int opens = sOpens;
@@ -154,7 +154,7 @@ TEST_F(KnownProfileTest, TheReferenceProfileIsReadOnce) {
     EXPECT_EQ(status, -43);
 }
 
-TEST_F(KnownProfileTest, AFileReplacedByAnotherIsTakenUp) {
+TEST_F(ProfileCacheTest, AFileReplacedByAnotherIsTakenUp) {
     const std::string path = NextFile();
     EXPECT_NE(Open(path).white, 0.25);
     std::filesystem::rename(sFolder->Write("new.tmp", ProfileWithWhite(0.25)), path);
@@ -163,7 +163,7 @@ TEST_F(KnownProfileTest, AFileReplacedByAnotherIsTakenUp) {
     EXPECT_EQ(after.white, 0.25);
 }
 
-TEST_F(KnownProfileTest, AnOldFileMovedIntoItsPlaceIsTakenUp) {
+TEST_F(ProfileCacheTest, AnOldFileMovedIntoItsPlaceIsTakenUp) {
     const std::string path = NextFile(), other = NextFile();
     const double white = Open(path).white;
     const double otherWhite = Open(other).white;
@@ -175,7 +175,7 @@ TEST_F(KnownProfileTest, AnOldFileMovedIntoItsPlaceIsTakenUp) {
     EXPECT_EQ(Open(path).opens, 0);
 }
 
-TEST_F(KnownProfileTest, AFileWrittenOverInPlaceIsTakenUpThoughItsSizeAndItsTimeOfWritingStay) {
+TEST_F(ProfileCacheTest, AFileWrittenOverInPlaceIsTakenUpThoughItsSizeAndItsTimeOfWritingStay) {
     const std::string path = NextFile();
     const Opened before = Open(path);
     struct stat about;
@@ -196,7 +196,7 @@ TEST_F(KnownProfileTest, AFileWrittenOverInPlaceIsTakenUpThoughItsSizeAndItsTime
     EXPECT_EQ(DataOf(before.profile.Get()), ProfileWithWhite(before.white)) << "what was opened earlier stays";
 }
 
-TEST_F(KnownProfileTest, AFileThatWasTouchedOnlyIsReadAgainAndComesOutTheSame) {
+TEST_F(ProfileCacheTest, AFileThatWasTouchedOnlyIsReadAgainAndComesOutTheSame) {
     const std::string path = NextFile();
     const Opened before = Open(path);
     ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), nullptr, 0), 0);
@@ -205,14 +205,14 @@ TEST_F(KnownProfileTest, AFileThatWasTouchedOnlyIsReadAgainAndComesOutTheSame) {
     EXPECT_EQ(DataOf(after.profile.Get()), DataOf(before.profile.Get()));
 }
 
-TEST_F(KnownProfileTest, AChangeOfRightsHasTheFileOpenedAgain) {
+TEST_F(ProfileCacheTest, AChangeOfRightsHasTheFileOpenedAgain) {
     const std::string path = NextFile();
     Open(path);
     ASSERT_EQ(chmod(path.c_str(), 0), 0);
     EXPECT_EQ(Open(path).opens, 1);
 }
 
-TEST_F(KnownProfileTest, AFileThatIsGoneIsNotFound) {
+TEST_F(ProfileCacheTest, AFileThatIsGoneIsNotFound) {
     const std::string path = NextFile();
     Open(path);
     const FSRef file = FileRef(path);
@@ -227,7 +227,7 @@ TEST_F(KnownProfileTest, AFileThatIsGoneIsNotFound) {
     EXPECT_EQ(status, -43);
 }
 
-TEST_F(KnownProfileTest, AFileWrittenJustNowIsReadEachTime) {
+TEST_F(ProfileCacheTest, AFileWrittenJustNowIsReadEachTime) {
     // Two writes this close can leave the same times.
     const std::string path = sFolder->Write("now.icc", ProfileWithWhite(0.25));
     EXPECT_EQ(Open(path).white, 0.25);
@@ -236,7 +236,7 @@ TEST_F(KnownProfileTest, AFileWrittenJustNowIsReadEachTime) {
     EXPECT_EQ(Open(path).white, 0.75);
 }
 
-TEST_F(KnownProfileTest, WhatWasReadWhileTheFileChangedIsNotKept) {
+TEST_F(ProfileCacheTest, WhatWasReadWhileTheFileChangedIsNotKept) {
     const std::string path = NextFile(), other = NextFile();
     const std::string link = *sFolder / "changing.icc";
     ASSERT_EQ(symlink(path.c_str(), link.c_str()), 0);
@@ -252,7 +252,7 @@ TEST_F(KnownProfileTest, WhatWasReadWhileTheFileChangedIsNotKept) {
     EXPECT_EQ(DataOf(opened.profile.Get()), ReadFile(path));
 }
 
-TEST_F(KnownProfileTest, AFileThatIsNoProfileIsReadEachTime) {
+TEST_F(ProfileCacheTest, AFileThatIsNoProfileIsReadEachTime) {
     const std::string path = NextFile();
     sFolder->Write(std::filesystem::path(path).filename(), Bytes(500, 'x'));
     WaitUntilSettled(path);
@@ -264,7 +264,7 @@ TEST_F(KnownProfileTest, AFileThatIsNoProfileIsReadEachTime) {
     }
 }
 
-TEST_F(KnownProfileTest, AProfileThatIsChangedAfterOpeningChangesNoOther) {
+TEST_F(ProfileCacheTest, AProfileThatIsChangedAfterOpeningChangesNoOther) {
     const std::string path = NextFile();
     const Opened first = Open(path);
     const Opened second = Open(path);
@@ -281,7 +281,7 @@ TEST_F(KnownProfileTest, AProfileThatIsChangedAfterOpeningChangesNoOther) {
     }
 }
 
-TEST_F(KnownProfileTest, SixteenAreKept) {
+TEST_F(ProfileCacheTest, SixteenAreKept) {
     std::vector<std::string> paths;
     for (int i = 0; i < 17; ++i) paths.push_back(NextFile());
     for (int i = 0; i < 16; ++i) EXPECT_EQ(Open(paths[static_cast<size_t>(i)]).opens, 1);
@@ -291,7 +291,7 @@ TEST_F(KnownProfileTest, SixteenAreKept) {
     EXPECT_EQ(Open(paths[16]).opens, 0);
 }
 
-TEST_F(KnownProfileTest, ManyThreadsOpenOneFile) {
+TEST_F(ProfileCacheTest, ManyThreadsOpenOneFile) {
     const std::string path = NextFile();
     const FSRef file = FileRef(path);
     const Bytes bytes = ReadFile(path);

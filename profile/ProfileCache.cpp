@@ -1,4 +1,4 @@
-#include "profile/KnownProfile.h"
+#include "profile/ProfileCache.h"
 
 #include <climits>
 #include <cstddef>
@@ -6,7 +6,7 @@
 
 #include "platform/MadeOnce.h"
 #include "platform/Owned.h"
-#include "platform/RecentlyUsed.h"
+#include "platform/RecentlyUsedCache.h"
 
 namespace {
 
@@ -16,14 +16,14 @@ constexpr off_t kLargestKept = 20971520;
 
 using Kept = std::shared_ptr<const Owned<ColorSyncProfileRef>>;
 
-RecentlyUsed<FileState, Kept>& KeptProfiles() {
-    static constinit platform::MadeOnce<RecentlyUsed<FileState, Kept>> profiles;
-    return *profiles.Get([] { return new RecentlyUsed<FileState, Kept>(kMostProfiles, kMostBytes); });
+RecentlyUsedCache<FileState, Kept>& KeptProfiles() {
+    static constinit platform::MadeOnce<RecentlyUsedCache<FileState, Kept>> profiles;
+    return *profiles.Get([] { return new RecentlyUsedCache<FileState, Kept>(kMostProfiles, kMostBytes); });
 }
 
 }  // namespace
 
-KnownProfile::KnownProfile(CFURLRef file) {
+CachedProfile::CachedProfile(CFURLRef file) {
     UInt8 path[PATH_MAX];
     if (!file || !CFURLGetFileSystemRepresentation(file, TRUE, path, sizeof path)) return;
     try {
@@ -35,7 +35,7 @@ KnownProfile::KnownProfile(CFURLRef file) {
     if (state_ && (state_->size > kLargestKept || !IsSettled(*state_))) state_.reset();
 }
 
-ColorSyncProfileRef KnownProfile::Create() const try {
+ColorSyncProfileRef CachedProfile::Create() const try {
     if (!state_) return nullptr;
     const std::optional<Kept> kept = KeptProfiles().Find(*state_);
     return kept ? ColorSyncProfileCreateMutableCopy((*kept)->Get()) : nullptr;
@@ -43,7 +43,7 @@ ColorSyncProfileRef KnownProfile::Create() const try {
     return nullptr;
 }
 
-void KnownProfile::Keep(ColorSyncProfileRef profile) const try {
+void CachedProfile::Keep(ColorSyncProfileRef profile) const try {
     if (!profile || !state_ || FileStateOf(path_.c_str()) != state_) return;
     Owned<ColorSyncProfileRef> copy(ColorSyncProfileCreateMutableCopy(profile));
     if (!copy) return;
