@@ -26,8 +26,24 @@ CM_C_BEGIN
 typedef int32_t OSSpinLock;
 #define OS_SPINLOCK_INIT 0
 
+/// 0: as functions, which can be watched. In place unless told so: a call for one colour consists of little else.
+#ifndef OSSPINLOCK_USE_INLINED
+#define OSSPINLOCK_USE_INLINED 1
+#endif
+
+#if OSSPINLOCK_USE_INLINED
+/// Returns with the lock, which another thread holds.
+void OSSpinLockWait(volatile OSSpinLock* lock);
+static inline void OSSpinLockLock(volatile OSSpinLock* lock) {
+    if (__atomic_exchange_n(lock, 1, __ATOMIC_ACQUIRE) != 0) OSSpinLockWait(lock);
+}
+static inline void OSSpinLockUnlock(volatile OSSpinLock* lock) {
+    __atomic_store_n(lock, 0, __ATOMIC_RELEASE);
+}
+#else
 void OSSpinLockLock(volatile OSSpinLock* lock);
 void OSSpinLockUnlock(volatile OSSpinLock* lock);
+#endif
 
 /// Which attributes of a file system object are asked for: only the two below, the others 0.
 struct attrlist {

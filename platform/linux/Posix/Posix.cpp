@@ -1,13 +1,12 @@
+#define OSSPINLOCK_USE_INLINED 0
 #include "platform/Posix.h"
 
 #include <sched.h>
 
-#include <atomic>
-
 namespace {
 
-/// About as long as a few instructions under the lock may take; after that the holder itself may be waiting for a processor.
-constexpr int kSpins = 100;
+/// The longest wait between two looks, in pauses. Long before it the holder has done its few instructions, unless it waits for a processor itself.
+constexpr int kLongestWait = 1024;
 
 void Pause() {
 #if defined(__x86_64__)
@@ -17,26 +16,28 @@ void Pause() {
 #endif
 }
 
-std::atomic_ref<int32_t> State(volatile OSSpinLock* lock) {
-    return std::atomic_ref<int32_t>(*const_cast<OSSpinLock*>(lock));
-}
-
 }  // namespace
 
-void OSSpinLockLock(volatile OSSpinLock* lock) {
-    const std::atomic_ref<int32_t> state = State(lock);
-    while (state.exchange(1, std::memory_order_acquire) != 0) {
-        // Reading alone leaves the holder's cache line in peace.
-        for (int i = 0; state.load(std::memory_order_relaxed) != 0; ++i) {
-            if (i < kSpins) {
-                Pause();
-            } else {
-                sched_yield();
-            }
+CM_C_BEGIN
+void OSSpinLockWait(volatile OSSpinLock* lock);
+CM_C_END
+
+// Every look takes the line away from the holder, so each wait is twice as long as the one before.
+void OSSpinLockWait(volatile OSSpinLock* lock) {
+    for (int wait = 1;; wait *= 2) {
+        if (wait > kLongestWait) {
+            wait = kLongestWait;
+            sched_yield();
         }
+        for (int i = 0; i < wait; ++i) Pause();
+        if (__atomic_load_n(lock, __ATOMIC_RELAXED) == 0 && __atomic_exchange_n(lock, 1, __ATOMIC_ACQUIRE) == 0) return;
     }
 }
 
+void OSSpinLockLock(volatile OSSpinLock* lock) {
+    if (__atomic_exchange_n(lock, 1, __ATOMIC_ACQUIRE) != 0) OSSpinLockWait(lock);
+}
+
 void OSSpinLockUnlock(volatile OSSpinLock* lock) {
-    State(lock).store(0, std::memory_order_release);
+    __atomic_store_n(lock, 0, __ATOMIC_RELEASE);
 }

@@ -568,26 +568,44 @@ TEST(FusedEvaluatorTest, TheBestSetThatIsAllowedIsUsed) {
     EXPECT_EQ(&platform::BestFusedKernels(), expected);
 }
 
+void ExpectSameBytesOfEverySet(const std::string& name, const ProfileChain& chain, PixelFormat from, std::optional<PixelFormat> to) {
+    const Pixels colours = Colours(chain.SourceChannels());
+    const std::size_t count = 2 * colours.size() / from.PixelBytes(chain.SourceChannels());
+    std::vector<std::uint8_t> first;
+    for (const FusedKernels* kernels : platform::RunnableFusedKernels()) {
+        const auto evaluator = MakeFusedEvaluator(chain, from, to, *kernels);
+        if (!evaluator && first.empty()) return;  // left to Little CMS
+        ASSERT_TRUE(evaluator) << name;
+        std::vector<std::uint8_t> result(to ? count * to->PixelBytes(chain.DestinationChannels()) : (count + 7) / 8, 0x5A);
+        evaluator->ConvertRow(colours.data(), result.data(), count);
+        if (first.empty()) first = result;
+        EXPECT_TRUE(result == first) << name << " by " << evaluator->Name();
+    }
+}
+
 TEST(FusedEvaluatorTest, EveryInstructionSetGivesTheSameBytes) {
     const std::vector<const FusedKernels*> sets = platform::RunnableFusedKernels();
     std::printf("    tried:");
     for (const FusedKernels* kernels : sets) std::printf(" %s", kernels->name);
     std::printf("%s\n", sets.size() < 3 ? "; this processor has no more" : "");
     for (const auto& [name, chain] : Sample()) {
-        const Pixels colours = Colours(chain->SourceChannels());
         for (const auto& [from, to] : {std::pair{kPlain16, std::optional{kPlain16}}, std::pair{kPlain16, std::optional<PixelFormat>{}},
                                        std::pair{kPlain16, std::optional{PixelFormat{PixelFormat::k8Bit, PixelFormat::kFirst}}},
                                        std::pair{PixelFormat{PixelFormat::k8Bit, PixelFormat::kLast}, std::optional{kPlain16}}}) {
-            const std::size_t count = 2 * colours.size() / from.PixelBytes(chain->SourceChannels());
-            std::vector<std::uint8_t> first;
-            for (const FusedKernels* kernels : sets) {
-                const auto evaluator = MakeFusedEvaluator(*chain, from, to, *kernels);
-                ASSERT_TRUE(evaluator) << name;
-                std::vector<std::uint8_t> result(to ? count * to->PixelBytes(chain->DestinationChannels()) : (count + 7) / 8, 0x5A);
-                evaluator->ConvertRow(colours.data(), result.data(), count);
-                if (first.empty()) first = result;
-                EXPECT_TRUE(result == first) << name << " by " << evaluator->Name();
-            }
+            ASSERT_TRUE(MakeFusedEvaluator(*chain, from, to)) << name;
+            ExpectSameBytesOfEverySet(name, *chain, from, to);
+        }
+    }
+}
+
+TEST(FusedEvaluatorTest, EveryInstructionSetGivesTheSameBytesForEveryProfileAtHand) {
+    for (const std::string& path : ProfilesAtHand()) {
+        for (const auto& paths :
+             {std::vector{kReferenceProfile, path}, std::vector{path, kReferenceProfile}, std::vector{kReferenceProfile, path, kReferenceProfile}}) {
+            const std::unique_ptr<ProfileChain> chain = ChainOf(paths);
+            if (!chain) continue;
+            ExpectSameBytesOfEverySet(path, *chain, kPlain16, kPlain16);
+            ExpectSameBytesOfEverySet(path, *chain, kPlain16, std::nullopt);
         }
     }
 }
