@@ -10,6 +10,7 @@
 #include "platform/ForkSection.h"
 #include "platform/MadeOnce.h"
 #include "tests/fixtures/ChildProcess.h"
+#include "tests/fixtures/ForksWithThreads.h"
 
 namespace {
 

@@ -1,5 +1,6 @@
 #include "platform/linux/Displays/DisplayServer.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 #include <xcb/xcbext.h>
@@ -12,6 +13,8 @@
 #include <memory>
 #include <thread>
 #include <utility>
+
+#include "platform/linux/Posix/Descriptor.h"
 
 namespace platform {
 
@@ -29,14 +32,14 @@ bool HasGammaRamps(xcb_connection_t* connection) {
     return version && (version->major_version > 1 || version->minor_version >= 3);
 }
 
-/// Ends the connection of a process. A child of it gives back its own end alone: a farewell would be the parent's too.
+/// Ends the connection of a process. The end of one that a child has inherited would be the parent's too: the child ends another file in its place.
 void Disconnect(xcb_connection_t* connection, pid_t process) {
     if (!connection) return;
-    if (process == getpid()) {
-        xcb_disconnect(connection);
-    } else {
-        close(xcb_get_file_descriptor(connection));
+    if (process != getpid()) {
+        const Descriptor nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
+        if (nothing.Get() < 0 || dup3(nothing.Get(), xcb_get_file_descriptor(connection), O_CLOEXEC) < 0) return;
     }
+    xcb_disconnect(connection);
 }
 
 /// A connection that is being made, on a thread of its own, as a server that accepts and says nothing keeps it for ever. What nobody waits for any

@@ -15,6 +15,7 @@
 
 #include "platform/linux/Displays/DisplayServer.h"
 #include "tests/fixtures/ChildProcess.h"
+#include "tests/fixtures/ForksWithThreads.h"
 #include "tests/fixtures/XServer.h"
 
 namespace {
@@ -157,6 +158,7 @@ TEST_F(DisplayServer, KeepsItsConnectionWhenAChildEnds) {
 }
 
 TEST_F(DisplayServer, IsReachedByAChildOverAConnectionOfItsOwn) {
+    if (!kCanStartThreadsInChildren) GTEST_SKIP() << "not under the thread sanitizer";
     const XServer screen;
     ASSERT_TRUE(screen.Running());
     const Relay server(Relay::kPassing);

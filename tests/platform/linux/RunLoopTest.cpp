@@ -232,25 +232,24 @@ public:
 
     /// Runs `work` in the loop and waits for it.
     void InTheLoop(std::function<void()> work) {
-        std::promise<void> done;
-        struct Call {
-            std::function<void()>* work;
-            std::promise<void>* done;
-        } call{&work, &done};
+        work_ = std::move(work);
+        isDone_ = false;
         g_idle_add(
             [](gpointer data) -> gboolean {
-                const Call own = *static_cast<Call*>(data);
-                (*own.work)();
-                own.done->set_value();
+                auto* const self = static_cast<LoopOnAThread*>(data);
+                if (!self->isDone_) self->work_();
+                self->isDone_ = true;
                 return G_SOURCE_REMOVE;
             },
-            &call);
-        done.get_future().wait();
+            this);
+        while (!isDone_) std::this_thread::yield();
     }
 
 private:
     GMainLoop* loop_;
     std::thread::id id_;
+    std::function<void()> work_;
+    std::atomic<bool> isDone_ = true;  // hands the rest over to the loop and back
     std::thread thread_;
 };
 
@@ -334,11 +333,13 @@ TEST(MainThread, MayLoseASourceToAnotherThreadWhenItHasJustTurnedToIt) {
     CFRunLoopAddSource(CFRunLoopGetMain(), source.Get(), kCFRunLoopCommonModes);
     std::promise<void> hasTurned, isInvalid;
     int releasedThen = -1;
-    sInDispatch = [&] {
-        hasTurned.set_value();
-        isInvalid.get_future().wait();
-        releasedThen = work.released;
-    };
+    host.InTheLoop([&] {
+        sInDispatch = [&] {
+            hasTurned.set_value();
+            isInvalid.get_future().wait();
+            releasedThen = work.released;
+        };
+    });
     CFRunLoopSourceSignal(source.Get());
     hasTurned.get_future().wait();
     CFRunLoopSourceInvalidate(source.Get());
