@@ -7,32 +7,58 @@
 #include <cstdlib>
 #include <cstring>
 
+#if defined(__x86_64__)
+#define CM_CPU_HAS(feature) __builtin_cpu_supports(feature)
+#else
+#define CM_CPU_HAS(feature) false
+#endif
+#if defined(__aarch64__)
+#define CM_CPU_IS_ARM64 true
+#else
+#define CM_CPU_IS_ARM64 false
+#endif
+
+/// Every set in rising order, a line each: what it is called here and in the switch CM_KERNELS, and whether this processor runs it. CMake reads the
+/// lines too, and has the kernels of a set compiled for the features that it names.
+// clang-format off
+#define CM_INSTRUCTION_SETS(SET) \
+    SET(Plain, "plain", true)             /* the formulae written straight */ \
+    SET(Portable, "portable", true)       /* the same without divisions and branches, any processor */ \
+    SET(Neon, "neon", CM_CPU_IS_ARM64)    /* 64-bit Arm */ \
+    CM_X86_SETS(SET)
+#define CM_X86_SETS(SET) \
+    SET(Avx2, "avx2", CM_CPU_HAS("avx2")) \
+    SET(Avx512, "avx512", CM_CPU_HAS("avx512f") && CM_CPU_HAS("avx512bw") && CM_CPU_HAS("avx512dq") && CM_CPU_HAS("avx512vl"))
+// clang-format on
+
 namespace platform {
 
-/// In rising order: a family of kernels uses its last set up to the one that is allowed.
 enum class InstructionSet : int {
-    kPlain,     // the formulae written straight
-    kPortable,  // the same without divisions and branches, any processor
-    kNeon,      // 64-bit Arm
-    kAvx2,
-    kAvx512,  // foundation, byte and word, doubleword and quadword, vector length
+#define CM_SET(name, text, runs) k##name,
+    CM_INSTRUCTION_SETS(CM_SET)
+#undef CM_SET
 };
-constexpr InstructionSet kInstructionSets[] = {InstructionSet::kPlain, InstructionSet::kPortable, InstructionSet::kNeon, InstructionSet::kAvx2,
-                                               InstructionSet::kAvx512};
+
+/// A family of kernels uses its last set up to the one that is allowed.
+constexpr InstructionSet kInstructionSets[] = {
+#define CM_SET(name, text, runs) InstructionSet::k##name,
+    CM_INSTRUCTION_SETS(CM_SET)
+#undef CM_SET
+};
+constexpr InstructionSet kWidestSet = kInstructionSets[sizeof kInstructionSets / sizeof kInstructionSets[0] - 1];
+
+#define CM_SET(name, text, runs) ", " text
+constexpr const char* kSetNames = &(CM_INSTRUCTION_SETS(CM_SET))[2];
+#undef CM_SET
 
 /// As the switch CM_KERNELS has them.
 constexpr const char* NameOf(InstructionSet set) {
     switch (set) {
-        case InstructionSet::kPlain:
-            return "plain";
-        case InstructionSet::kPortable:
-            return "portable";
-        case InstructionSet::kNeon:
-            return "neon";
-        case InstructionSet::kAvx2:
-            return "avx2";
-        case InstructionSet::kAvx512:
-            return "avx512";
+#define CM_SET(name, text, runs)  \
+    case InstructionSet::k##name: \
+        return text;
+        CM_INSTRUCTION_SETS(CM_SET)
+#undef CM_SET
     }
     return "";
 }
@@ -40,35 +66,26 @@ constexpr const char* NameOf(InstructionSet set) {
 /// Whether this processor runs the set.
 inline bool ProcessorRuns(InstructionSet set) {
     switch (set) {
-        case InstructionSet::kPlain:
-        case InstructionSet::kPortable:
-            return true;
-#if defined(__aarch64__)
-        case InstructionSet::kNeon:
-            return true;
-#elif defined(__x86_64__)
-        case InstructionSet::kAvx2:
-            return __builtin_cpu_supports("avx2");
-        case InstructionSet::kAvx512:
-            return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512dq") &&
-                   __builtin_cpu_supports("avx512vl");
-#endif
-        default:
-            return false;
+#define CM_SET(name, text, runs)  \
+    case InstructionSet::k##name: \
+        return runs;
+        CM_INSTRUCTION_SETS(CM_SET)
+#undef CM_SET
     }
+    return false;
 }
 
 /// The widest set that kernels may use: what the environment variable CM_KERNELS names, else anything. Read once; any thread.
 inline InstructionSet WidestAllowed() {
     static const InstructionSet allowed = [] {
         const char* const wanted = std::getenv("CM_KERNELS");
-        if (!wanted || !*wanted) return InstructionSet::kAvx512;
+        if (!wanted || !*wanted) return kWidestSet;
         for (const InstructionSet set : kInstructionSets) {
             if (std::strcmp(wanted, NameOf(set)) == 0) return set;
         }
         // A switch for those who test or measure: they must not believe that they forced something.
-        std::fprintf(stderr, "CM_KERNELS is \"%s\", which is none of plain, portable, neon, avx2 and avx512; it is ignored\n", wanted);
-        return InstructionSet::kAvx512;
+        std::fprintf(stderr, "CM_KERNELS is \"%s\", which is none of %s; it is ignored\n", wanted, kSetNames);
+        return kWidestSet;
     }();
     return allowed;
 }

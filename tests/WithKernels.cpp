@@ -22,6 +22,6 @@ int main(int count, char** arguments) {
         std::perror(arguments[2]);
         return EXIT_FAILURE;
     }
-    std::fprintf(stderr, "usage: WithKernels SET COMMAND [ARGUMENT...], SET one of plain, portable, neon, avx2, avx512\n");
+    std::fprintf(stderr, "usage: WithKernels SET COMMAND [ARGUMENT...], SET one of %s\n", platform::kSetNames);
     return EXIT_FAILURE;
 }
