@@ -31,6 +31,13 @@
     SET(Avx512, "avx512", CM_CPU_HAS("avx512f") && CM_CPU_HAS("avx512bw") && CM_CPU_HAS("avx512dq") && CM_CPU_HAS("avx512vl"))
 // clang-format on
 
+// Those of them that the build compiles kernels for.
+#ifdef CM_AVX_KERNELS
+#define CM_BUILT_X86_SETS(SET) CM_X86_SETS(SET)
+#else
+#define CM_BUILT_X86_SETS(SET)
+#endif
+
 namespace platform {
 
 enum class InstructionSet : int {

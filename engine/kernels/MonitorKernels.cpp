@@ -58,19 +58,12 @@ void Gamut(const MonitorTables& tables, const uint16_t* in, uint8_t* out, size_t
 
 }  // namespace
 
-const MonitorKernels kPortableMonitorKernels = {platform::InstructionSet::kPortable, Match8, Match16, Predict8, Predict16, Gamut};
+const MonitorKernels kPlainMonitorKernels = {platform::InstructionSet::kPlain, Match8, Match16, Predict8, Predict16, Gamut};
 
 std::span<const MonitorKernels* const> AllMonitorKernels() {
-    static constexpr const MonitorKernels* kSets[] = {
-        &kPortableMonitorKernels,
-#ifdef CM_NEON_KERNELS
-        &kNeonMonitorKernels,
-#endif
-#ifdef CM_AVX_KERNELS
-        &kAvx2MonitorKernels,
-        &kAvx512MonitorKernels,
-#endif
-    };
+#define CM_SET(name, text, runs) &k##name##MonitorKernels,
+    static constexpr const MonitorKernels* kSets[] = {&kPortableMonitorKernels, CM_BUILT_X86_SETS(CM_SET)};
+#undef CM_SET
     return kSets;
 }
 

@@ -20,16 +20,14 @@ struct MonitorKernels {
     void (*gamut)(const MonitorTables&, const uint16_t*, uint8_t*, size_t);
 };
 
-/// Pixel by pixel; any processor. The other sets leave to it what fills no block, and models that cannot be split.
-extern const MonitorKernels kPortableMonitorKernels;
+/// The formula over the tables written straight. The sets leave to it what fills no block, and models that cannot be split; it is none of them, as
+/// who allows plain only has the model itself evaluated.
+extern const MonitorKernels kPlainMonitorKernels;
 
-#ifdef CM_AVX_KERNELS  // set by the build where it compiles them
-extern const MonitorKernels kAvx2MonitorKernels;
-extern const MonitorKernels kAvx512MonitorKernels;
-#endif
-#ifdef CM_NEON_KERNELS  // set by the build where it compiles them
-extern const MonitorKernels kNeonMonitorKernels;
-#endif
+extern const MonitorKernels kPortableMonitorKernels;
+#define CM_SET(name, text, runs) extern const MonitorKernels k##name##MonitorKernels;
+CM_X86_SETS(CM_SET)
+#undef CM_SET
 
 /// Every set that was built, in rising order; platform::ProcessorRuns says which of them may be called.
 std::span<const MonitorKernels* const> AllMonitorKernels();

@@ -235,4 +235,42 @@ TEST(MonitorKernels, AColourLeavesTheGamutOneUnitBeyondFullScale) {
     }
 }
 
+/// The curves' ends, from 500 to 60000, and the sums that are just rounded to them.
+TEST(MonitorKernels, AColourLeavesTheGamutBesideTheCurves) {
+    const Words inside = reference::StraightCurve(100, 500, 60000);
+    const struct {
+        int32_t first, second;  // the row's elements for the first two components
+        uint16_t in[2];
+        uint8_t answer;
+        const char* what;
+    } rows[] = {
+        {65536, 0, {500, 0}, 0, "the lower end"},
+        {65536, 0, {499, 0}, 255, "one below the lower end"},
+        {65536, -32768, {500, 1}, 0, "half a unit below, rounded up"},
+        {65536, -32769, {500, 1}, 255, "more than half a unit below"},
+        {65536, 0, {60000, 0}, 0, "the upper end"},
+        {65536, 0, {60001, 0}, 255, "one above the upper end"},
+        {65536, 32767, {60000, 1}, 0, "less than half a unit above"},
+        {65536, 32768, {60000, 1}, 255, "half a unit above, rounded up"},
+    };
+    for (const auto& row : rows) {
+        for (int channel = 0; channel < 3; ++channel) {
+            // The other two channels are the third component.
+            Model model{{inside, inside, inside}, kIdentity, {{0, 0, 65536, 0, 0, 65536, 0, 0, 65536}}};
+            int32_t* const elements = model.inverseMatrix.element + 3 * channel;
+            elements[0] = row.first;
+            elements[1] = row.second;
+            elements[2] = 0;
+            const Monitor monitor(model);
+            Words words;
+            for (int i = 0; i < 33; ++i) words.insert(words.end(), {row.in[0], row.in[1], 30000, 4711});
+            for (const MonitorKernels* set : Sets()) {
+                Bytes flags(33, 7);
+                set->gamut(monitor.Tables(), words.data(), flags.data(), 33);
+                EXPECT_EQ(flags, Bytes(33, row.answer)) << NameOf(set->set) << ", channel " << channel << ", " << row.what;
+            }
+        }
+    }
+}
+
 }  // namespace
