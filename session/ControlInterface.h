@@ -48,7 +48,7 @@ CM_EXPORT int16_t CMSCopyFixWhite(CFStringRef* monitorWhite, Boolean* useMonitor
 CM_EXPORT int16_t CMSSetUseProofingProfile(Boolean use);
 CM_EXPORT int16_t CMSGetUseProofingProfile(Boolean* use);
 
-/// Called after every published change, with the user data.
+/// Called after every published change, with the user data. What it raises goes no further.
 typedef void (*CMSChangeNotificationProc)(void* userData);
 CM_EXPORT int16_t CMSSetChangeNotificationProc(CMSChangeNotificationProc proc, void* userData);
 

@@ -6,14 +6,15 @@
 
 CM_C_BEGIN
 
-/// Called on the main thread with 'CHNG' (0x43484E47) after each rebuild that a change brought about: colours computed before are stale.
+/// Called on the main thread with 'CHNG' (0x43484E47) after each rebuild that a change brought about: colours computed before are stale. When it
+/// raises, the line "Matching system error" goes to standard output, and the session goes on.
 typedef long (*MatchingNotifyProc)(OSType code, void* userData);
 
 /// The open session's callback, null when there is none, and what it is called with.
 CM_EXPORT_DATA extern MatchingNotifyProc gNotify;
 CM_EXPORT_DATA extern void* gUserData;
 
-/// Registers for changes and builds the first matching data. Main thread.
+/// Registers for changes and builds the first matching data, on the calling thread. Main thread.
 ///
 /// callback   may be null
 /// returns    0; -1 when no distributed notification centre exists (nothing is then registered, and the user is told)

@@ -74,10 +74,10 @@ TEST(ForkSection, OneInsideAnotherBeginsWhileAForkWaits) {
 }
 
 TEST(ForkSection, ThreadsThatForkAtOnceTakeTurns) {
-    std::vector<std::thread> threads;
     std::atomic<int> wrong = 0;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&] {
+    std::vector<std::thread> threads(4);
+    for (std::thread& thread : threads) {
+        thread = std::thread([&] {
             for (int i = 0; i < 25; ++i) {
                 { const ForkSection section; }
                 const pid_t child = fork();
@@ -100,9 +100,9 @@ TEST(ForkSafeMutex, IsOpenInEveryChild) {
     std::atomic<bool> done = false;
     long count = 0;  // guarded by the mutex, as is its twin
     long twin = 0;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 2; ++t) {
-        threads.emplace_back([&] {
+    std::vector<std::thread> threads(2);
+    for (std::thread& thread : threads) {
+        thread = std::thread([&] {
             while (!done) {
                 const std::lock_guard guard(mutex);
                 ++count;
@@ -127,10 +127,10 @@ int sMade = 0;
 
 TEST(MadeOnce, MakesOneObjectForAllThreads) {
     static constinit platform::MadeOnce<int> number;
-    std::vector<std::thread> threads;
     std::atomic<int> wrong = 0;
-    for (int t = 0; t < 8; ++t) {
-        threads.emplace_back([&] {
+    std::vector<std::thread> threads(8);
+    for (std::thread& thread : threads) {
+        thread = std::thread([&] {
             const int* const made = number.Get([] {
                 Sleep();
                 return new int(++sMade);

@@ -50,12 +50,12 @@ std::string Outcome(pid_t child) {
 }
 
 /// Forks while `busy` runs over and over in other threads; each child runs `once`.
-void ForkDuring(const std::function<void()>& busy, const std::function<void()>& once, int threads, int forks) {
+void ForkDuring(const std::function<void()>& busy, const std::function<void()>& once, size_t threads, int forks) {
     std::atomic<bool> done = false;
-    std::atomic<int> begun = 0;
-    std::vector<std::thread> workers;
-    for (int t = 0; t < threads; ++t) {
-        workers.emplace_back([&] {
+    std::atomic<size_t> begun = 0;
+    std::vector<std::thread> workers(threads);
+    for (std::thread& worker : workers) {
+        worker = std::thread([&] {
             tIsSlow = true;
             busy();
             ++begun;
@@ -86,6 +86,7 @@ using Bytes = std::vector<std::uint8_t>;
 
 std::vector<platform::ChainStep> Steps(const std::vector<Bytes>& profiles) {
     std::vector<platform::ChainStep> steps;
+    steps.reserve(profiles.size());
     for (const Bytes& bytes : profiles) steps.push_back({std::make_shared<const Bytes>(bytes), INTENT_ABSOLUTE_COLORIMETRIC, false});
     return steps;
 }
