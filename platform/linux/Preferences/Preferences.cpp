@@ -1,3 +1,5 @@
+#include <pthread.h>
+
 #include <map>
 #include <mutex>
 #include <string>
@@ -30,6 +32,17 @@ Domains& TheDomains() {
     static Domains* const domains = new Domains;
     return *domains;
 }
+
+void LockDomains() {
+    TheDomains().lock.lock();
+}
+
+void UnlockDomains() {
+    TheDomains().lock.unlock();
+}
+
+/// A child of fork finds the settings whole and the lock free, and no file locked in its name.
+[[maybe_unused]] const int sFollowsForks = pthread_atfork(LockDomains, UnlockDomains, UnlockDomains);
 
 /// The property list's keys end at a NUL: one inside would name another key.
 bool IsKey(const std::string& name) {

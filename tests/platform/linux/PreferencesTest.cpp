@@ -5,12 +5,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <bit>
 #include <filesystem>
 #include <fstream>
 #include <limits>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/CoreFoundation.h"
@@ -239,6 +241,28 @@ TEST_F(PreferencesTest, AWriterKilledAtAnyOfItsSystemCallsLeavesAWholeFile) {
     // The file, its lock and at most one unfinished file.
     const auto files = std::filesystem::directory_iterator(std::filesystem::path(File()).parent_path());
     EXPECT_LE(std::distance(begin(files), end(files)), 3);
+}
+
+// Another thread may be anywhere in the store's code when a process forks.
+TEST_F(PreferencesTest, AChildOfABusyProcessReadsAndWrites) {
+    std::atomic<bool> isOver = false;
+    std::thread writer([&isOver] {
+        for (int64_t value = 0; !isOver; ++value) {
+            SetInteger("parent", value);
+            Synchronise();
+        }
+    });
+    for (int64_t child = 1; child <= 100; ++child) {
+        EXPECT_TRUE(Succeeded(Start([child] {
+            alarm(30);
+            SetInteger("child", child);
+            return Synchronise() && GetInteger("child") == child;
+        }))) << child;
+        EXPECT_TRUE(Synchronise());
+        EXPECT_EQ(GetInteger("child"), child);
+    }
+    isOver = true;
+    writer.join();
 }
 
 TEST_F(PreferencesTest, NumbersOfEveryKindReturn) {
