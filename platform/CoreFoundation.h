@@ -311,6 +311,13 @@ typedef CFIndex CFNotificationSuspensionBehavior;
 enum { CFNotificationSuspensionBehaviorCoalesce = 2, CFNotificationSuspensionBehaviorDeliverImmediately = 4 };
 
 /// The centre that reaches every process of the user; null when there is neither a session bus nor a preferences folder to watch. Borrowed.
+///
+/// It waits less than a second for a bus that does not answer and works without until that answers; one that was lost is taken up again, and what
+/// was announced meanwhile is told then. A bus is one at a UNIX socket.
+///
+/// A child of fork may use it whatever other threads of its parent were doing. It keeps the observers and none of the connections, and opens its own
+/// when it uses the centre or turns the main run loop. Each process tells its own observers. GLib's main context has one wake-up for both processes,
+/// though: a child that turns it beside its parent may take a wake-up from the parent.
 CM_EXPORT CFNotificationCenterRef CFNotificationCenterGetDistributedCenter(void);
 /// Null name or object: any. Callbacks run on the main run loop.
 CM_EXPORT void CFNotificationCenterAddObserver(CFNotificationCenterRef centre, const void* observer, CFNotificationCallback callback,

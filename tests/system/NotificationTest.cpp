@@ -1,4 +1,4 @@
-// Notifications between processes: over a private session bus, over the watched settings file, and from a bus to the file when the bus dies.
+// Notifications between processes over a private session bus. NotificationRecoveryTest has those without a bus, and what happens to buses.
 //
 // With arguments this program is another process, which does what they name.
 
@@ -7,88 +7,22 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "platform/CoreFoundation.h"
-#include "platform/Owned.h"
 #include "session/ControlInterface.h"
 #include "session/MatchingSession.h"
 #include "settings/PreferenceStore.h"
-#include "tests/fixtures/ChangeCounter.h"
+#include "tests/fixtures/Notifications.h"
 #include "tests/fixtures/PrivateBus.h"
 #include "tests/fixtures/SettingsStore.h"
 
 namespace {
 
-using Words = std::vector<std::string>;
-
-// Only against a test that would never end.
-constexpr gint64 kPatience = gint64{60} * G_USEC_PER_SEC;
-
 std::string sProgram;
-PrivateBus* sBus = nullptr;
 
-Owned<CFStringRef> Text(const std::string& text) {
-    return Owned<CFStringRef>(CFStringCreateWithCString(kCFAllocatorDefault, text.c_str(), kCFStringEncodingUTF8));
-}
-
-std::string TextOf(CFStringRef string) {
-    char text[200] = "(none)";
-    if (string) CFStringGetCString(string, text, sizeof text, kCFStringEncodingUTF8);
-    return text;
-}
-
-void Post(const std::string& name, const std::string& object) {
-    CFNotificationCenterPostNotification(CFNotificationCenterGetDistributedCenter(), Text(name).Get(), Text(object).Get(), nullptr, true);
-}
-
-/// What one observer heard, as "NAME/OBJECT" words.
-class Observer {
-public:
-    Observer() = default;
-    Observer(const char* name, const char* object) {
-        const Owned<CFStringRef> wantedName = name ? Text(name) : Owned<CFStringRef>(), wantedObject = object ? Text(object) : Owned<CFStringRef>();
-        CFNotificationCenterAddObserver(CFNotificationCenterGetDistributedCenter(), this, Heard, wantedName.Get(), wantedObject.Get(),
-                                        CFNotificationSuspensionBehaviorDeliverImmediately);
-    }
-    Observer(const Observer&) = delete;
-    Observer& operator=(const Observer&) = delete;
-    ~Observer() { Remove(); }
-
-    void Remove() { CFNotificationCenterRemoveEveryObserver(CFNotificationCenterGetDistributedCenter(), this); }
-    /// Turns the loop until that many were heard.
-    bool WaitFor(size_t count) {
-        for (const gint64 end = g_get_monotonic_time() + kPatience; heard.size() < count && g_get_monotonic_time() < end;) TurnRunLoop(0.01);
-        return heard.size() >= count;
-    }
-
-    Words heard;
-    std::vector<std::thread::id> threads;
-    Observer* removes = nullptr;
-
-private:
-    static void Heard(CFNotificationCenterRef centre, void* self, CFStringRef name, const void* object, CFDictionaryRef) {
-        auto* const observer = static_cast<Observer*>(self);
-        EXPECT_EQ(centre, CFNotificationCenterGetDistributedCenter());
-        observer->heard.push_back(TextOf(name) + "/" + TextOf(static_cast<CFStringRef>(object)));
-        observer->threads.push_back(std::this_thread::get_id());
-        if (observer->removes) observer->removes->Remove();
-    }
-};
-
-/// Runs this program as another process, or another program, and waits for its end.
-int RunProgram(const Words& words) {
-    std::vector<char*> arguments;
-    for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
-    arguments.push_back(nullptr);
-    int status = -1;
-    if (!g_spawn_sync(nullptr, arguments.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr, nullptr, nullptr, nullptr, &status, nullptr)) return -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
+/// Runs this program as another process and waits for its end.
 int RunOther(Words words) {
     words.insert(words.begin(), sProgram);
     return RunProgram(words);
@@ -116,6 +50,23 @@ TEST(Notifications, ArriveWhateverTheirNames) {
     for (size_t i = 0; i < std::size(names); ++i) EXPECT_EQ(all.heard[i], names[i] + "/" + names[i] + "!");
 }
 
+// Longer than any name that the bus allows.
+TEST(Notifications, ArriveHoweverLongTheirNames) {
+    const std::string name = "com.example." + std::string(300, 'n'), object(70000, 'o');
+    Observer observer(name.c_str(), nullptr);
+    Post(name, object);
+    Post(name, "Short");
+    ASSERT_TRUE(observer.WaitFor(2));
+    EXPECT_EQ(observer.heard[1], name + "/Short");
+}
+
+TEST(Notifications, HaveAnEmptyDictionaryAsUserInformation) {
+    Observer observer("com.example.information", nullptr);
+    Post("com.example.information", "Posted");
+    ASSERT_TRUE(observer.WaitFor(1));
+    EXPECT_EQ(observer.entries[0], 0);
+}
+
 TEST(Notifications, ManyArriveInTheOrderOfPosting) {
     Observer observer("com.example.order", nullptr);
     Words expected;
@@ -137,18 +88,31 @@ TEST(Notifications, AreNotDeliveredBeforeTheLoopTurns) {
 
 TEST(Notifications, AnObserverMayRemoveItselfAndOthersWhileItIsTold) {
     Observer first("com.example.remove", nullptr), second("com.example.remove", nullptr), witness("com.example.remove", nullptr);
-    first.removes = &second;
-    second.removes = &first;
+    first.onHearing = [&second] { second.Remove(); };
+    second.onHearing = [&first] { first.Remove(); };
     Post("com.example.remove", "One");
     Post("com.example.remove", "Two");
     ASSERT_TRUE(witness.WaitFor(2));
     EXPECT_EQ(first.heard.size(), 2u);
     EXPECT_EQ(second.heard.size(), 0u);
-    first.removes = &first;
+    first.onHearing = [&first] { first.Remove(); };
     Post("com.example.remove", "Three");
     Post("com.example.remove", "Four");
     ASSERT_TRUE(witness.WaitFor(4));
     EXPECT_EQ(first.heard.size(), 3u);
+}
+
+// As a host does that shows a dialogue from its callback.
+TEST(Notifications, AnObserverMayTurnTheLoopWhileOthersGoOnHearing) {
+    Observer outer("com.example.outer", nullptr), inner("com.example.inner", nullptr);
+    bool isHeardWithin = false;
+    outer.onHearing = [&] {
+        Post("com.example.inner", "Posted");
+        isHeardWithin = inner.WaitFor(1);
+    };
+    Post("com.example.outer", "Posted");
+    ASSERT_TRUE(outer.WaitFor(1));
+    EXPECT_TRUE(isHeardWithin);
 }
 
 TEST(Notifications, MayBePostedOnAnyThread) {
@@ -171,12 +135,67 @@ TEST(Notifications, OfAnotherProcessArrive) {
     EXPECT_EQ(observer.heard[0], "com.example.others/From outside");
 }
 
-TEST(Notifications, AChangeOfSettingsIsASignalOfTheirNameOnTheBus) {
-    // Another client of the bus, which knows nothing of this library.
-    GDBusConnection* const bus = g_dbus_connection_new_for_address_sync(
+/// Another client of the bus, which knows nothing of this library.
+GDBusConnection* ConnectAnother() {
+    return g_dbus_connection_new_for_address_sync(
         getenv("DBUS_SESSION_BUS_ADDRESS"),
         static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION), nullptr,
         nullptr, nullptr);
+}
+
+TEST(Notifications, OtherMessagesOnTheBusAreNoneAndDoNoHarm) {
+    Observer all(nullptr, nullptr);
+    GDBusConnection* const bus = ConnectAnother();
+    ASSERT_NE(bus, nullptr);
+    const std::string text(3 << 20, 'x');
+    GVariant* const bodies[] = {nullptr, g_variant_new("()"), g_variant_new("(s)", "one text"), g_variant_new("(sss)", "three", "of", "them"),
+                                g_variant_new("(ssa{sv})", text.c_str(), "too long to be one", nullptr)};
+    for (GVariant* const body : bodies) {
+        ASSERT_TRUE(g_dbus_connection_emit_signal(bus, nullptr, "/com/brenwick/Notifications", "com.example.Other", "Sent", body, nullptr));
+    }
+    g_dbus_connection_emit_signal(bus, nullptr, "/com/brenwick/Notifications", "com.example.Other", "Sent",
+                                  g_variant_new("(ssa{sv})", "com.example.other", "Sent", nullptr), nullptr);
+    g_dbus_connection_flush_sync(bus, nullptr, nullptr);
+    ASSERT_TRUE(all.WaitFor(1));
+    EXPECT_EQ(all.heard, Words{"com.example.other/Sent"});
+    g_object_unref(bus);
+}
+
+TEST(Notifications, WhoCallsAMethodOfTheirConnectionIsAnswered) {
+    Observer observer("com.example.called", nullptr);
+    GDBusConnection* const bus = ConnectAnother();
+    ASSERT_NE(bus, nullptr);
+    std::string sender;
+    const guint subscription = g_dbus_connection_signal_subscribe(
+        bus, nullptr, "com.example.called", "Sent", nullptr, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
+        [](GDBusConnection*, const char* from, const char*, const char*, const char*, GVariant*, gpointer text) {
+            *static_cast<std::string*>(text) = from;
+        },
+        &sender, nullptr);
+    EXPECT_TRUE(TurnUntil([&sender] {
+        Post("com.example.called", "Sent");
+        return !sender.empty();
+    }));
+    std::string answer;
+    g_dbus_connection_call(
+        bus, sender.c_str(), "/", "org.freedesktop.DBus.Introspectable", "Introspect", nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE, G_MAXINT, nullptr,
+        [](GObject* connection, GAsyncResult* result, gpointer text) {
+            GError* error = nullptr;
+            g_dbus_connection_call_finish(reinterpret_cast<GDBusConnection*>(connection), result, &error);
+            char* const name = error ? g_dbus_error_get_remote_error(error) : nullptr;
+            *static_cast<std::string*>(text) = name ? name : "(none)";
+            g_free(name);
+            g_clear_error(&error);
+        },
+        &answer);
+    EXPECT_TRUE(TurnUntil([&answer] { return !answer.empty(); }));
+    EXPECT_EQ(answer, "org.freedesktop.DBus.Error.UnknownMethod");
+    g_dbus_connection_signal_unsubscribe(bus, subscription);
+    g_object_unref(bus);
+}
+
+TEST(Notifications, AChangeOfSettingsIsASignalOfTheirNameOnTheBus) {
+    GDBusConnection* const bus = ConnectAnother();
     ASSERT_NE(bus, nullptr);
     int signals = 0;
     const guint subscription = g_dbus_connection_signal_subscribe(
@@ -189,7 +208,7 @@ TEST(Notifications, AChangeOfSettingsIsASignalOfTheirNameOnTheBus) {
     g_variant_unref(answer);
     SynchronisePreferences(false);
     SynchronisePreferences(true);
-    for (const gint64 end = g_get_monotonic_time() + kPatience; signals == 0 && g_get_monotonic_time() < end;) TurnRunLoop(0.01);
+    TurnUntil([&signals] { return signals > 0; });
     TurnRunLoop(0.1);
     EXPECT_EQ(signals, 1);
     g_dbus_connection_signal_unsubscribe(bus, subscription);
@@ -235,7 +254,7 @@ TEST(Notifications, OfTheColourManagerBecomeDeviceNotifications) {
         EXPECT_TRUE(state.WaitFor(states));
         EXPECT_TRUE(profiles.WaitFor(changes));
         const auto told = static_cast<int>(states + changes);
-        for (const gint64 end = g_get_monotonic_time() + kPatience; sessionCalls < told && g_get_monotonic_time() < end;) TurnRunLoop(0.01);
+        TurnUntil([&] { return sessionCalls >= told; });
         TurnRunLoop(0.05);
         EXPECT_EQ(state.heard.size(), states);
         EXPECT_EQ(profiles.heard.size(), changes);
@@ -262,22 +281,6 @@ TEST(Notifications, OfARealColourManagerArrive) {
     EXPECT_EQ(state.heard[0], "CMDeviceStateNotification/");
 }
 
-// Last, as it ends the bus.
-TEST(Notifications, WhenTheBusDiesTheSettingsFileIsWatched) {
-    Observer change("com.brenwick.orlocms", "Change");
-    EXPECT_EQ(RunOther({"set"}), 0);
-    ASSERT_TRUE(change.WaitFor(1));
-    sBus->End();
-    change.heard.clear();
-    // The other process finds no bus either. This one may learn of the bus's end only after the first change.
-    for (const gint64 end = g_get_monotonic_time() + kPatience; change.heard.empty() && g_get_monotonic_time() < end;) {
-        EXPECT_EQ(RunOther({"set"}), 0);
-        TurnRunLoop(0.2);
-    }
-    ASSERT_FALSE(change.heard.empty());
-    EXPECT_EQ(change.heard[0], "com.brenwick.orlocms/Change");
-}
-
 /// The part of the other process.
 int BeOther(const Words& words) {
     if (words[0] == "post") {
@@ -293,18 +296,7 @@ int BeOther(const Words& words) {
         g_dbus_connection_flush_sync(bus, nullptr, nullptr);
         return 0;
     }
-    // Without a bus: the distributed centre and a session as they are here.
-    if (words[0] == "nowhere") return CFNotificationCenterGetDistributedCenter() == nullptr && OpenMatching(nullptr, nullptr) == -1 ? 0 : 1;
     return 2;
-}
-
-TEST(NoCarrier, ASessionCannotBeOpened) {
-    const TemporaryFolder folder;
-    std::ofstream(folder / "file") << "a file where the folder should be";
-    // Neither a bus nor a folder; no screen for the notice either.
-    EXPECT_EQ(RunProgram({"env", "-u", "DBUS_SESSION_BUS_ADDRESS", "-u", "XDG_CONFIG_HOME", "-u", "DISPLAY", "HOME=relative", sProgram, "nowhere"}),
-              0);
-    EXPECT_EQ(RunProgram({"env", "-u", "DBUS_SESSION_BUS_ADDRESS", "-u", "DISPLAY", "XDG_CONFIG_HOME=" + (folder / "good"), sProgram, "nowhere"}), 1);
 }
 
 }  // namespace
@@ -314,9 +306,8 @@ int main(int count, char** arguments) {
     if (count > 1) return BeOther({arguments + 1, arguments + count});
     sProgram = std::filesystem::absolute(arguments[0]).string();
     const PrivateStore store;
-    PrivateBus bus(store.Folder());
+    const PrivateBus bus(store.Folder());
     bus.MakeSessionBus();
-    sBus = &bus;
     const PrivateBus systemBus(store.Folder(), "system-bus");
     setenv("DBUS_SYSTEM_BUS_ADDRESS", systemBus.Address().c_str(), 1);
     return RUN_ALL_TESTS();

@@ -1,10 +1,15 @@
+#include "platform/linux/Notifications/NotificationBus.h"
+
+#include <errno.h>
 #include <gio/gio.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
-#include <atomic>
+#include <cstddef>
 #include <cstring>
-#include <mutex>
-
-#include "platform/linux/Notifications/NotificationCarrier.h"
+#include <optional>
 
 namespace platform {
 
@@ -13,79 +18,85 @@ namespace {
 constexpr const char* kPath = "/com/brenwick/Notifications";
 constexpr const char* kPlainInterface = "com.brenwick.Notification";
 constexpr const char* kPlainMember = "Posted";
+constexpr const char* kNotificationSignature = "ssa{sv}";
+constexpr const char* kColourManager = "org.freedesktop.ColorManager";
+constexpr const char* kBusName = "org.freedesktop.DBus";
+constexpr std::size_t kLongestMember = 255;
 
-struct Unref {
-    void operator()(void* object) const { g_object_unref(object); }
+constexpr std::uint32_t kHelloSerial = 1;
+constexpr std::uint32_t kMatchSerial = 2;
+constexpr std::size_t kLongestLine = 4096;
+/// Longer ones are neither sent nor read.
+constexpr std::size_t kLongestMessage = std::size_t{1} << 20;
+
+struct SocketAddress {
+    sockaddr_un name = {};
+    socklen_t length = 0;
 };
-using Connection = std::unique_ptr<GDBusConnection, Unref>;
 
-/// A connection of our own: the one that GLib shares ends the process when the bus goes away.
-Connection Connect(const char* address) {
-    const auto flags =
-        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-    return Connection(g_dbus_connection_new_for_address_sync(address, flags, nullptr, nullptr, nullptr));
+std::vector<std::string> Split(const std::string& text, char separator) {
+    std::vector<std::string> pieces;
+    for (std::size_t at = 0; at <= text.size();) {
+        const std::size_t end = std::min(text.find(separator, at), text.size());
+        pieces.push_back(text.substr(at, end - at));
+        at = end + 1;
+    }
+    return pieces;
 }
 
-bool AddMatch(GDBusConnection* connection, const char* rule) {
-    GVariant* const answer =
-        g_dbus_connection_call_sync(connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "AddMatch",
-                                    g_variant_new("(s)", rule), nullptr, G_DBUS_CALL_FLAGS_NONE, 2000, nullptr, nullptr);
-    if (answer) g_variant_unref(answer);
-    return answer != nullptr;
+std::string Unescaped(const std::string& text) {
+    char* const plain = g_uri_unescape_string(text.c_str(), nullptr);
+    std::string result = plain ? plain : "";
+    g_free(plain);
+    return result;
 }
 
-/// A name that is a valid interface, and an object that is a valid member, are visible as such to a bus monitor; both always travel as
-/// arguments too.
-class BusCarrier : public NotificationCarrier {
-public:
-    BusCarrier(Connection connection, NotificationArrival arrival, void (*lost)()) : connection_(std::move(connection)) {
-        closed_ = g_signal_connect(connection_.get(), "closed", G_CALLBACK(Closed), reinterpret_cast<gpointer>(lost));
-        filter_ = g_dbus_connection_add_filter(connection_.get(), Filter, reinterpret_cast<gpointer>(arrival), nullptr);
-    }
-    ~BusCarrier() override {
-        g_dbus_connection_remove_filter(connection_.get(), filter_);
-        g_signal_handler_disconnect(connection_.get(), closed_);
-    }
-
-    void Listen(const std::string&) override {
-        if (isListening_.exchange(true)) return;
-        const std::string rule = std::string("type='signal',path='") + kPath + "'";
-        if (!AddMatch(connection_.get(), rule.c_str())) isListening_ = false;
-    }
-
-    bool Post(const std::string& name, const std::string& object) override {
-        const char* const interface = g_dbus_is_interface_name(name.c_str()) ? name.c_str() : kPlainInterface;
-        const char* const member = g_dbus_is_member_name(object.c_str()) ? object.c_str() : kPlainMember;
-        GVariantBuilder userInfo;
-        g_variant_builder_init(&userInfo, G_VARIANT_TYPE("a{sv}"));
-        return g_dbus_connection_emit_signal(connection_.get(), nullptr, kPath, interface, member,
-                                             g_variant_new("(ssa{sv})", name.c_str(), object.c_str(), &userInfo), nullptr) &&
-               g_dbus_connection_flush_sync(connection_.get(), nullptr, nullptr);
-    }
-
-private:
-    static void Closed(GDBusConnection*, gboolean, GError*, gpointer lost) { reinterpret_cast<void (*)()>(lost)(); }
-
-    /// Runs on the connection's own thread.
-    static GDBusMessage* Filter(GDBusConnection*, GDBusMessage* message, gboolean isIncoming, gpointer arrival) {
-        GVariant* const body = g_dbus_message_get_body(message);
-        const char* const path = g_dbus_message_get_path(message);
-        if (!isIncoming || g_dbus_message_get_message_type(message) != G_DBUS_MESSAGE_TYPE_SIGNAL || !body || !path ||
-            std::strcmp(path, kPath) != 0 || !g_variant_is_of_type(body, G_VARIANT_TYPE("(ssa{sv})"))) {
-            return message;
+/// Nothing for a server that is not at a UNIX socket, and for a path that no socket can have.
+std::optional<SocketAddress> ReadServer(const std::string& server) {
+    constexpr const char* kTransport = "unix:";
+    if (!server.starts_with(kTransport)) return std::nullopt;
+    SocketAddress address;
+    address.name.sun_family = AF_UNIX;
+    for (const std::string& pair : Split(server.substr(std::strlen(kTransport)), ',')) {
+        const std::size_t equals = pair.find('=');
+        if (equals == std::string::npos) continue;
+        const std::string key = pair.substr(0, equals);
+        std::string path = Unescaped(pair.substr(equals + 1));
+        const bool isAbstract = key == "abstract";
+        if (key == "runtime") {
+            const char* const folder = getenv("XDG_RUNTIME_DIR");
+            path = folder && path == "yes" ? std::string(folder) + "/bus" : "";
+        } else if (key != "path" && !isAbstract) {
+            continue;
         }
-        const char* name = nullptr;
-        const char* object = nullptr;
-        g_variant_get(body, "(&s&s@a{sv})", &name, &object, nullptr);
-        reinterpret_cast<NotificationArrival>(arrival)(name, object);
-        return message;
+        // An abstract name follows a zero; a path ends with one.
+        if (path.empty() || path.size() >= sizeof address.name.sun_path) return std::nullopt;
+        std::memcpy(address.name.sun_path + (isAbstract ? 1 : 0), path.data(), path.size());
+        address.length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size() + 1);
+        return address;
     }
+    return std::nullopt;
+}
 
-    Connection connection_;
-    gulong closed_ = 0;
-    guint filter_ = 0;
-    std::atomic<bool> isListening_{false};
-};
+/// A socket that is connected, or -1.
+int ConnectSocket(const SocketAddress& address, bool* isServerBusy) {
+    const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (descriptor < 0) return -1;
+    if (connect(descriptor, reinterpret_cast<const sockaddr*>(&address.name), address.length) == 0) return descriptor;
+    if (errno == EAGAIN) *isServerBusy = true;
+    close(descriptor);
+    return -1;
+}
+
+BusMessage CallOfBus(const char* member) {
+    BusMessage call;
+    call.type = BusMessageType::kCall;
+    call.destination = kBusName;
+    call.path = "/org/freedesktop/DBus";
+    call.interface = kBusName;
+    call.member = member;
+    return call;
+}
 
 /// The colour manager's signals, by the notification that each of them means here.
 struct DeviceSignal {
@@ -98,39 +109,177 @@ constexpr DeviceSignal kDeviceSignals[] = {
     {"ProfileRemoved", "CMDeviceProfilesNotification"}, {"ProfileChanged", "CMDeviceProfilesNotification"},
 };
 
-GDBusMessage* FilterDevices(GDBusConnection*, GDBusMessage* message, gboolean isIncoming, gpointer arrival) {
-    const char* const interface = g_dbus_message_get_interface(message);
-    const char* const member = g_dbus_message_get_member(message);
-    if (!isIncoming || g_dbus_message_get_message_type(message) != G_DBUS_MESSAGE_TYPE_SIGNAL || !interface || !member ||
-        std::strcmp(interface, "org.freedesktop.ColorManager") != 0) {
-        return message;
-    }
-    for (const DeviceSignal& signal : kDeviceSignals) {
-        if (std::strcmp(signal.member, member) == 0) reinterpret_cast<NotificationArrival>(arrival)(signal.notification, "");
-    }
-    return message;
-}
-
 }  // namespace
 
-std::unique_ptr<NotificationCarrier> MakeBusCarrier(NotificationArrival arrival, void (*lost)()) {
-    // Without an address there is no bus: starting one is the desktop's business.
-    const char* const address = g_getenv("DBUS_SESSION_BUS_ADDRESS");
-    if (!address || !*address) return nullptr;
-    Connection connection = Connect(address);
-    if (!connection) return nullptr;
-    return std::make_unique<BusCarrier>(std::move(connection), arrival, lost);
+const char* const kNotificationRule = "type='signal',path='/com/brenwick/Notifications'";
+const char* const kColourDeviceRule = "type='signal',interface='org.freedesktop.ColorManager'";
+
+BusConnection::BusConnection(const std::string& address, const std::string& rule) {
+    for (const std::string& server : Split(address, ';')) {
+        const std::optional<SocketAddress> socket = ReadServer(server);
+        if (!socket) continue;
+        descriptor_ = ConnectSocket(*socket, &isServerBusy_);
+        if (descriptor_ >= 0) break;
+    }
+    if (descriptor_ < 0) return;
+    isServerBusy_ = false;
+    state_ = State::kOpening;
+    // Everything at once. The server takes the identity from the socket: it may know the user by another number than we do.
+    unsent_ = std::string(1, '\0') + "AUTH EXTERNAL\r\nDATA\r\nBEGIN\r\n";
+    Queue(CallOfBus("Hello"));
+    BusMessage match = CallOfBus("AddMatch");
+    match.signature = "s";
+    match.texts = {rule};
+    Queue(std::move(match));
+    Flush();
 }
 
-void FollowColourDevices(NotificationArrival arrival) {
-    char* const address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    if (!address) return;
-    // Kept for the life of the process.
-    static const Connection connection = Connect(address);
-    g_free(address);
-    if (!connection) return;
-    g_dbus_connection_add_filter(connection.get(), FilterDevices, reinterpret_cast<gpointer>(arrival), nullptr);
-    AddMatch(connection.get(), "type='signal',interface='org.freedesktop.ColorManager'");
+void BusConnection::Close() {
+    if (descriptor_ >= 0) close(descriptor_);
+    descriptor_ = -1;
+    state_ = State::kLost;
+}
+
+void BusConnection::Queue(BusMessage message) {
+    message.serial = ++lastSerial_;
+    const std::string bytes = WriteBusMessage(message);
+    if (bytes.size() <= kLongestMessage) unsent_ += bytes;
+}
+
+void BusConnection::Send(BusMessage message) {
+    Queue(std::move(message));
+    Flush();
+}
+
+void BusConnection::Flush() {
+    std::size_t sent = 0;
+    while (state_ != State::kLost && sent < unsent_.size()) {
+        const ssize_t count = send(descriptor_, unsent_.data() + sent, unsent_.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (count > 0) {
+            sent += static_cast<std::size_t>(count);
+        } else if (errno == EAGAIN) {
+            break;
+        } else if (errno != EINTR) {
+            state_ = State::kLost;
+        }
+    }
+    unsent_.erase(0, sent);
+}
+
+bool BusConnection::Receive() {
+    char buffer[16384];
+    const ssize_t count = recv(descriptor_, buffer, sizeof buffer, MSG_DONTWAIT);
+    if (count < 0) return errno == EAGAIN || errno == EINTR;
+    const std::size_t skipped = std::min(toSkip_, static_cast<std::size_t>(count));
+    toSkip_ -= skipped;
+    received_.append(buffer + skipped, static_cast<std::size_t>(count) - skipped);
+    return count > 0;
+}
+
+void BusConnection::Advance(std::vector<BusMessage>* signals) {
+    Flush();
+    if (state_ == State::kLost) return;
+    // What came before the end counts.
+    const bool isOpen = Receive();
+    if (!ReadHandshake() || !ReadMessages(signals) || !isOpen) state_ = State::kLost;
+}
+
+bool BusConnection::ReadHandshake() {
+    while (!isAccepted_) {
+        const std::size_t end = received_.find("\r\n");
+        if (end == std::string::npos) return received_.size() < kLongestLine;
+        const std::string line = received_.substr(0, end);
+        received_.erase(0, end + 2);
+        isAccepted_ = line.starts_with("OK");
+        if (!isAccepted_ && line != "DATA") return false;
+    }
+    return true;
+}
+
+bool BusConnection::ReadMessages(std::vector<BusMessage>* signals) {
+    if (!isAccepted_) return true;
+    const std::string_view all = received_;
+    std::size_t at = 0;
+    while (all.size() - at >= kBusMessageStart) {
+        const std::optional<std::size_t> length = BusMessageLength(all.substr(at));
+        if (!length) return false;
+        const std::size_t there = std::min(*length, all.size() - at);
+        if (*length > kLongestMessage) {
+            toSkip_ = *length - there;
+        } else if (there < *length) {
+            break;
+        } else {
+            std::optional<BusMessage> message = ReadBusMessage(all.substr(at, there));
+            if (!message || !Handle(std::move(*message), signals)) return false;
+        }
+        at += there;
+    }
+    received_.erase(0, at);
+    return true;
+}
+
+bool BusConnection::Handle(BusMessage message, std::vector<BusMessage>* signals) {
+    switch (message.type) {
+        case BusMessageType::kReturn:
+            if (message.replySerial == kMatchSerial && state_ == State::kOpening) state_ = State::kUp;
+            return true;
+        case BusMessageType::kError:
+            return message.replySerial != kHelloSerial && message.replySerial != kMatchSerial;
+        case BusMessageType::kSignal:
+            signals->push_back(std::move(message));
+            return true;
+        case BusMessageType::kCall:
+            // Nothing can be called here; whoever tries would wait for an answer.
+            if (message.wantsReply) {
+                BusMessage answer;
+                answer.type = BusMessageType::kError;
+                answer.wantsReply = false;
+                answer.destination = message.sender;
+                answer.replySerial = message.serial;
+                answer.errorName = "org.freedesktop.DBus.Error.UnknownMethod";
+                Send(std::move(answer));
+            }
+            return true;
+    }
+    // Types that are yet to be invented are to be passed over.
+    return true;
+}
+
+std::string SessionBusAddress() {
+    const char* const address = getenv("DBUS_SESSION_BUS_ADDRESS");
+    return address ? address : "";
+}
+
+std::string SystemBusAddress() {
+    const char* const address = getenv("DBUS_SYSTEM_BUS_ADDRESS");
+    return address && *address ? address : "unix:path=/var/run/dbus/system_bus_socket";
+}
+
+BusMessage NotificationSignal(const std::string& name, const std::string& object) {
+    BusMessage signal;
+    signal.wantsReply = false;
+    signal.path = kPath;
+    signal.interface = g_dbus_is_interface_name(name.c_str()) ? name.c_str() : kPlainInterface;
+    signal.member = object.size() <= kLongestMember && g_dbus_is_member_name(object.c_str()) ? object.c_str() : kPlainMember;
+    signal.signature = kNotificationSignature;
+    // The protocol's texts end at a zero.
+    signal.texts = {name.c_str(), object.c_str()};
+    return signal;
+}
+
+bool ReadNotificationSignal(const BusMessage& signal, std::string* name, std::string* object) {
+    if (signal.path != kPath || signal.signature != kNotificationSignature) return false;
+    *name = signal.texts[0];
+    *object = signal.texts[1];
+    return true;
+}
+
+const char* ColourDeviceNotification(const BusMessage& signal) {
+    if (signal.interface != kColourManager) return nullptr;
+    for (const DeviceSignal& known : kDeviceSignals) {
+        if (signal.member == known.member) return known.notification;
+    }
+    return nullptr;
 }
 
 }  // namespace platform

@@ -81,7 +81,9 @@ std::string ConfigurationFolder() {
     // Read each time: GLib's own answer is fixed at the first call.
     const char* const configured = getenv("XDG_CONFIG_HOME");
     if (configured && configured[0] == '/') return configured;
-    const char* const home = g_get_home_dir();
+    // Under fork a lock of GLib's may stay locked in the child, so it is asked only without the variable.
+    const char* const variable = getenv("HOME");
+    const char* const home = variable ? variable : g_get_home_dir();
     return home && home[0] == '/' ? std::string(home) + "/.config" : std::string();
 }
 
@@ -129,12 +131,16 @@ PreferenceLock::~PreferenceLock() {
     if (descriptor_ >= 0) close(descriptor_);
 }
 
+std::string UnfinishedPreferenceFile(const std::string& file) {
+    // One name for all writers, as they hold the lock: what a crash leaves behind is written over by the next one.
+    return file + ".new";
+}
+
 bool WritePreferenceFile(const PreferencePlace& place, plist_t root) {
     const std::string bytes = SerialisePlist(root);
     if (bytes.empty()) return false;
     const std::string target = RealFile(place);
-    // One name for all writers, as they hold the lock: what a crash leaves behind is written over by the next one.
-    const std::string fresh = target + ".new";
+    const std::string fresh = UnfinishedPreferenceFile(target);
     {
         const Descriptor file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
         if (file.Get() < 0) return false;

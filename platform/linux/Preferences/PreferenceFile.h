@@ -44,6 +44,8 @@ private:
     int descriptor_;
 };
 
+/// Under this name a file is written, in the same folder, before it is moved into its place.
+std::string UnfinishedPreferenceFile(const std::string& file);
 /// Replaces the file in one step, on disk when it returns; only under the lock. False, with the old file in place, when that failed.
 bool WritePreferenceFile(const PreferencePlace& place, plist_t root);
 /// Gives a damaged file another name, so that nothing overwrites it; only under the lock.
