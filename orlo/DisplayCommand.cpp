@@ -1,6 +1,7 @@
 #include "orlo/DisplayCommand.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <optional>
@@ -116,6 +117,15 @@ std::string RampText(const RampEntries& ramp) {
 }
 
 RampEntries ReadRampFile(const std::string& path) {
+    constexpr std::uintmax_t kMostBytes = 1 << 20;
+    // A pipe would be waited for, and a device may never end.
+    std::error_code error;
+    if (std::filesystem::exists(path, error) && !std::filesystem::is_regular_file(path, error)) {
+        throw Complaint{path, "this is not a file of its own", "name a file that orlo gamma save wrote"};
+    }
+    if (std::filesystem::file_size(path, error) > kMostBytes && !error) {
+        throw Complaint{path, "it has more than 1 MiB", "name a file that orlo gamma save wrote"};
+    }
     std::ifstream file(path);
     if (!file || file.peek() == std::ifstream::traits_type::eof())
         throw Complaint{path, "it cannot be read or is empty", "name a file that orlo gamma save wrote"};

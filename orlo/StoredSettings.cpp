@@ -146,7 +146,10 @@ ViewingConditions ConditionsInStore() {
 /// Settings that live in the dictionary of viewing conditions.
 bool IsConditionStored(const char* key) {
     const Owned<CFDictionaryRef> stored(CopyDictionaryPreference(Key("Viewing Conditions")));
-    return stored && CFDictionaryContainsKey(stored.Get(), Key(key));
+    if (!stored) return false;
+    const double real = GetRealFromDictionary(stored.Get(), Key(key), 0.0);
+    if (real == GetRealFromDictionary(stored.Get(), Key(key), 1.0)) return true;
+    return GetBooleanFromDictionary(stored.Get(), Key(key), false) == GetBooleanFromDictionary(stored.Get(), Key(key), true);
 }
 
 using RecallWhite = OSErr(CFStringRef* text, Boolean* use);

@@ -73,20 +73,26 @@ private:
     inline static const int sRegistered = pthread_atfork(BeginFork, EndForkInParent, EndForkInChild);
 };
 
-/// A mutex that a forked child finds open.
+/// A mutex that a forked child finds open. Waiting for it is outside of the section, as its holder may be the one who forks.
 class ForkSafeMutex {
 public:
     void lock() {
-        ForkSection::Enter();
-        mutex_.lock();
+        for (;;) {
+            ForkSection::Enter();
+            int none = 0;
+            if (held_.compare_exchange_strong(none, 1, std::memory_order_acquire, std::memory_order_relaxed)) return;
+            ForkSection::Leave();
+            held_.wait(1, std::memory_order_relaxed);
+        }
     }
     void unlock() {
-        mutex_.unlock();
+        held_.store(0, std::memory_order_release);
+        held_.notify_one();
         ForkSection::Leave();
     }
 
 private:
-    std::mutex mutex_;
+    std::atomic<int> held_ = 0;
 };
 
 /// Has `work` called in every forked child. For variables of the program.

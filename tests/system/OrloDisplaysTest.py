@@ -160,17 +160,19 @@ class WithDisplays(DisplayCase):
 
     def test_refusals_change_nothing(self):
         before = [self.ramp(display) for display in "123"]
-        missing, short, wrong, long, folder = (self.path(name) for name in ("missing", "short", "wrong", "long", "folder"))
+        missing, short, wrong, long, folder, pipe = (self.path(name) for name in ("missing", "short", "wrong", "long", "folder", "pipe"))
         for path, text in ((short, "1 2 3\n"), (wrong, "0 0 0\n1 2 three\n"), (long, "1 2 3\n" * 257), (self.path("large"), "0 0 0\n1 2 65536\n"),
                            (self.path("four"), "0 0 0 0\n1 1 1 1\n"), (self.path("empty"), "")):
             with open(path, "w", encoding="ascii") as out:
                 out.write(text)
         os.mkdir(folder)
+        os.mkfifo(pipe)
         rows = [
             (("gamma", "load", missing), missing, "orlo gamma save"), (("gamma", "load", self.path("empty")), self.path("empty"), "orlo gamma save"),
             (("gamma", "load", short), short, "2 to 256"), (("gamma", "load", long), long, "2 to 256"), (("gamma", "load", wrong), wrong, "line 2"),
             (("gamma", "load", self.path("large")), self.path("large"), "line 2"), (("gamma", "load", self.path("four")), self.path("four"), "line 1"),
-            (("gamma", "load", folder), folder, "orlo gamma save"), (("gamma", "show", "--display", "4"), "--display", "1 to 3"),
+            (("gamma", "load", folder), folder, "orlo gamma save"), (("gamma", "load", pipe), pipe, "not a file of its own"),
+            (("gamma", "load", "/dev/zero"), "/dev/zero", "not a file of its own"), (("gamma", "show", "--display", "4"), "--display", "1 to 3"),
             (("gamma", "show", "--display", "one"), "--display", "1 to 3"), (("gamma", "show", "--display"), "--display", "must follow"),
             (("gamma",), "gamma", "show, plot, save"), (("gamma", "bend"), "gamma", "show, plot, save"), (("gamma", "load"), "gamma load", "--help"),
             (("gamma", "show", "more"), "gamma show", "--help"), (("gamma", "plot", self.path("plot.jpg")), self.path("plot.jpg"), ".png"),

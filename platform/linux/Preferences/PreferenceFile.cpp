@@ -11,7 +11,9 @@
 
 #include <cstring>
 
+#include "platform/linux/Carbon/CarbonFiles.h"
 #include "platform/linux/Posix/Descriptor.h"
+#include "platform/linux/Posix/WholeFiles.h"
 
 namespace platform {
 
@@ -28,21 +30,16 @@ bool ReadAll(int descriptor, std::string* bytes) {
     }
 }
 
-bool WriteAll(int descriptor, const std::string& bytes) {
-    size_t written = 0;
-    while (written < bytes.size()) {
-        const ssize_t count = write(descriptor, bytes.data() + written, bytes.size() - written);
-        if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) return false;
-        written += static_cast<size_t>(count);
-    }
-    return true;
+/// Folders, pipes and devices hold no settings; some of them never end.
+bool IsFile(int descriptor) {
+    struct stat about;
+    return fstat(descriptor, &about) == 0 && S_ISREG(about.st_mode);
 }
 
 std::string FirstLine(const char* path) {
-    const Descriptor file(open(path, O_RDONLY | O_CLOEXEC));
+    const Descriptor file(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     std::string text;
-    if (file.Get() < 0 || !ReadAll(file.Get(), &text)) return {};
+    if (file.Get() < 0 || !IsFile(file.Get()) || !ReadAll(file.Get(), &text)) return {};
     return text.substr(0, text.find('\n'));
 }
 
@@ -58,20 +55,12 @@ std::string MachineName() {
 
 /// A file that is a link (kept in a folder of configuration files, say) is replaced where it points, also where nothing stands yet.
 std::string RealFile(const PreferencePlace& place) {
-    char* const resolved = realpath(place.File().c_str(), nullptr);
-    std::string file = resolved ? resolved : place.File();
-    free(resolved);
-    char target[PATH_MAX];
-    const ssize_t length = resolved ? -1 : readlink(file.c_str(), target, sizeof target);
-    if (length > 0) {
-        const std::string text(target, static_cast<size_t>(length));
-        file = text[0] == '/' ? text : place.folder + "/" + text;
-    }
-    return file;
+    std::string end;
+    return EndOfLinks(place.File(), end) == 0 ? end : place.File();
 }
 
 bool SyncFolderOf(const std::string& file) {
-    const Descriptor folder(open(file.substr(0, file.rfind('/')).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const Descriptor folder(open(FolderOf(file).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     return folder.Get() >= 0 && fsync(folder.Get()) == 0;
 }
 
@@ -106,8 +95,9 @@ PreferenceFileState ReadPreferenceFile(const PreferencePlace& place, PlistNode* 
         if (errno == ENOENT || errno == ENOTDIR) return PreferenceFileState::kAbsent;
         return errno == EACCES || errno == EPERM || errno == ELOOP ? PreferenceFileState::kDamaged : PreferenceFileState::kFailed;
     }
+    if (!IsFile(file.Get())) return PreferenceFileState::kDamaged;
     std::string bytes;
-    if (!ReadAll(file.Get(), &bytes)) return errno == EISDIR ? PreferenceFileState::kDamaged : PreferenceFileState::kFailed;
+    if (!ReadAll(file.Get(), &bytes)) return PreferenceFileState::kFailed;
     PlistNode parsed = ParsePlist(bytes);
     if (!parsed || plist_get_node_type(parsed.get()) != PLIST_DICT) return PreferenceFileState::kDamaged;
     *root = std::move(parsed);
@@ -132,7 +122,7 @@ PreferenceLock::~PreferenceLock() {
 }
 
 std::string UnfinishedPreferenceFile(const std::string& file) {
-    // One name for all writers, as they hold the lock: what a crash leaves behind is written over by the next one.
+    // One name for all writers, as they hold the lock: what a crash leaves behind is written away by the next one.
     return file + ".new";
 }
 
@@ -142,9 +132,11 @@ bool WritePreferenceFile(const PreferencePlace& place, plist_t root) {
     const std::string target = RealFile(place);
     const std::string fresh = UnfinishedPreferenceFile(target);
     {
-        const Descriptor file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+        // What a crash left there, or anything else: a pipe would be waited for.
+        unlink(fresh.c_str());
+        const Descriptor file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
         if (file.Get() < 0) return false;
-        if (!WriteAll(file.Get(), bytes) || fsync(file.Get()) != 0) {
+        if (WriteAll(file.Get(), bytes) != 0 || fsync(file.Get()) != 0) {
             unlink(fresh.c_str());
             return false;
         }

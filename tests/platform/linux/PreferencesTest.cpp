@@ -397,6 +397,26 @@ TEST_F(PreferencesTest, ALinkToNothingYetIsFilledWhereItPoints) {
     EXPECT_TRUE(Synchronise());
 }
 
+TEST_F(PreferencesTest, LinksThatLeadOnStayLinksAndTheirEndIsFilled) {
+    std::filesystem::create_directories(std::filesystem::path(File()).parent_path());
+    std::filesystem::create_directory(folder_ + "/kept");
+    std::filesystem::create_symlink(folder_ + "/kept/first", File());
+    std::filesystem::create_symlink("second", folder_ + "/kept/first");
+    SetInteger("one", 1);
+    EXPECT_TRUE(Synchronise());
+    EXPECT_TRUE(std::filesystem::is_symlink(File()));
+    EXPECT_TRUE(std::filesystem::is_symlink(folder_ + "/kept/first"));
+    EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(folder_ + "/kept/second")));
+}
+
+TEST_F(PreferencesTest, APipeInTheUnfinishedFilesPlaceIsNotWaitedFor) {
+    std::filesystem::create_directories(std::filesystem::path(File()).parent_path());
+    ASSERT_EQ(mkfifo((File() + ".new").c_str(), 0600), 0);
+    SetInteger("one", 1);
+    EXPECT_TRUE(Synchronise());
+    EXPECT_TRUE(std::filesystem::is_regular_file(File()));
+}
+
 TEST_F(PreferencesTest, AKeyWithANULIsNoKey) {
     const UniChar characters[3] = {'a', 0, 'b'};
     const Owned<CFStringRef> odd(CFStringCreateWithCharacters(kCFAllocatorDefault, characters, 3));
@@ -416,6 +436,7 @@ TEST_F(PreferencesTest, WhatCannotBeReadIsKeptUnderAnotherName) {
     const Row rows[] = {
         {"a folder", [](const std::string& file) { std::filesystem::create_directory(file); }},
         {"a pipe that nobody writes to", [](const std::string& file) { ASSERT_EQ(mkfifo(file.c_str(), 0600), 0); }},
+        {"a link to a device that never ends", [](const std::string& file) { std::filesystem::create_symlink("/dev/zero", file); }},
         {"no bytes", [](const std::string& file) { std::ofstream(file).close(); }},
         {"a list instead of a dictionary", [](const std::string& file) { std::ofstream(file) << "<plist version=\"1.0\"><array/></plist>"; }},
         {"a link to itself", [](const std::string& file) { std::filesystem::create_symlink(file, file); }},
