@@ -73,26 +73,20 @@ private:
     inline static const int sRegistered = pthread_atfork(BeginFork, EndForkInParent, EndForkInChild);
 };
 
-/// A mutex that a forked child finds open. Waiting for it is outside of the section, as its holder may be the one who forks.
+/// A mutex that a forked child finds open.
 class ForkSafeMutex {
 public:
     void lock() {
-        for (;;) {
-            ForkSection::Enter();
-            int none = 0;
-            if (held_.compare_exchange_strong(none, 1, std::memory_order_acquire, std::memory_order_relaxed)) return;
-            ForkSection::Leave();
-            held_.wait(1, std::memory_order_relaxed);
-        }
+        ForkSection::Enter();
+        mutex_.lock();
     }
     void unlock() {
-        held_.store(0, std::memory_order_release);
-        held_.notify_one();
+        mutex_.unlock();
         ForkSection::Leave();
     }
 
 private:
-    std::atomic<int> held_ = 0;
+    std::mutex mutex_;
 };
 
 /// Has `work` called in every forked child. For variables of the program.

@@ -125,23 +125,6 @@ TEST(ForkSafeMutex, IsOpenInEveryChild) {
 
 int sMade = 0;
 
-TEST(ForkSafeMutex, ItsHolderForksWhileAnotherThreadWaits) {
-    ForkSafeMutex mutex;
-    std::unique_lock holder(mutex);
-    std::atomic<bool> hasBegun = false;
-    std::thread waiter([&] {
-        hasBegun = true;
-        const std::lock_guard other(mutex);
-    });
-    while (!hasBegun) std::this_thread::yield();
-    Sleep();  // the waiter is in its wait by now
-    alarm(60);
-    EXPECT_EQ(InAChild([] { return "forked"; }), "forked");
-    alarm(0);
-    holder.unlock();
-    waiter.join();
-}
-
 TEST(MadeOnce, MakesOneObjectForAllThreads) {
     static constinit platform::MadeOnce<int> number;
     std::atomic<int> wrong = 0;

@@ -517,6 +517,22 @@ TEST(ABusThatDies, AChangeThatTheWatchHasYetToTellIsHeardThoughAPostFindsTheBusA
     EXPECT_EQ(observer.heard, kHeardOnce);
 }
 
+TEST(ABusThatDies, AChangeThatFindsTheBusAgainIsHeardOnce) {
+    StartBus();
+    Observer observer(kSettings, "Change");
+    OtherSets();
+    ASSERT_TRUE(observer.WaitFor(1));
+    EndBus();
+    TurnRunLoop(0.05);
+    StartBus();
+    observer.heard.clear();
+    EXPECT_EQ(Set(), 0);
+    ASSERT_TRUE(observer.WaitFor(1));
+    TurnRunLoop(0.1);
+    EXPECT_EQ(observer.heard, kHeardOnce);
+    EXPECT_TRUE(IsOnTheBus());
+}
+
 TEST(ABusThatDies, ItsEndAloneTellsNothing) {
     StartBus();
     Observer observer(kSettings, "Change");

@@ -44,7 +44,7 @@ constexpr const char* kDeviceNotifications[] = {"CMDeviceStateNotification", "CM
 constexpr milliseconds kSessionPatience{700};
 constexpr milliseconds kSystemPatience{200};
 /// How long a caller waits for a bus to take a notification.
-constexpr milliseconds kPostPatience{500};
+constexpr milliseconds kPostPatience{400};
 /// When an opening without an answer is given up.
 constexpr milliseconds kOpeningPatience{10000};
 /// Between two calls of a bus that takes no more callers.
@@ -376,13 +376,20 @@ bool SendOnBus(Centre* centre, Guard* guard, const std::string& name, const std:
 void Post(Centre* centre, const std::string& name, const std::string& object) {
     Guard guard(centre->lock);
     if (!HasCarrier(centre, &guard)) return;
-    guard.unlock();
-    const bool isAnnounced = object == platform::kChangeObject && platform::TouchPreferenceFile(name);
-    guard.lock();
-    if (SendOnBus(centre, &guard, name, object)) return;
+    const bool isOfPreferences = object == platform::kChangeObject;
+    // What was stored up to now is told by this.
+    if (isOfPreferences && centre->told.contains(name)) centre->told[name] = platform::StampOfPreferenceFile(name);
     // It may have come back since the last look, and others may be listening there already.
-    Open(centre, &centre->session, &guard, kPostPatience);
-    const bool isSent = SendOnBus(centre, &guard, name, object);
+    if (!centre->session.IsUp()) Open(centre, &centre->session, &guard, kPostPatience);
+    guard.unlock();
+    const bool isAnnounced = isOfPreferences && platform::TouchPreferenceFile(name);
+    guard.lock();
+    bool isSent = SendOnBus(centre, &guard, name, object);
+    if (!isSent) {
+        // Lost only now: the same once more.
+        Open(centre, &centre->session, &guard, kPostPatience);
+        isSent = SendOnBus(centre, &guard, name, object);
+    }
     SetTimer(centre);
     // Without a file nobody else can see it; this process's own observers still hear.
     if (!isSent && !(isAnnounced && centre->watch && centre->watch->Follows(name))) Arrived(centre, name, object);
