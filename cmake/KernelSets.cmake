@@ -2,15 +2,12 @@
 #
 # CM_KERNEL_SWITCHES   what the switch CM_KERNELS knows
 # CM_KERNEL_SETS       those of them that this build has kernels for
-# CM_AVX_KERNELS       whether those of wider registers are among them; CM_NEON_KERNELS likewise
+# CM_AVX_KERNELS       whether they are more than every processor of the kind has
 # cm_kernels(PREFIX...)   has each file PREFIX<Set>.cpp compiled for its set, or left out
 
 set(CM_AVX_KERNELS OFF)
-set(CM_NEON_KERNELS OFF)
 if(CM_VECTOR_KERNELS AND CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$" AND NOT APPLE)
   set(CM_AVX_KERNELS ON)
-elseif(CM_VECTOR_KERNELS AND CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$" AND NOT APPLE)
-  set(CM_NEON_KERNELS ON)
 endif()
 
 set(table ${PROJECT_SOURCE_DIR}/platform/InstructionSet.h)
@@ -32,7 +29,7 @@ foreach(row IN LISTS rows)
     list(APPEND CM_X86_SETS ${name})
     set(has_set ${CM_AVX_KERNELS})
   elseif(row MATCHES "CM_CPU_IS_ARM64")
-    set(has_set ${CM_NEON_KERNELS})
+    string(REGEX MATCH "^(aarch64|arm64)$" has_set "${CMAKE_SYSTEM_PROCESSOR}")
   else()
     set(has_set ON)
   endif()
@@ -46,12 +43,10 @@ endif()
 
 function(cm_kernels)
   foreach(prefix IN LISTS ARGN)
-    set_source_files_properties(${prefix}Portable.cpp ${prefix}Neon.cpp PROPERTIES COMPILE_OPTIONS -O3)
+    set_source_files_properties(${prefix}Portable.cpp PROPERTIES COMPILE_OPTIONS -O3)
     foreach(set IN LISTS CM_X86_SETS)
       if(CM_AVX_KERNELS)
-        # g++ takes the vectors that its own intrinsics leave undefined for ours.
-        set_source_files_properties(${prefix}${set}.cpp PROPERTIES
-          COMPILE_OPTIONS "${CM_OPTIONS_${set}};$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>;$<$<CXX_COMPILER_ID:GNU>:-Wno-uninitialized>")
+        set_source_files_properties(${prefix}${set}.cpp PROPERTIES COMPILE_OPTIONS "${CM_OPTIONS_${set}}")
       else()
         set_source_files_properties(${prefix}${set}.cpp PROPERTIES HEADER_FILE_ONLY ON)
       endif()

@@ -23,8 +23,8 @@
 // clang-format off
 #define CM_INSTRUCTION_SETS(SET) \
     SET(Plain, "plain", true)             /* the formulae written straight */ \
-    SET(Portable, "portable", true)       /* the same without divisions and branches, any processor */ \
-    SET(Neon, "neon", CM_CPU_IS_ARM64)    /* 64-bit Arm */ \
+    SET(Portable, "portable", true)       /* the vectors of every processor of a kind: SSE2, NEON */ \
+    SET(Neon, "neon", CM_CPU_IS_ARM64)    /* the portable kernels again, by the name of what they use there */ \
     CM_X86_SETS(SET)
 #define CM_X86_SETS(SET) \
     SET(Avx2, "avx2", CM_CPU_HAS("avx2")) \

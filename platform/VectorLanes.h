@@ -267,12 +267,8 @@ CM_INLINE Words LookUpWords(const uint16_t* words, Ints index) {
 }
 #endif
 
-/// The low bytes of the lanes, of the first `count`.
-CM_INLINE void StoreBytes(Words lanes, uint8_t* out, size_t count) {
-    if (count != kLanes) {
-        for (size_t i = 0; i < count; ++i) out[i] = static_cast<uint8_t>(lanes[i]);
-        return;
-    }
+/// The low bytes of the lanes.
+CM_INLINE void StoreBytes(Words lanes, uint8_t* out) {
 #if CM_LANES == 16
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm512_maskz_cvtepi32_epi8(0xFFFF, As<Register>(lanes)));
 #elif CM_LANES == 8

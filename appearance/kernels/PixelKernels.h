@@ -18,22 +18,14 @@ struct PixelKernels {
 
 /// The formula written straight; any processor.
 extern const PixelKernels kPlainPixelKernels;
-/// Without divisions and branches; any processor. The vector sets leave to it what fills no block.
-extern const PixelKernels kPortablePixelKernels;
 
-#ifdef CM_AVX_KERNELS  // set by the build where it compiles them
-extern const PixelKernels kAvx2PixelKernels;
-extern const PixelKernels kAvx512PixelKernels;
-#endif
-#ifdef CM_NEON_KERNELS  // set by the build where it compiles them
-extern const PixelKernels kNeonPixelKernels;
-#endif
+extern const PixelKernels kPortablePixelKernels;
+#define CM_SET(name, text, runs) extern const PixelKernels k##name##PixelKernels;
+CM_X86_SETS(CM_SET)
+#undef CM_SET
 
 /// Every set that was built, in rising order; platform::ProcessorRuns says which of them may be called.
 std::span<const PixelKernels* const> AllPixelKernels();
 
 /// What the converters use: the best set that this processor runs and that is allowed.
 const PixelKernels& PixelKernelsInUse();
-
-/// Whether the geometry is one that the Create functions make. Other grids are left to the plain kernels.
-bool IsUsualGrid(const PixelTable& grid);

@@ -158,7 +158,7 @@ __attribute__((noinline)) void GamutBlocks(const MonitorTables& tables, const ui
             const Ints high = Sum(matrix.high[r], pixels), low = Sum(matrix.low[r], pixels);
             outside |= (high + (low >> 14) - least[r]) | (most[r] - (high + ((low - takenAway[r]) >> 14)));
         }
-        StoreBytes(InOrder(As<Words>(outside >> 31)), out + i, kLanes);
+        StoreBytes(InOrder(As<Words>(outside >> 31)), out + i);
     }
 }
 

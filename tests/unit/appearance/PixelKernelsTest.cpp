@@ -54,8 +54,8 @@ Words Pixels(std::mt19937_64& random, const PixelScale& scale, size_t count) {
     for (size_t i = 0; i < words.size(); ++i) {
         const size_t c = i % 4 % 3;
         const uint32_t min = scale.min[c], range = scale.range[c];
-        const uint32_t edges[] = {0,   1,       32767,   32768,       32769,           65534,           65535,
-                                  min, min - 1, min + 1, min + range, min + range - 1, min + range + 1, min + 2 * range};
+        const uint32_t edges[] = {0,       1,       32767,       32768,           32769,           65534,           65535,          min,
+                                  min - 1, min + 1, min + range, min + range - 1, min + range + 1, min + range + 2, min + 2 * range};
         const uint64_t draw = random();
         words[i] = draw % 4 == 0   ? static_cast<uint16_t>(edges[(draw >> 8) % std::size(edges)])
                    : draw % 4 == 1 ? static_cast<uint16_t>(min + (draw >> 8) % (range + 1))
@@ -145,9 +145,11 @@ TEST(PixelKernels, DivideByEveryRangeAsThePlainOnesDo) {
     // A grid whose first output is the first input on its scale of 32768.
     const PixelScale unscaled = {{32768, 32768, 32768}, {0, 0, 0}};
     WordGrid grid(random, 6, unscaled);
+    ByteGrid bytes(random, 6, unscaled);
     Words source(4 * 512), expected(4 * 512), actual(4 * 512);
+    Bytes expectedBytes(512), actualBytes(512);
     for (uint32_t range = 1; range <= 65535; range += range < 300 || range > 65000 ? 1 : 97) {
-        for (int c = 0; c < 3; ++c) grid.table.scale.range[c] = static_cast<uint16_t>(range);
+        for (int c = 0; c < 3; ++c) grid.table.scale.range[c] = bytes.table.scale.range[c] = static_cast<uint16_t>(range);
         // Around the places where the quotient steps.
         for (size_t i = 0; i < source.size(); ++i) {
             const uint64_t step = random() % 32769;
@@ -157,6 +159,9 @@ TEST(PixelKernels, DivideByEveryRangeAsThePlainOnesDo) {
             kPlainPixelKernels.pixel16ToDevice16(&grid.table, source.data(), expected.data(), 512);
             set->pixel16ToDevice16(&grid.table, source.data(), actual.data(), 512);
             ASSERT_TRUE(actual == expected) << NameOf(set->set) << " " << range;
+            kPlainPixelKernels.pixel16ToUInt8(&bytes.table, source.data(), expectedBytes.data(), 512);
+            set->pixel16ToUInt8(&bytes.table, source.data(), actualBytes.data(), 512);
+            ASSERT_TRUE(actualBytes == expectedBytes) << NameOf(set->set) << " " << range;
         }
     }
 }
