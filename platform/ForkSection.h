@@ -73,20 +73,28 @@ private:
     inline static const int sRegistered = pthread_atfork(BeginFork, EndForkInParent, EndForkInChild);
 };
 
-/// A mutex that a forked child finds open.
+/// A mutex that a forked child finds open. Those who wait for it are in no section: the thread that holds it may fork.
 class ForkSafeMutex {
 public:
     void lock() {
-        ForkSection::Enter();
-        mutex_.lock();
+        for (;;) {
+            ForkSection::Enter();
+            const unsigned seen = unlocked_.load(std::memory_order_acquire);
+            if (mutex_.try_lock()) return;
+            ForkSection::Leave();
+            unlocked_.wait(seen, std::memory_order_acquire);
+        }
     }
     void unlock() {
         mutex_.unlock();
+        unlocked_.fetch_add(1, std::memory_order_release);
+        unlocked_.notify_one();
         ForkSection::Leave();
     }
 
 private:
     std::mutex mutex_;
+    std::atomic<unsigned> unlocked_ = 0;  // how often, for those who wait
 };
 
 /// Has `work` called in every forked child. For variables of the program.

@@ -123,6 +123,31 @@ TEST(ForkSafeMutex, IsOpenInEveryChild) {
     for (std::thread& thread : threads) thread.join();
 }
 
+TEST(ForkSafeMutex, WhoeverHoldsItMayForkWhileOthersWaitForIt) {
+    EXPECT_EQ(InAChild([] {
+                  alarm(60);
+                  ForkSafeMutex mutex;
+                  std::unique_lock guard(mutex);
+                  std::atomic<bool> isAboutToWait = false;
+                  std::thread waiting([&] {
+                      isAboutToWait = true;
+                      const std::lock_guard own(mutex);
+                  });
+                  while (!isAboutToWait) std::this_thread::yield();
+                  Sleep();
+                  const std::string answer = InAChild([&] {
+                      // The waiting thread is not here; the mutex is this thread's as before.
+                      guard.unlock();
+                      const std::lock_guard again(mutex);
+                      return "forked";
+                  });
+                  guard.unlock();
+                  waiting.join();
+                  return answer;
+              }),
+              "forked");
+}
+
 int sMade = 0;
 
 TEST(MadeOnce, MakesOneObjectForAllThreads) {

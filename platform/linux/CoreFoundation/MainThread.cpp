@@ -54,6 +54,8 @@ void platform::NoteMainLoopThread() {
 int pthread_main_np(void) {
     // Hosts such as Qt let go of the loop between two turns.
     const char* const loopThread = sLoopThread;
+    // The context has a lock of its own, and for a moment this thread may be its owner: neither may be taken into a child.
+    const platform::ForkSection section;
     if (sIsInherited && loopThread == &tThread) return 1;
     if (g_main_context_is_owner(nullptr)) return 1;
     if (OthersRunTheLoop()) return 0;

@@ -1,6 +1,7 @@
 // Forks while other threads do one thing over and over: the child does the same, once, and must find no lock closed.
 // The program is linked so that unlocking passes through here: the threads keep every lock closed for most of the time.
 
+#include <glib.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -176,6 +177,15 @@ TEST(ForkedChild, SignalsRunLoopSources) {
     CFRunLoopAddSource(CFRunLoopGetMain(), source.Get(), kCFRunLoopCommonModes);
     ForkDuring([&] { CFRunLoopSourceSignal(source.Get()); });
     CFRunLoopSourceInvalidate(source.Get());
+}
+
+TEST(ForkedChild, RunsTheLoopThatOthersAskedAbout) {
+    const auto ask = [] { pthread_main_np(); };
+    const auto run = [] {
+        // Another thread that owned the loop for a moment is not there to let go of it.
+        if (CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false) != kCFRunLoopRunTimedOut || !g_main_context_acquire(nullptr)) _exit(1);
+    };
+    ForkDuring(ask, run, 3, 300);
 }
 
 TEST(ForkedChild, UsesTheMatchingData) {
