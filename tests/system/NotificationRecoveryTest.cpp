@@ -15,6 +15,7 @@
 #include <fstream>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
@@ -148,6 +149,12 @@ std::string SettingsFile() {
         if (entry.path().extension() == ".plist") return entry.path().string();
     }
     return "(no file)";
+}
+
+void ExpectToHearOnce(Observer* observer) {
+    EXPECT_TRUE(observer->WaitFor(1));
+    TurnRunLoop(0.1);
+    EXPECT_EQ(observer->heard, kHeardOnce);
 }
 
 /// Hears what this process and another one announce, each once.
@@ -465,87 +472,89 @@ bool IsOnTheBus() {
     return !observer.heard.empty();
 }
 
-TEST(ABusThatDies, TheSettingsFileIsWatchedInstead) {
+/// An observer that has heard a change on a bus that is new; nothing is left of it.
+std::unique_ptr<Observer> ObserveOnABus() {
     StartBus();
-    Observer observer(kSettings, "Change");
+    auto observer = std::make_unique<Observer>(kSettings, "Change");
     OtherSets();
-    ASSERT_TRUE(observer.WaitFor(1));
+    EXPECT_TRUE(observer->WaitFor(1));
+    observer->heard.clear();
+    return observer;
+}
+
+TEST(ABusThatDies, TheSettingsFileIsWatchedInstead) {
+    const std::unique_ptr<Observer> observer = ObserveOnABus();
     EndBus();
-    ExpectToHear(&observer);
+    ExpectToHear(observer.get());
 }
 
 TEST(ABusThatDies, AChangeBeforeTheLoopTurnsIsHeardOnce) {
-    StartBus();
-    Observer observer(kSettings, "Change");
-    OtherSets();
-    ASSERT_TRUE(observer.WaitFor(1));
-    observer.heard.clear();
+    const std::unique_ptr<Observer> observer = ObserveOnABus();
     EndBus();
     OtherSets();
-    ASSERT_TRUE(observer.WaitFor(1));
-    TurnRunLoop(0.1);
-    EXPECT_EQ(observer.heard, kHeardOnce);
+    ExpectToHearOnce(observer.get());
 }
 
 TEST(ABusThatDies, AChangeBeforeTheLoopTurnsIsHeardWhenTheBusIsBack) {
-    StartBus();
-    Observer observer(kSettings, "Change");
-    OtherSets();
-    ASSERT_TRUE(observer.WaitFor(1));
-    observer.heard.clear();
+    const std::unique_ptr<Observer> observer = ObserveOnABus();
     EndBus();
     OtherSets();
     StartBus();
-    ASSERT_TRUE(observer.WaitFor(1));
-    TurnRunLoop(0.1);
-    EXPECT_EQ(observer.heard, kHeardOnce);
+    ExpectToHearOnce(observer.get());
 }
 
 TEST(ABusThatDies, AChangeThatTheWatchHasYetToTellIsHeardThoughAPostFindsTheBusAgain) {
-    StartBus();
-    Observer observer(kSettings, "Change");
-    OtherSets();
-    ASSERT_TRUE(observer.WaitFor(1));
+    const std::unique_ptr<Observer> observer = ObserveOnABus();
     EndBus();
     TurnRunLoop(0.05);
-    observer.heard.clear();
+    observer->heard.clear();
     OtherSets();
     StartBus();
     Post("com.example.posted", "Posted");
-    ASSERT_TRUE(observer.WaitFor(1));
-    TurnRunLoop(0.1);
-    EXPECT_EQ(observer.heard, kHeardOnce);
+    ExpectToHearOnce(observer.get());
 }
 
 TEST(ABusThatDies, AChangeThatFindsTheBusAgainIsHeardOnce) {
-    StartBus();
-    Observer observer(kSettings, "Change");
-    OtherSets();
-    ASSERT_TRUE(observer.WaitFor(1));
+    const std::unique_ptr<Observer> observer = ObserveOnABus();
     EndBus();
     TurnRunLoop(0.05);
     StartBus();
-    observer.heard.clear();
+    observer->heard.clear();
     EXPECT_EQ(Set(), 0);
-    ASSERT_TRUE(observer.WaitFor(1));
-    TurnRunLoop(0.1);
-    EXPECT_EQ(observer.heard, kHeardOnce);
+    ExpectToHearOnce(observer.get());
     EXPECT_TRUE(IsOnTheBus());
 }
 
+TEST(ABusThatDies, AChangeThatFindsItDeadAndTheNextOneThereIsHeardOnce) {
+    const std::unique_ptr<Observer> observer = ObserveOnABus();
+    // The file's time goes in steps that are longer than most posts.
+    for (int round = 0; round < 5; ++round) {
+        EndBus();
+        StartBus();
+        EXPECT_EQ(Set(), 0);
+        ExpectToHearOnce(observer.get());
+        EXPECT_TRUE(IsOnTheBus());
+        observer->heard.clear();
+    }
+}
+
+TEST(ABusThatDies, AChangeThatFindsItDeadIsHeardOnce) {
+    const std::unique_ptr<Observer> observer = ObserveOnABus();
+    EndBus();
+    EXPECT_EQ(Set(), 0);
+    ExpectToHearOnce(observer.get());
+    ExpectToHear(observer.get());
+}
+
 TEST(ABusThatDies, ItsEndAloneTellsNothing) {
-    StartBus();
-    Observer observer(kSettings, "Change");
-    OtherSets();
-    ASSERT_TRUE(observer.WaitFor(1));
-    observer.heard.clear();
+    const std::unique_ptr<Observer> observer = ObserveOnABus();
     for (int round = 0; round < 3; ++round) {
         EndBus();
         TurnRunLoop(0.1);
         StartBus();
         TurnRunLoop(0.1);
     }
-    EXPECT_EQ(observer.heard, Words{});
+    EXPECT_EQ(observer->heard, Words{});
 }
 
 TEST(ABusThatDies, IsTakenUpAgainWhenItIsBack) {
@@ -587,9 +596,7 @@ TEST(WithoutABus, ThoseOnABusAreHeard) {
     const PrivateBus bus(sStore->Folder());
     Observer observer(kSettings, "Change");
     EXPECT_EQ(RunProgram({"env", "DBUS_SESSION_BUS_ADDRESS=" + bus.Address(), sProgram, "set"}), 0);
-    ASSERT_TRUE(observer.WaitFor(1));
-    TurnRunLoop(0.1);
-    EXPECT_EQ(observer.heard, kHeardOnce);
+    ExpectToHearOnce(&observer);
 }
 
 /// The sockets and watches that are open, by their numbers.
@@ -693,10 +700,7 @@ TEST(ABusThatDies, WhileThreadsPostEveryPostReturnsAndTheNextAreHeard) {
 }
 
 TEST(ABusThatIsHeldUp, TakesNoLongerThanPatienceLasts) {
-    StartBus();
-    Observer observer(kSettings, "Change");
-    OtherSets();
-    ASSERT_TRUE(observer.WaitFor(1));
+    const std::unique_ptr<Observer> observer = ObserveOnABus();
     sBus->HoldUp();
     // More than its socket holds.
     const std::string object(50000, 'o');
@@ -708,9 +712,9 @@ TEST(ABusThatIsHeldUp, TakesNoLongerThanPatienceLasts) {
     }
     EXPECT_LT(longest, kFreeze);
     // The settings file carries meanwhile.
-    observer.heard.clear();
+    observer->heard.clear();
     EXPECT_EQ(Set(), 0);
-    EXPECT_TRUE(observer.WaitFor(1));
+    EXPECT_TRUE(observer->WaitFor(1));
     sBus->GoOn();
     EXPECT_TRUE(TurnUntil(IsOnTheBus));
 }

@@ -377,13 +377,18 @@ void Post(Centre* centre, const std::string& name, const std::string& object) {
     Guard guard(centre->lock);
     if (!HasCarrier(centre, &guard)) return;
     const bool isOfPreferences = object == platform::kChangeObject;
-    // What was stored up to now is told by this.
-    if (isOfPreferences && centre->told.contains(name)) centre->told[name] = platform::StampOfPreferenceFile(name);
+    // What stands in the file now is told by this.
+    const auto noteTold = [&] {
+        if (isOfPreferences && centre->told.contains(name)) centre->told[name] = platform::StampOfPreferenceFile(name);
+    };
+    noteTold();
     // It may have come back since the last look, and others may be listening there already.
     if (!centre->session.IsUp()) Open(centre, &centre->session, &guard, kPostPatience);
+    const bool isWatched = centre->watch && centre->watch->Follows(name);
     guard.unlock();
     const bool isAnnounced = isOfPreferences && platform::TouchPreferenceFile(name);
     guard.lock();
+    noteTold();
     bool isSent = SendOnBus(centre, &guard, name, object);
     if (!isSent) {
         // Lost only now: the same once more.
@@ -391,8 +396,8 @@ void Post(Centre* centre, const std::string& name, const std::string& object) {
         isSent = SendOnBus(centre, &guard, name, object);
     }
     SetTimer(centre);
-    // Without a file nobody else can see it; this process's own observers still hear.
-    if (!isSent && !(isAnnounced && centre->watch && centre->watch->Follows(name))) Arrived(centre, name, object);
+    // What neither the bus brings back nor the watch has seen this process's own observers still hear.
+    if (!isSent && !(isAnnounced && isWatched)) Arrived(centre, name, object);
 }
 
 // ---- the main run loop ----
