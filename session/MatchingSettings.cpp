@@ -8,6 +8,7 @@
 #include "profile/ProfileHeader.h"
 #include "profile/ProfileLoading.h"
 #include "profile/ProfileModel.h"
+#include "profile/ProfileReading.h"
 #include "session/EntryPoint.h"
 #include "session/MatchingDataHandle.h"
 #include "settings/PreferenceStore.h"
@@ -47,26 +48,27 @@ OSErr RememberWhite(CFStringRef textKey, CFStringRef useKey, CFStringRef text, B
     return 0;
 }
 
-bool SuitsMonitor(ColorSyncProfileRef profile) {
-    return IsMatrixModel(profile);
+OSErr CheckPrinter(ColorSyncProfileRef profile) {
+    ICCProfileHeader header;
+    const OSErr status = ReadProfileHeader(profile, &header);
+    if (status != 0) return status;
+    const bool isDriven = header.dataColourSpace == kColourSpaceCMYK || header.dataColourSpace == kColourSpaceRGB;
+    return header.profileClass == FourChar("prtr") && isDriven ? OSErr{0} : kStatusProfileUnsuitable;
 }
 
-bool SuitsPrinter(ColorSyncProfileRef profile) {
-    const uint32_t space = GetProfileColourSpace(profile);
-    return GetProfileClass(profile) == FourChar("prtr") && (space == kColourSpaceCMYK || space == kColourSpaceRGB);
+OSErr CheckProofer(ColorSyncProfileRef profile) {
+    ICCProfileHeader header;
+    const OSErr status = ReadProfileHeader(profile, &header);
+    if (status != 0) return status;
+    return header.profileClass != FourChar("nmcl") && header.profileClass != FourChar("link") ? OSErr{0} : kStatusProfileUnsuitable;
 }
 
-bool SuitsProofer(ColorSyncProfileRef profile) {
-    const uint32_t profileClass = GetProfileClass(profile);
-    return profileClass != FourChar("nmcl") && profileClass != FourChar("link");
-}
-
-OSErr ValidateAlias(AliasHandle alias, bool (*suits)(ColorSyncProfileRef)) {
+OSErr ValidateAlias(AliasHandle alias, OSErr (*check)(ColorSyncProfileRef)) {
     if (!alias) return 0;
     OSErr error = 0;
     const Owned<ColorSyncProfileRef> profile(CreateProfileFromAlias(alias, &error));
     if (error != 0) return error;
-    return profile && suits(profile.Get()) ? OSErr{0} : kStatusProfileUnsuitable;
+    return profile ? check(profile.Get()) : kStatusProfileUnsuitable;
 }
 
 OSErr BuildAndInstall(const ICCProfileLocation* location) {
@@ -211,15 +213,15 @@ OSErr ICC_RememberUseProofingProfile(Boolean use) {
 }
 
 OSErr ICC_ValidateMonitorAlias(AliasHandle alias) {
-    return ValidateAlias(alias, SuitsMonitor);
+    return ValidateAlias(alias, CheckMatrixModel);
 }
 
 OSErr ICC_ValidatePrinterAlias(AliasHandle alias) {
-    return ValidateAlias(alias, SuitsPrinter);
+    return ValidateAlias(alias, CheckPrinter);
 }
 
 OSErr ICC_ValidateProoferAlias(AliasHandle alias) {
-    return ValidateAlias(alias, SuitsProofer);
+    return ValidateAlias(alias, CheckProofer);
 }
 
 OSErr ICC_Validate(const ICCProfileLocation* location) {

@@ -19,6 +19,7 @@
 #include "profile/CurveSampling.h"
 #include "profile/ProfileLoading.h"
 #include "profile/ProfileModel.h"
+#include "session/MatchingSettings.h"
 #include "tests/fixtures/ChildProcess.h"
 #include "tests/fixtures/MatchingRecords.h"
 #include "tests/fixtures/ProfileBytes.h"
@@ -158,6 +159,22 @@ public:
     Armed& operator=(const Armed&) = delete;
 };
 
+/// With each request refused, alone and with all after it, the work answers -108 or what it answers with enough memory.
+void ExpectItSaysSoOrIsRight(const std::function<std::string()>& work, const std::string& whole) {
+    EXPECT_EQ(Refusing(0, false, work), whole);
+    for (const bool forGood : {false, true}) {
+        int refused = 0;
+        for (std::size_t n = 1;; ++n) {
+            ASSERT_LT(n, 1000U);
+            const std::string answer = Refusing(n, forGood, work);
+            if (answer == "(enough)") break;
+            refused += answer == "-108";
+            EXPECT_TRUE(answer == "-108" || (answer == whole && !forGood)) << n << ": " << answer;
+        }
+        EXPECT_GT(refused, 2);
+    }
+}
+
 struct ShortOfMemory : testing::Test {
     static void SetUpTestSuite() { dl_iterate_phdr(NoteModule, nullptr); }
 
@@ -282,18 +299,35 @@ TEST_F(ShortOfMemory, ReadingAProfileSaysSoOrIsRight) {
          "-170"},
     };
     for (const auto& row : rows) {
-        EXPECT_EQ(Refusing(0, false, row.work), row.whole) << row.what;
-        for (const bool forGood : {false, true}) {
-            int refused = 0;
-            for (std::size_t n = 1;; ++n) {
-                ASSERT_LT(n, 1000U);
-                const std::string answer = Refusing(n, forGood, row.work);
-                if (answer == "(enough)") break;
-                refused += answer == "-108";
-                EXPECT_TRUE(answer == "-108" || (answer == row.whole && !forGood)) << row.what << " " << n << ": " << answer;
-            }
-            EXPECT_GT(refused, 2) << row.what;
-        }
+        SCOPED_TRACE(row.what);
+        ExpectItSaysSoOrIsRight(row.work, row.whole);
+    }
+}
+
+TEST_F(ShortOfMemory, CheckingAProfileSaysSoOrIsRight) {
+    ProfileMaker maker = MatrixMonitor(CurvTag({0, 9000, 65535}));
+    const std::string monitor = folder.Write("monitor.icc", maker.Make());
+    maker.profileClass = Code("prtr");
+    const std::string printer = folder.Write("printer.icc", maker.Make());
+    const struct {
+        const char* what;
+        OSErr (*check)(AliasHandle);
+        const std::string& file;
+    } rows[] = {
+        {"a monitor's", ICC_ValidateMonitorAlias, monitor},
+        {"a printer's", ICC_ValidatePrinterAlias, printer},
+        {"a proofer's", ICC_ValidateProoferAlias, printer},
+    };
+    for (const auto& row : rows) {
+        const Alias alias(row.file);
+        const auto check = [&] {
+            const Armed armed;
+            const OSErr status = row.check(alias.Get());
+            sArmed = false;
+            return std::to_string(status);
+        };
+        SCOPED_TRACE(row.what);
+        ExpectItSaysSoOrIsRight(check, "0");
     }
 }
 
