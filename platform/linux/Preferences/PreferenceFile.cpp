@@ -9,25 +9,30 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstring>
+#include <optional>
 
 #include "platform/linux/Carbon/CarbonFiles.h"
 #include "platform/linux/Posix/Descriptor.h"
 #include "platform/linux/Posix/WholeFiles.h"
+#include "platform/linux/Preferences/PropertyListBounds.h"
 
 namespace platform {
 
 namespace {
 
+/// Up to more than settings ever are.
 bool ReadAll(int descriptor, std::string* bytes) {
     char buffer[65536];
-    for (;;) {
+    while (bytes->size() <= kMostPropertyListBytes) {
         const ssize_t count = read(descriptor, buffer, sizeof buffer);
         if (count == 0) return true;
         if (count < 0 && errno == EINTR) continue;
         if (count < 0) return false;
         bytes->append(buffer, static_cast<size_t>(count));
     }
+    return true;
 }
 
 /// Folders, pipes and devices hold no settings; some of them never end.
@@ -87,19 +92,24 @@ bool MakePreferenceFolder(const PreferencePlace& place) {
     return g_mkdir_with_parents(place.folder.c_str(), 0700) == 0;
 }
 
-PreferenceFileState ReadPreferenceFile(const PreferencePlace& place, PlistNode* root) {
+PreferenceFileState ReadPreferenceFile(const PreferencePlace& place, PlistNode* root, std::string* damage) {
     root->reset(plist_new_dict());
+    const auto damaged = [damage](const std::string& what) {
+        if (damage) *damage = what;
+        return PreferenceFileState::kDamaged;
+    };
     // Without waiting for the other end of a pipe that stands there.
     const Descriptor file(open(place.File().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (file.Get() < 0) {
         if (errno == ENOENT || errno == ENOTDIR) return PreferenceFileState::kAbsent;
-        return errno == EACCES || errno == EPERM || errno == ELOOP ? PreferenceFileState::kDamaged : PreferenceFileState::kFailed;
+        return errno == ELOOP ? damaged("it is a link that leads back to itself") : PreferenceFileState::kFailed;
     }
-    if (!IsFile(file.Get())) return PreferenceFileState::kDamaged;
+    if (!IsFile(file.Get())) return damaged("it is no file");
     std::string bytes;
     if (!ReadAll(file.Get(), &bytes)) return PreferenceFileState::kFailed;
+    if (const std::optional<std::string> excess = ExcessOfPropertyList(bytes)) return damaged(*excess);
     PlistNode parsed = ParsePlist(bytes);
-    if (!parsed || plist_get_node_type(parsed.get()) != PLIST_DICT) return PreferenceFileState::kDamaged;
+    if (!parsed || plist_get_node_type(parsed.get()) != PLIST_DICT) return damaged("it is no property list of settings");
     *root = std::move(parsed);
     return PreferenceFileState::kRead;
 }
@@ -128,7 +138,7 @@ std::string UnfinishedPreferenceFile(const std::string& file) {
 
 bool WritePreferenceFile(const PreferencePlace& place, plist_t root) {
     const std::string bytes = SerialisePlist(root);
-    if (bytes.empty()) return false;
+    if (bytes.empty() || ExcessOfPropertyList(bytes)) return false;
     const std::string target = RealFile(place);
     const std::string fresh = UnfinishedPreferenceFile(target);
     {
@@ -149,11 +159,14 @@ bool WritePreferenceFile(const PreferencePlace& place, plist_t root) {
     return true;
 }
 
-bool SetPreferenceFileAside(const PreferencePlace& place) {
+bool SetPreferenceFileAside(const PreferencePlace& place, const std::string& damage) {
     const std::string file = place.File();
     for (int number = 1; number < 10000; ++number) {
         const std::string aside = file + ".damaged-" + std::to_string(number);
-        if (renameat2(AT_FDCWD, file.c_str(), AT_FDCWD, aside.c_str(), RENAME_NOREPLACE) == 0) return true;
+        if (renameat2(AT_FDCWD, file.c_str(), AT_FDCWD, aside.c_str(), RENAME_NOREPLACE) == 0) {
+            std::fprintf(stderr, "The settings in %s cannot be read: %s. The file is kept as %s.\n", file.c_str(), damage.c_str(), aside.c_str());
+            return true;
+        }
         if (errno != EEXIST) return false;
     }
     return false;

@@ -76,9 +76,10 @@ bool Write(Domain* domain, const platform::PreferencePlace& place) {
     const platform::PreferenceLock lock(place);
     if (!lock) return false;
     PlistNode root;
-    const platform::PreferenceFileState state = platform::ReadPreferenceFile(place, &root);
+    std::string damage;
+    const platform::PreferenceFileState state = platform::ReadPreferenceFile(place, &root, &damage);
     if (state == platform::PreferenceFileState::kFailed) return false;
-    if (state == platform::PreferenceFileState::kDamaged && !platform::SetPreferenceFileAside(place)) return false;
+    if (state == platform::PreferenceFileState::kDamaged && !platform::SetPreferenceFileAside(place, damage)) return false;
     Apply(domain->pending, root.get());
     if (!platform::WritePreferenceFile(place, root.get())) return false;
     domain->pending.clear();

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -454,6 +455,126 @@ TEST_F(PreferencesTest, WhatCannotBeReadIsKeptUnderAnotherName) {
         ASSERT_TRUE(Synchronise());
         EXPECT_EQ(GetInteger("after"), number);
     }
+}
+
+// ---- files that would take much more than they are long ----
+
+/// A binary property list of lists, by number, of which the first is the top one; with the values that follow them.
+std::string BinaryList(const std::vector<std::vector<std::uint16_t>>& lists, const std::string& values = "", size_t valueCount = 0) {
+    std::string bytes = "bplist00";
+    std::vector<size_t> offsets;
+    const auto number = [&bytes](std::uint64_t value, int size) {
+        for (int shift = 8 * (size - 1); shift >= 0; shift -= 8) bytes += static_cast<char>(value >> shift);
+    };
+    for (const std::vector<std::uint16_t>& list : lists) {
+        offsets.push_back(bytes.size());
+        bytes += static_cast<char>(0xAF);
+        bytes += 0x11;
+        number(list.size(), 2);
+        for (const std::uint16_t item : list) number(item, 2);
+    }
+    for (size_t value = 0; value < valueCount; ++value) {
+        offsets.push_back(bytes.size());
+        bytes += values;
+    }
+    const size_t table = bytes.size();
+    for (const size_t offset : offsets) number(offset, 4);
+    number(0, 6);
+    number(4, 1);
+    number(2, 1);
+    number(offsets.size(), 8);
+    number(0, 8);
+    number(table, 8);
+    return bytes;
+}
+
+std::string ListsOfTheNext(std::uint16_t levels, size_t copies) {
+    std::vector<std::vector<std::uint16_t>> lists;
+    for (std::uint16_t level = 0; level + 1 < levels; ++level) lists.emplace_back(copies, level + 1);
+    lists.emplace_back();
+    return BinaryList(lists);
+}
+
+std::string Repeated(const std::string& text, int times) {
+    std::string all;
+    for (int i = 0; i < times; ++i) all += text;
+    return all;
+}
+
+TEST_F(PreferencesTest, WhatTakesMuchMoreThanItIsLongIsKeptUnderAnotherName) {
+    const struct {
+        const char* what;
+        std::string bytes;
+        const char* damage;
+    } rows[] = {
+        {"lists of eight of the next one", ListsOfTheNext(11, 8), "it expands to more than 32 MiB"},
+        {"a text named often",
+         BinaryList({std::vector<std::uint16_t>(3000, 1)}, std::string("\x5F\x12\x00\x02\x00\x00", 6) + std::string(0x20000, 'a'), 1),
+         "it expands to more than 32 MiB"},
+        {"a list of itself", BinaryList({{0}}), "its lists lie more than 64 levels deep, or in themselves"},
+        {"two lists of each other, many times", BinaryList({std::vector<std::uint16_t>(1000, 1), std::vector<std::uint16_t>(1000, 0)}),
+         "its lists lie more than 64 levels deep, or in themselves"},
+        {"lists in lists, ten thousand deep", ListsOfTheNext(10000, 1), "its lists lie more than 64 levels deep, or in themselves"},
+        {"a reference to nothing", BinaryList({{7}}), "its binary structure is broken"},
+        {"a trailer alone", "bplist00" + std::string(32, '\xFF'), "its binary structure is broken"},
+        {"lists in lists as text", "<plist version=\"1.0\">" + Repeated("<array>", 100000) + Repeated("</array>", 100000) + "</plist>",
+         "it holds more than 1,000 lists"},
+        {"lists that comments seem to close", "<plist version=\"1.0\">" + Repeated("<array><!-- </array> -->", 50000) + "</plist>",
+         "it holds more than 1,000 lists"},
+        {"a long file", std::string(5 << 20, ' '), "it is longer than 4 MiB"},
+    };
+    std::filesystem::create_directories(std::filesystem::path(File()).parent_path());
+    int number = 0;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        std::ofstream(File(), std::ios::binary) << row.bytes;
+        const std::string aside = File() + ".damaged-" + std::to_string(++number);
+        EXPECT_EQ(InAChild([]() -> std::string {
+                      alarm(30);
+                      rusage before, after;
+                      getrusage(RUSAGE_SELF, &before);
+                      SetInteger("after", 1);
+                      testing::internal::CaptureStderr();
+                      const bool isWritten = Synchronise();
+                      const std::string said = testing::internal::GetCapturedStderr();
+                      getrusage(RUSAGE_SELF, &after);
+                      if (!isWritten || GetInteger("after") != 1) return "not written";
+                      return after.ru_maxrss - before.ru_maxrss < 100000 ? said : "took much memory";
+                  }),
+                  "The settings in " + File() + " cannot be read: " + row.damage + ". The file is kept as " + aside + ".\n");
+        EXPECT_EQ(std::filesystem::file_size(aside), row.bytes.size());
+    }
+}
+
+TEST_F(PreferencesTest, NoMoreIsWrittenThanIsReadAgain) {
+    SetInteger("stored", 1);
+    ASSERT_TRUE(Synchronise());
+    const std::vector<UInt8> bytes(5 << 20);
+    Set("long", Owned<CFDataRef>(CFDataCreate(kCFAllocatorDefault, bytes.data(), static_cast<CFIndex>(bytes.size()))).Get());
+    EXPECT_FALSE(Synchronise());
+    Set("long", nullptr);
+    EXPECT_TRUE(Synchronise());
+    EXPECT_EQ(GetInteger("stored"), 1);
+}
+
+TEST_F(PreferencesTest, AFileThatMayNotBeReadStaysWhereItIs) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can become somebody else";
+    SetInteger("stored", 1);
+    ASSERT_TRUE(Synchronise());
+    const std::filesystem::path folder = std::filesystem::path(File()).parent_path();
+    for (const std::filesystem::path& path : {std::filesystem::path(folder_), folder}) {
+        std::filesystem::permissions(path, std::filesystem::perms(0777));
+    }
+    std::filesystem::permissions(File() + ".lock", std::filesystem::perms(0666));
+    std::filesystem::permissions(File(), std::filesystem::perms(0600));
+    EXPECT_EQ(AsNobody([] {
+                  SetInteger("stored", 3);
+                  return std::string(Synchronise() ? "written" : "pending ") + std::to_string(GetInteger("stored"));
+              }),
+              "pending 3");
+    EXPECT_FALSE(std::filesystem::exists(File() + ".damaged-1"));
+    ASSERT_TRUE(Synchronise());
+    EXPECT_EQ(GetInteger("stored"), 1);
 }
 
 TEST_F(PreferencesTest, WithoutPermissionValuesStayPendingAndTheFileStays) {
