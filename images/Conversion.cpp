@@ -44,14 +44,14 @@ void CorrectMetadata(VipsImage* image, ColorSyncProfileRef profile) {
 Conversion::Conversion(VipsImage* input, const RunPlan& plan, ColorSyncProfileRef outputProfile) : plan_(plan), image_(vips_image_new()) {
     VipsImage* out = image_.get();
     if (vips_image_pipelinev(out, VIPS_DEMAND_STYLE_THINSTRIP, input, nullptr) != 0) {
-        throw Complaint{"image", "it cannot be converted", "more memory is needed"};
+        throw Complaint{"image", "it cannot be converted", "more memory is needed", Exit::Failed};
     }
     out->Bands = plan.output.Samples();
     out->BandFmt = plan.output.depth == 8 ? VIPS_FORMAT_UCHAR : VIPS_FORMAT_USHORT;
     out->Type = InterpretationOf(plan.output);
     CorrectMetadata(out, outputProfile);
     if (vips_image_generate(out, StartWorker, ConvertRegion, StopWorker, input, this) != 0) {
-        throw Complaint{"image", "it cannot be converted", "more memory is needed"};
+        throw Complaint{"image", "it cannot be converted", "more memory is needed", Exit::Failed};
     }
 }
 

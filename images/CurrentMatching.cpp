@@ -16,7 +16,7 @@ CurrentMatching::CurrentMatching(const ChosenProfile& monitor, const ChosenProfi
         if (status == kStatusNoMemory || status == kStatusProfileUnsuitable) {
             if (const auto fault = FaultOfMonitor(monitor, status)) throw *fault;
         }
-        if (status == kStatusNoMemory) throw Complaint{"matching data", "there is not enough memory for it", "close other programs"};
+        if (status == kStatusNoMemory) throw Complaint{"matching data", "there is not enough memory for it", "close other programs", Exit::Failed};
         const std::string code = " (status " + std::to_string(status) + ")";
         const std::string& device = proofer ? proofer->path + ", " + printer.path : printer.path;
         throw Complaint{device, "no colours can be converted through the profile" + code, "a profile with tables for both directions is needed"};
@@ -25,7 +25,7 @@ CurrentMatching::CurrentMatching(const ChosenProfile& monitor, const ChosenProfi
     const OSErr qualityStatus = SetDirectMatchingQuality(data, quality);
     if (qualityStatus != 0) {
         DisposeMatchingData(data);
-        throw Complaint{"--quality", "there is not enough memory for the precomputed tables", "use 1 or 2"};
+        throw Complaint{"--quality", "there is not enough memory for the precomputed tables", "use 1 or 2", Exit::Failed};
     }
     SetMatchingData(data);
 }

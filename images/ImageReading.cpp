@@ -63,6 +63,14 @@ ImageHold Decode(VipsSource* source, ImageFormat format, VipsAccess access) {
 
 }  // namespace
 
+void StartVips() {
+    if (vips_init("orlo") != 0) throw Complaint{"libvips", "it cannot be started", "install it again", Exit::Failed};
+    // What libvips has to say about a file is said in one line here.
+    g_log_set_handler(
+        "VIPS", static_cast<GLogLevelFlags>(G_LOG_LEVEL_WARNING | G_LOG_LEVEL_INFO), [](const gchar*, GLogLevelFlags, const gchar*, gpointer) {},
+        nullptr);
+}
+
 void ComplainOfDamage(const std::string& path) {
     throw Complaint{path, "the image is damaged or cut short", "a whole PNG, TIFF or JPEG image is needed"};
 }
@@ -71,8 +79,8 @@ ImageHold OpenImage(const std::string& path, bool upright) {
     // Without waiting for the other end of a pipe, which is refused.
     const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (file.Number() < 0) {
-        if (errno == ENOENT) throw Complaint{path, "there is no such file", kUsableImage};
-        throw Complaint{path, std::string("the file cannot be read (") + std::strerror(errno) + ")", "a readable image file is needed"};
+        if (errno == ENOENT) throw Complaint{path, "there is no such file", kUsableImage, Exit::NotThere};
+        throw Complaint{path, std::string("the file cannot be read (") + std::strerror(errno) + ")", "a readable image file is needed", Exit::Failed};
     }
     struct stat status {};
     if (fstat(file.Number(), &status) != 0 || !S_ISREG(status.st_mode)) throw Complaint{path, "this is not a file of its own", kUsableImage};

@@ -16,6 +16,9 @@ struct ImageShape {
     int Samples() const { return colours + (hasAlpha ? 1 : 0); }
 };
 
+/// Starts libvips, quietly; before anything else here. Throws Complaint.
+void StartVips();
+
 /// Opens a PNG, TIFF or JPEG file, told by its first bytes, for reading from top to bottom: pixels are decoded as they are asked for.
 ///
 /// upright   true: turned as the file's orientation tag says. A turned image is held as a whole, by libvips in a temporary file when it is

@@ -11,7 +11,7 @@ ChosenProfile Open(const std::string& path, const char* needed) {
     const Owned<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()),
                                                                       static_cast<CFIndex>(path.size()), FALSE));
     FSRef file;
-    if (!url || !CFURLGetFSRef(url.Get(), &file)) throw Complaint{path, "there is no such file", needed};
+    if (!url || !CFURLGetFSRef(url.Get(), &file)) throw Complaint{path, "there is no such file", needed, Exit::NotThere};
 
     ChosenProfile chosen;
     chosen.path = path;
@@ -19,7 +19,7 @@ ChosenProfile Open(const std::string& path, const char* needed) {
     chosen.profile.Reset(CreateProfileFromFSRef(&file, &error));
     if (!chosen.profile && error == 0) throw Complaint{path, "this is not a whole ICC profile", needed};
     if (!chosen.profile && error == kStatusParameter) throw Complaint{path, "a profile file may have 20 MiB at most", needed};
-    if (!chosen.profile) throw Complaint{path, "the file cannot be read (status " + std::to_string(error) + ")", needed};
+    if (!chosen.profile) throw Complaint{path, "the file cannot be read (status " + std::to_string(error) + ")", needed, Exit::Failed};
 
     AliasHandle alias = nullptr;
     error = FSNewAlias(nullptr, &file, &alias);
@@ -67,7 +67,8 @@ Owned<ColorSyncProfileRef> OpenReferenceProfile() {
     OSErr error = 0;
     Owned<ColorSyncProfileRef> profile(CreateProfileFromNamedResource(CFSTR("MatrixCalRGB"), &error));
     if (!profile)
-        throw Complaint{"MatrixCalRGB.icc", "the reference profile cannot be opened", "it belongs in the folder colourmatch beside the library"};
+        throw Complaint{"MatrixCalRGB.icc", "the reference profile cannot be opened", "it belongs in the folder colourmatch beside the library",
+                        Exit::NotThere};
     return profile;
 }
 

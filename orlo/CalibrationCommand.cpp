@@ -4,13 +4,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "ColourMatch/ColourMatch.h"
 #include "images/Complaint.h"
-#include "orlo/HelpText.h"
 #include "platform/Owned.h"
 
 namespace {
@@ -38,7 +38,8 @@ DocumentPlace PlaceOfFile(const std::string& file) {
     DocumentPlace place{file, {}, Owned<CFStringRef>(CFURLCopyLastPathComponent(url.Get()))};
     const Owned<CFURLRef> folder(CFURLCreateCopyDeletingLastPathComponent(kCFAllocatorDefault, url.Get()));
     if (!place.name) throw Complaint{file, "its name is not UTF-8", "give it another name"};
-    if (!folder || !CFURLGetFSRef(folder.Get(), &place.folder)) throw Complaint{file, "its folder is not there", "make the folder first"};
+    if (!folder || !CFURLGetFSRef(folder.Get(), &place.folder))
+        throw Complaint{file, "its folder is not there", "make the folder first", Exit::NotThere};
     return place;
 }
 
@@ -64,7 +65,7 @@ std::unique_ptr<MonitorCalibration> ReadDocument(const DocumentPlace& place) {
     bool sane = false;
     OSErr status = FindDocument(place, &file);
     if (status == 0) status = CheckResourceForkSanity(&file, &sane);
-    if (status == kStatusFileNotFound) throw Complaint{place.shown, "there is no such document", "save one first"};
+    if (status == kStatusFileNotFound) throw Complaint{place.shown, "there is no such document", "save one first", Exit::NotThere};
     if (status != 0) throw Complaint{place.shown, "it cannot be read (" + Status(status) + ")", "a file that may be read is needed"};
     if (!sane) throw Complaint{place.shown, "it is damaged, or no calibration document", "save it again"};
     std::unique_ptr<MonitorCalibration> document;
@@ -87,7 +88,7 @@ Complaint WritingFailed(const DocumentPlace& place, OSErr status) {
     if (document && CFURLGetFSRef(document.Get(), &file) && !FileExistsAtURL(document.Get())) {
         return {place.shown, "it is neither a file nor a place for one", "name a file"};
     }
-    return {place.shown, "it cannot be written (" + Status(status) + ")", "choose a folder with room that may be written to"};
+    return {place.shown, "it cannot be written (" + Status(status) + ")", "choose a folder with room that may be written to", Exit::Failed};
 }
 
 int PresentDisplays(const MonitorCalibration& document) {
@@ -112,7 +113,7 @@ struct DisposeRamp {
     void operator()(MC_OpaqueGammaTable* ramp) const { MC_DisposeGammaTable(ramp); }
 };
 
-void Save(const DocumentPlace& place) {
+void Save(const DocumentPlace& place, const Showing& showing) {
     const auto count = static_cast<int16_t>(MC_NumDisplays());
     std::vector<CGDirectDisplayID> displays;
     std::vector<std::unique_ptr<MC_OpaqueGammaTable, DisposeRamp>> ramps;
@@ -122,12 +123,12 @@ void Save(const DocumentPlace& place) {
         const OSErr status = MC_CopyGammaTableForDisplay(displays.back(), &ramp);
         ramps.emplace_back(ramp);
         if (status != 0 || !ramp)
-            throw Complaint{"display " + std::to_string(i), "its ramp cannot be read (" + Status(status) + ")", "connect it again"};
+            throw Complaint{"display " + std::to_string(i), "its ramp cannot be read (" + Status(status) + ")", "connect it again", Exit::Failed};
     }
     // The document takes this block over, with the ramps in it.
     std::unique_ptr<MC_OpaqueGammaTable*, FreeMemory> tables(
         static_cast<MC_OpaqueGammaTable**>(std::calloc(ramps.size() + 1, sizeof(MC_OpaqueGammaTable*))));
-    if (!tables) throw Complaint{place.shown, "there is no memory for it", "end other programs"};
+    if (!tables) throw Complaint{place.shown, "there is no memory for it", "end other programs", Exit::Failed};
     try {
         for (size_t i = 0; i < ramps.size(); ++i) tables.get()[i] = ramps[i].get();
         MonitorCalibration document(count, displays.data(), tables.get(), CalibrationRecord{});
@@ -137,79 +138,96 @@ void Save(const DocumentPlace& place) {
     } catch (long) {
         throw WritingFailed(place, gLastError);
     }
-    std::printf("calibration save: %s: %s\n", place.shown.c_str(), Count(count).c_str());
+    showing.Tell({{"document", place.shown}, {"displays", count}}, "calibration save: " + place.shown + ": " + Count(count) + "\n");
 }
 
-void Verify(const DocumentPlace& place) {
+void Verify(const DocumentPlace& place, const Showing& showing) {
     const auto document = ReadDocument(place);
+    Json displays = Json::array();
+    std::string lines;
     for (int16_t i = 0; i < document->NumGammaTables(); ++i) {
         int16_t channels = 0, entries = 0, width = 0;
         if (document->GammaTable(i)) MC_GetGammaTableParams(document->GammaTable(i), &channels, &entries, &width);
         const int position = document->DisplayIndex(i);
         const std::string where = position > 0 ? "position " + std::to_string(position) : "not connected";
-        std::printf("display %u: %s, ramp of %d x %d entries, %d bits\n", document->DisplayRef(i), where.c_str(), channels, entries, width);
+        const CGDirectDisplayID display = document->DisplayRef(i);
+        lines += "display " + std::to_string(display) + ": " + where + ", ramp of " + std::to_string(channels) + " x " + std::to_string(entries) +
+                 " entries, " + std::to_string(width) + " bits\n";
+        displays.push_back({{"display", display},
+                            {"position", position > 0 ? Json(position) : Json(nullptr)},
+                            {"channels", channels},
+                            {"entries", entries},
+                            {"bits", width}});
     }
     RequireSameDevices(place, *document);
-    std::printf("calibration verify: %s: %s, %d connected\n", place.shown.c_str(), Count(document->NumGammaTables()).c_str(),
-                PresentDisplays(*document));
+    const int present = PresentDisplays(*document);
+    lines += "calibration verify: " + place.shown + ": " + Count(document->NumGammaTables()) + ", " + std::to_string(present) + " connected\n";
+    showing.Tell({{"document", place.shown}, {"displays", displays}, {"connected", present}}, lines);
 }
 
-void Install(const DocumentPlace& place) {
+void Install(const DocumentPlace& place, const Showing& showing) {
     const auto document = ReadDocument(place);
     RequireSameDevices(place, *document);
     try {
         document->Install();
     } catch (long) {
-        throw Complaint{place.shown, "a ramp cannot be loaded (" + Status(gLastError) + ")", "calibrate the displays again"};
+        throw Complaint{place.shown, "a ramp cannot be loaded (" + Status(gLastError) + ")", "calibrate the displays again", Exit::Failed};
     }
-    std::printf("calibration install: %s: %d of %s\n", place.shown.c_str(), PresentDisplays(*document), Count(document->NumGammaTables()).c_str());
+    const int present = PresentDisplays(*document), count = document->NumGammaTables();
+    showing.Tell({{"document", place.shown}, {"displays", count}, {"installed", present}},
+                 "calibration install: " + place.shown + ": " + std::to_string(present) + " of " + Count(count) + "\n");
 }
 
 /// Every display first gets its system ramp, as when a host starts.
-void InstallUsersDocument() {
+void InstallUsersDocument(const Showing& showing) {
     InstallMonitorCalibration();
     const auto place = PlaceOfUsersDocument(false);
     FSRef file;
     if (!place || FindDocument(*place, &file) != 0) {
-        std::printf("calibration install: no document, so the displays have their system ramps\n");
-        return;
+        return showing.Tell({{"document", nullptr}, {"displays", 0}, {"installed", 0}},
+                            "calibration install: no document, so the displays have their system ramps\n");
     }
-    Install(*place);
+    Install(*place, showing);
+}
+
+/// The document that is named, or the user's.
+DocumentPlace PlaceOf(const std::string& action, const std::string& file) {
+    if (!file.empty()) return PlaceOfFile(file);
+    std::unique_ptr<DocumentPlace> place = PlaceOfUsersDocument(action == "save");
+    if (!place) throw Complaint{"calibration " + action, "the user's preferences folder is not there", "name a document", Exit::NotThere};
+    return std::move(*place);
 }
 
 }  // namespace
 
-void RunCalibrationCommand(std::span<char* const> arguments) {
-    std::string_view action;
-    std::string file;
-    int names = 0;
-    bool filesOnly = false;
-    for (const std::string_view argument : arguments) {
-        if (!filesOnly && (argument == "--help" || argument == "-h")) {
-            std::fputs(CalibrationHelp().c_str(), stdout);
-            return;
-        }
-        if (!filesOnly && argument == "--") {
-            filesOnly = true;
-        } else if (!filesOnly && argument.starts_with('-')) {
-            throw Complaint{std::string(argument), "there is no such option", "orlo calibration --help lists them"};
-        } else if (action.empty() && !filesOnly) {
-            action = argument;
-        } else {
-            file = argument;
-            ++names;
-        }
-    }
-    if (action != "save" && action != "verify" && action != "install") {
-        const std::string given = action.empty() ? "calibration" : "calibration " + std::string(action);
-        throw Complaint{given, "it is no calibration command", "use save, verify or install"};
-    }
-    if (names > 1) throw Complaint{"calibration " + std::string(action), "it takes one file", "name one document"};
-    if (names == 1 && file.empty()) throw Complaint{"calibration " + std::string(action), "the file name is empty", "name a document"};
-    if (names == 0 && action == "install") return InstallUsersDocument();
-    std::unique_ptr<DocumentPlace> place = names == 1 ? std::make_unique<DocumentPlace>(PlaceOfFile(file)) : PlaceOfUsersDocument(action == "save");
-    if (!place) throw Complaint{"calibration " + std::string(action), "the user's preferences folder is not there", "name a document"};
-    if (action == "save") Save(*place);
-    if (action == "verify") Verify(*place);
-    if (action == "install") Install(*place);
+std::vector<Command> CalibrationCommands() {
+    const auto file = std::make_shared<std::string>();
+    const std::vector<Argument> arguments = {
+        {"FILE", "FILE", "a calibration document. Default: the one that hosts load when they start", Into(*file)}};
+    return {
+        {.name = "calibration",
+         .about = "keeps the gamma ramps of the displays in documents",
+         .details = "Without FILE it is the document that hosts load when they start, \"Orlo Monitor Calibration\" in the user's preferences folder.",
+         .commands = {
+             {.name = "save",
+              .about = "writes the ramps that the displays have now, with each display's depth and place",
+              .arguments = arguments,
+              .json = "{\"document\": FILE, \"displays\": COUNT}",
+              .examples = {"orlo calibration save displays.cal"},
+              .run = [file](const Showing& showing) { Save(PlaceOf("save", *file), showing); }},
+             {.name = "verify",
+              .about = "tells whether a document is whole, and whether the displays are as they were",
+              .arguments = arguments,
+              .json = "{\"document\": FILE, \"displays\": [{\"display\", \"position\": NUMBER|null, \"channels\", \"entries\", \"bits\"}, ...], "
+                      "\"connected\": COUNT}",
+              .examples = {"orlo calibration verify displays.cal"},
+              .run = [file](const Showing& showing) { Verify(PlaceOf("verify", *file), showing); }},
+             {.name = "install",
+              .about = "loads a document's ramps into the displays that are connected",
+              .details = "Without FILE every display gets its system ramp first.",
+              .arguments = arguments,
+              .json = "{\"document\": FILE|null, \"displays\": COUNT, \"installed\": COUNT}",
+              .examples = {"orlo calibration install displays.cal"},
+              .run = [file](const Showing& showing) { file->empty() ? InstallUsersDocument(showing) : Install(PlaceOfFile(*file), showing); }},
+         }}};
 }

@@ -1,6 +1,8 @@
 #pragma once
 
-#include <span>
+#include <vector>
 
-/// The command "calibration", given the arguments after it: saves, verifies and installs calibration documents. Throws Complaint.
-void RunCalibrationCommand(std::span<char* const> arguments);
+#include "orlo/CommandTable.h"
+
+/// calibration: saves, verifies and installs calibration documents.
+std::vector<Command> CalibrationCommands();

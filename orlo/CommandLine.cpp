@@ -1,199 +1,219 @@
 #include "orlo/CommandLine.h"
 
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
 #include <algorithm>
-#include <array>
+#include <numeric>
+#include <optional>
 
 #include "images/Complaint.h"
-#include "orlo/HelpText.h"
 
 namespace {
 
-struct CommandName {
-    std::string_view name;
-    Operation operation;
+constexpr int kMost = 1 << 28;  // values of a repeated argument
+
+/// "use lzw, deflate or none"
+std::string UseOneOf(const std::vector<std::string>& words) {
+    std::string text = "use ";
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        if (i > 0) text += i + 1 == words.size() ? " or " : ", ";
+        text += words[i];
+    }
+    return text;
+}
+
+/// A command with what stands for it in the parser.
+struct Node {
+    const Command* command = nullptr;
+    CLI::App* app = nullptr;
+    std::string words;
+    std::vector<CLI::Option*> options;  // of the command's arguments, in their order
+    CLI::Option *json = nullptr, *quiet = nullptr, *help = nullptr;
 };
 
-constexpr std::array<CommandName, 6> kCommands = {{
-    {"match", Operation::Match},
-    {"proof", Operation::Proof},
-    {"gamut", Operation::Gamut},
-    {"predict", Operation::Predict},
-    {"printer-match", Operation::PrinterMatch},
-    {"printer-predict", Operation::PrinterPredict},
-}};
-
-/// Walks over the arguments; an option's value is what follows '=', or else the next argument.
-class Arguments {
+/// The parser for the table. It collects: what is missing or too many, and what the values mean, is judged here, with our own words.
+class Parser {
 public:
-    explicit Arguments(std::span<char* const> arguments) : rest_(arguments) {}
-
-    bool AtEnd() const { return rest_.empty(); }
-
-    std::string_view Next() {
-        const std::string_view argument = rest_.front();
-        rest_ = rest_.subspan(1);
-        return argument;
+    explicit Parser(const Command& table) {
+        nodes_.push_back({&table, &app_, "", {}, nullptr, nullptr, nullptr});
+        app_.set_help_flag();
+        app_.set_config();
+        version_ = app_.add_flag("--version");
+        Fill(0);
     }
 
-    std::string ValueOf(std::string_view option, std::optional<std::string_view> attached, std::string_view expected) {
-        if (attached) return std::string(*attached);
-        if (AtEnd()) throw Complaint{std::string(option), "its value is missing", std::string(expected) + " must follow"};
-        return std::string(Next());
+    Wish Read(std::span<char* const> arguments) {
+        std::vector<std::string> words(arguments.rbegin(), arguments.rend());
+        RefuseEmptyValues(arguments);
+        std::optional<CLI::ParseError> fault;
+        try {
+            app_.parse(std::move(words));
+        } catch (const CLI::ParseError& error) {
+            fault = error;
+        }
+        const Node& node = Chosen();
+        Wish wish{node.command, node.words, {node.json->count() > 0, node.quiet->count() > 0}, node.help->count() > 0, version_->count() > 0};
+        if (wish.help || wish.version) return wish;
+        for (const CLI::Option* option : {node.json, node.quiet}) RefuseValue(*option);
+        RefuseStrangers(node, wish);
+        if (fault) throw Complaint{AboutOf(*fault), "its value is missing", HowTo(node)};
+        if (!node.command->run) throw NothingToDo(node);
+        for (std::size_t i = 0; i < node.options.size(); ++i) Take(node, node.command->arguments[i], *node.options[i]);
+        return wish;
     }
 
 private:
-    std::span<char* const> rest_;
+    void Fill(std::size_t index) {
+        CLI::App& app = *nodes_[index].app;
+        const Command& command = *nodes_[index].command;
+        app.allow_extras();
+        // Once a command is found, its arguments are never taken for further commands.
+        app.require_subcommand(0, 1);
+        nodes_[index].json = app.add_flag("--json");
+        nodes_[index].quiet = app.add_flag("--quiet,-q");
+        nodes_[index].help = app.add_flag("--help,-h");
+        for (const Argument& argument : command.arguments) {
+            CLI::Option* const option = argument.IsOption() && argument.value.empty() ? app.add_flag(argument.name) : app.add_option(argument.name);
+            if (argument.isRepeated) {
+                // The parser goes on collecting until it has as many as it expects, and does not mind when they are fewer.
+                option->expected(kMost)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+            } else {
+                option->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+            }
+            // Else a name in brackets would be taken for a list.
+            option->allow_extra_args(false);
+            nodes_[index].options.push_back(option);
+        }
+        for (const Command& below : command.commands) {
+            const std::string words = nodes_[index].words.empty() ? below.name : nodes_[index].words + " " + below.name;
+            CLI::App* const sub = app.add_subcommand(below.name);
+            sub->set_help_flag();
+            nodes_.push_back({&below, sub, words, {}, nullptr, nullptr, nullptr});
+            Fill(nodes_.size() - 1);
+        }
+    }
+
+    /// "--monitor=" would take the next argument for its value.
+    static void RefuseEmptyValues(std::span<char* const> arguments) {
+        for (const std::string_view argument : arguments) {
+            if (argument == "--") return;
+            if (argument.starts_with("--") && argument.find('=') == argument.size() - 1) {
+                throw Complaint{std::string(argument.substr(0, argument.size() - 1)), "its value is empty", "write a value after the ="};
+            }
+        }
+    }
+
+    const Node& Chosen() const {
+        const CLI::App* app = &app_;
+        while (!app->get_subcommands().empty()) app = app->get_subcommands().front();
+        return *std::ranges::find(nodes_, app, &Node::app);
+    }
+
+    static std::string HowTo(const Node& node) { return "orlo " + node.words + (node.words.empty() ? "" : " ") + "--help shows how"; }
+
+    static std::string AboutOf(const CLI::ParseError& error) {
+        const std::string text = error.what();
+        return text.substr(0, text.find(": "));
+    }
+
+    static std::vector<std::string> NamesBelow(const Command& command) {
+        std::vector<std::string> names;
+        for (const Command& below : command.commands) {
+            if (!below.isHidden) names.push_back(below.name);
+        }
+        return names;
+    }
+
+    static Complaint NothingToDo(const Node& node) {
+        if (node.words.empty()) return {"command line", "no command is given", "orlo --help lists the commands"};
+        return {node.words, "it is not said what to do", UseOneOf(NamesBelow(*node.command))};
+    }
+
+    /// Arguments that the command does not know.
+    static void RefuseStrangers(const Node& node, const Wish& wish) {
+        const std::vector<std::string> strangers = node.app->remaining();
+        const auto stranger = std::ranges::find_if(strangers, [](const std::string& word) { return word != "--"; });
+        if (stranger == strangers.end()) return;
+        std::string right = wish.words.empty() ? "orlo --help lists them" : "orlo " + wish.words + " --help lists them";
+        if (stranger->starts_with("-") && *stranger != "-") {
+            const std::string option = stranger->substr(0, stranger->find('='));
+            std::vector<std::string> names = {"--json", "--quiet", "--help"};
+            for (const Argument& argument : node.command->arguments) {
+                if (argument.IsOption()) names.push_back(argument.name);
+            }
+            if (const std::string near = Nearest(option, names); !near.empty()) right = "did you mean " + near + "? " + right;
+            throw Complaint{option, "there is no such option", right};
+        }
+        if (node.command->commands.empty()) throw Complaint{*stranger, "it is one argument too many", HowTo(node)};
+        const std::vector<std::string> names = NamesBelow(*node.command);
+        const std::string near = Nearest(*stranger, names);
+        if (!wish.words.empty()) throw Complaint{wish.words, "'" + *stranger + "' is not a thing to do", UseOneOf(names)};
+        throw Complaint{*stranger, "there is no such command", (near.empty() ? "" : "did you mean " + near + "? ") + right};
+    }
+
+    /// "--quiet=yes"
+    static void RefuseValue(const CLI::Option& option) {
+        const std::string name = "--" + option.get_lnames().front();
+        if (option.count() > 0 && option.results().back() != "true") throw Complaint{name, "it takes no value", "write " + name + " alone"};
+    }
+
+    static void Take(const Node& node, const Argument& argument, const CLI::Option& option) {
+        if (option.count() == 0) {
+            if (argument.isNeeded) throw Complaint{node.words, argument.name + " is missing", HowTo(node)};
+            return;
+        }
+        const std::vector<std::string>& given = option.results();
+        const std::vector<std::string> taken = argument.isRepeated ? given : std::vector<std::string>{given.back()};
+        if (argument.IsOption() && argument.value.empty()) {
+            RefuseValue(option);
+            argument.take("");
+            return;
+        }
+        const std::vector<std::string> words = WordsOf(argument);
+        for (const std::string& value : taken) {
+            if (!words.empty() && std::ranges::find(words, value) == words.end()) {
+                throw Complaint{argument.name, "'" + value + "' is not a value of it", UseOneOf(words)};
+            }
+            if (value.empty() && (argument.IsOption() || TakesFile(argument))) {
+                throw Complaint{argument.IsOption() ? argument.name : node.words,
+                                argument.IsOption() ? "its value is empty" : argument.name + " is empty", HowTo(node)};
+            }
+            argument.take(value);
+        }
+    }
+
+    CLI::App app_;
+    std::vector<Node> nodes_;
+    CLI::Option* version_ = nullptr;
 };
-
-/// One of the allowed texts, as its position among them.
-template <std::size_t Count>
-std::size_t Choice(std::string_view option, const std::string& value, const std::array<std::string_view, Count>& allowed) {
-    const auto found = std::ranges::find(allowed, value);
-    if (found != allowed.end()) return static_cast<std::size_t>(found - allowed.begin());
-    std::string right = "use ";
-    for (std::size_t i = 0; i < Count; i++) {
-        if (i > 0) right += i + 1 == Count ? " or " : ", ";
-        right += allowed[i];
-    }
-    throw Complaint{std::string(option), "'" + value + "' is not a value of it", right};
-}
-
-void ReadOption(Request& request, std::string_view argument, Arguments& arguments) {
-    std::string_view option = argument;
-    std::optional<std::string_view> attached;
-    if (const auto equals = argument.find('='); equals != std::string_view::npos) {
-        option = argument.substr(0, equals);
-        attached = argument.substr(equals + 1);
-    }
-    if (option == "--monitor") {
-        request.monitor = arguments.ValueOf(option, attached, "a monitor profile");
-    } else if (option == "--printer") {
-        request.printer = arguments.ValueOf(option, attached, "a printer profile");
-    } else if (option == "--proofer") {
-        request.proofer = arguments.ValueOf(option, attached, "the profile of a proofing device");
-    } else if (option == "--quality") {
-        constexpr std::array<std::string_view, 3> kQualities = {"0", "1", "2"};
-        request.quality = static_cast<int>(Choice(option, arguments.ValueOf(option, attached, "0, 1 or 2"), kQualities));
-    } else if (option == "--depth") {
-        constexpr std::array<std::string_view, 2> kDepths = {"8", "16"};
-        request.depth = Choice(option, arguments.ValueOf(option, attached, "8 or 16"), kDepths) == 0 ? 8 : 16;
-    } else if (option == "--compression") {
-        constexpr std::array<std::string_view, 3> kCompressions = {"lzw", "deflate", "none"};
-        constexpr TiffCompression kValues[] = {TiffCompression::Lzw, TiffCompression::Deflate, TiffCompression::None};
-        request.compression = kValues[Choice(option, arguments.ValueOf(option, attached, "lzw, deflate or none"), kCompressions)];
-    } else if (option == "--device") {
-        if (request.operation != Operation::Gamut) throw Complaint{"--device", "only gamut has it", "leave it out"};
-        constexpr std::array<std::string_view, 2> kDevices = {"monitor", "printer"};
-        request.printerGamut = Choice(option, arguments.ValueOf(option, attached, "monitor or printer"), kDevices) == 1;
-    } else if (option == "--quiet") {
-        if (attached) throw Complaint{"--quiet", "it takes no value", "write --quiet alone"};
-        request.quiet = true;
-    } else {
-        throw Complaint{std::string(option), "there is no such option",
-                        "orlo " + std::string(OperationName(request.operation)) + " --help lists them"};
-    }
-}
-
-void CheckComplete(const Request& request, std::size_t fileCount) {
-    const std::string command(OperationName(request.operation));
-    if (fileCount != 2) throw Complaint{command, "it needs two files, INPUT and OUTPUT", "orlo " + command + " --help shows how"};
-    if (request.input.empty() || request.output.empty()) throw Complaint{command, "a file name is empty", "name INPUT and OUTPUT"};
-}
-
-bool IsHelp(std::string_view argument) {
-    return argument == "--help" || argument == "-h";
-}
-
-Wish ReadRequest(Operation operation, Arguments arguments) {
-    Request request;
-    request.operation = operation;
-    std::size_t fileCount = 0;
-    bool filesOnly = false;
-    while (!arguments.AtEnd()) {
-        const std::string_view argument = arguments.Next();
-        if (!filesOnly && argument == "--") {
-            filesOnly = true;
-        } else if (!filesOnly && IsHelp(argument)) {
-            return Answer{CommandHelp(operation)};
-        } else if (!filesOnly && argument.size() > 1 && argument.front() == '-') {
-            ReadOption(request, argument, arguments);
-        } else {
-            if (fileCount < 2) (fileCount == 0 ? request.input : request.output) = argument;
-            fileCount++;
-        }
-    }
-    CheckComplete(request, fileCount);
-    return request;
-}
-
-/// Takes --json and --help away from the words; the rest are names and values. After "--" everything is.
-std::vector<std::string> PlainWords(std::string_view command, Arguments arguments, bool* json, bool* help) {
-    std::vector<std::string> words;
-    bool wordsOnly = false;
-    while (!arguments.AtEnd()) {
-        const std::string_view argument = arguments.Next();
-        const bool isNumber = argument.size() > 1 && (argument[1] == '.' || (argument[1] >= '0' && argument[1] <= '9'));
-        if (!wordsOnly && argument == "--") {
-            wordsOnly = true;
-        } else if (!wordsOnly && argument == "--json") {
-            *json = true;
-        } else if (!wordsOnly && IsHelp(argument)) {
-            *help = true;
-        } else if (!wordsOnly && argument.starts_with('-') && !isNumber) {
-            throw Complaint{std::string(argument), "there is no such option", "orlo " + std::string(command) + " --help lists them"};
-        } else {
-            words.emplace_back(argument);
-        }
-    }
-    return words;
-}
-
-Wish ReadSettingsRequest(Arguments arguments) {
-    SettingsRequest request;
-    bool help = false;
-    std::vector<std::string> words = PlainWords("settings", arguments, &request.json, &help);
-    if (help) return Answer{SettingsHelp()};
-    const std::string verb = words.empty() ? "" : words.front();
-    if (verb == "list") {
-        if (words.size() > 1) throw Complaint{words[1], "list takes no names", "use orlo settings get NAME"};
-    } else if (verb == "get") {
-        request.verb = SettingsRequest::kGet;
-        if (words.size() != 2) throw Complaint{"settings get", "it needs one name", "orlo settings list shows them"};
-        request.name = words[1];
-    } else if (verb == "set") {
-        request.verb = SettingsRequest::kSet;
-        if (words.size() < 3 || words.size() % 2 == 0) throw Complaint{"settings set", "it needs names, each with a value", "write NAME VALUE"};
-        if (request.json) throw Complaint{"--json", "set shows nothing", "leave it out"};
-        for (std::size_t i = 1; i < words.size(); i += 2) request.changes.push_back({words[i], words[i + 1]});
-    } else {
-        throw Complaint{"settings", verb.empty() ? "it is not said what to do" : "'" + verb + "' is not a thing to do", "use list, get or set"};
-    }
-    return request;
-}
-
-Wish ReadWatchRequest(Arguments arguments) {
-    WatchRequest request;
-    bool help = false;
-    const std::vector<std::string> words = PlainWords("watch", arguments, &request.json, &help);
-    if (help) return Answer{WatchHelp()};
-    if (!words.empty()) throw Complaint{words.front(), "watch takes no names", "leave it out"};
-    return request;
-}
 
 }  // namespace
 
-std::string_view OperationName(Operation operation) {
-    return std::ranges::find(kCommands, operation, &CommandName::operation)->name;
+Wish ReadCommandLine(const Command& table, std::span<char* const> arguments) {
+    return Parser(table).Read(arguments);
 }
 
-Wish ReadCommandLine(std::span<char* const> arguments) {
-    if (arguments.empty()) throw Complaint{"command line", "no command is given", "orlo --help lists the commands"};
-    const std::string_view first = arguments.front();
-    if (first == "--help" || first == "-h" || first == "help") return Answer{GeneralHelp()};
-    if (first == "settings") return ReadSettingsRequest(Arguments(arguments.subspan(1)));
-    if (first == "watch") return ReadWatchRequest(Arguments(arguments.subspan(1)));
-    if (first == "--version") return Answer{"orlo " ORLO_VERSION "\n"};
-    const auto command = std::ranges::find(kCommands, first, &CommandName::name);
-    if (command == kCommands.end()) throw Complaint{std::string(first), "there is no such command", "orlo --help lists the commands"};
-    return ReadRequest(command->operation, Arguments(arguments.subspan(1)));
+std::string Nearest(const std::string& word, const std::vector<std::string>& words) {
+    std::string nearest;
+    std::size_t fewest = (word.size() + 2) / 3 + 1;  // so many changes make another word
+    for (const std::string& candidate : words) {
+        // Letters to add, to drop or to replace, row by row.
+        std::vector<std::size_t> row(candidate.size() + 1);
+        std::iota(row.begin(), row.end(), std::size_t{0});
+        for (std::size_t i = 0; i < word.size(); ++i) {
+            std::size_t diagonal = row[0];
+            row[0] = i + 1;
+            for (std::size_t j = 0; j < candidate.size(); ++j) {
+                const std::size_t replaced = diagonal + (word[i] == candidate[j] ? 0 : 1);
+                diagonal = row[j + 1];
+                row[j + 1] = std::min({replaced, row[j] + 1, diagonal + 1});
+            }
+        }
+        if (row.back() < fewest) {
+            fewest = row.back();
+            nearest = candidate;
+        }
+    }
+    return nearest;
 }

@@ -62,14 +62,14 @@ OutputFile::OutputFile(const std::string& path) : path_(path), target_(EndOfLink
     std::error_code error;
     const std::filesystem::path folder = std::filesystem::path(target_).parent_path();
     if (!folder.empty() && !std::filesystem::is_directory(folder, error)) {
-        throw Complaint{path, "its folder does not exist", "name a file in a folder that does"};
+        throw Complaint{path, "its folder does not exist", "name a file in a folder that does", Exit::NotThere};
     }
     struct stat status {};
     if (stat(path.c_str(), &status) != 0 && errno != ENOENT)
-        throw Complaint{path, std::string("it cannot be reached (") + std::strerror(errno) + ")", "name another file"};
+        throw Complaint{path, std::string("it cannot be reached (") + std::strerror(errno) + ")", "name another file", Exit::Failed};
     if (stat(target_.c_str(), &status) == 0) {
         if (!S_ISREG(status.st_mode)) throw Complaint{path, "this is not a file of its own", "name a file to write"};
-        if (access(target_.c_str(), W_OK) != 0) throw Complaint{path, "the file is there and cannot be written", "name another file"};
+        if (access(target_.c_str(), W_OK) != 0) throw Complaint{path, "the file is there and cannot be written", "name another file", Exit::Failed};
     }
     CatchSignals();
     temporary_ = TemporaryName(target_);
@@ -78,7 +78,8 @@ OutputFile::OutputFile(const std::string& path) : path_(path), target_(EndOfLink
     descriptor_ = open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (descriptor_ < 0) {
         sTemporary = nullptr;
-        throw Complaint{path, std::string("nothing can be written in its folder (") + std::strerror(errno) + ")", "name a file in a writable folder"};
+        throw Complaint{path, std::string("nothing can be written in its folder (") + std::strerror(errno) + ")", "name a file in a writable folder",
+                        Exit::Failed};
     }
 }
 
@@ -89,7 +90,7 @@ OutputFile::~OutputFile() {
 }
 
 void OutputFile::ComplainOfWriting() const {
-    throw Complaint{path_, "the image cannot be written there", "room for the whole image is needed"};
+    throw Complaint{path_, "the image cannot be written there", "room for the whole image is needed", Exit::Failed};
 }
 
 void OutputFile::Commit() {

@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <string>
 
@@ -27,6 +29,10 @@ void ProgressBar::Draw(VipsImage*, VipsProgress* progress, void* bar) {
     self->percent_ = progress->percent;
     std::string line(static_cast<std::size_t>(kBarWidth), '.');
     for (int i = 0; i < progress->percent * kBarWidth / 100 && i < kBarWidth; i++) line[static_cast<std::size_t>(i)] = '#';
-    std::fprintf(stderr, "\r[%s] %3d %%", line.c_str(), progress->percent);
+    const double seconds = std::max(g_timer_elapsed(progress->start, nullptr), 1e-3);
+    const double done = static_cast<double>(progress->npels), left = static_cast<double>(progress->tpels - progress->npels);
+    const long remaining = done > 0 ? std::lround(seconds * left / done) : 0;
+    std::fprintf(stderr, "\r[%s] %3d %%  %.1f Mpixel/s  %ld:%02ld left\033[K", line.c_str(), progress->percent, done / seconds / 1e6, remaining / 60,
+                 remaining % 60);
     std::fflush(stderr);
 }

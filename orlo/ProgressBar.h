@@ -2,8 +2,8 @@
 
 #include "images/VipsHold.h"
 
-/// Shows on standard error how much of the image is done while its pixels are pulled; nothing when standard error is no terminal.
-/// Destroying it wipes the bar.
+/// Shows on standard error how much of the image is done, how fast, and the time that is left, while its pixels are pulled; nothing when standard
+/// error is no terminal. Destroying it wipes the bar.
 class ProgressBar {
 public:
     explicit ProgressBar(VipsImage* image);

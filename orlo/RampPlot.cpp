@@ -97,6 +97,7 @@ void WritePlot(const RampEntries& ramp, const std::string& path) {
             last = y;
         }
     }
+    StartVips();
     OutputFile file(path);
     const ImageHold image(canvas.Image());
     if (!image || !WriteImage(image.get(), ImageFormat::Png, TiffCompression::None, file.Descriptor())) file.ComplainOfWriting();

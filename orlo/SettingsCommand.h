@@ -1,6 +1,8 @@
 #pragma once
 
-#include "orlo/CommandLine.h"
+#include <vector>
 
-/// Shows or changes the stored settings. Throws Complaint.
-void RunSettings(const SettingsRequest& request);
+#include "orlo/CommandTable.h"
+
+/// settings: shows and changes the stored settings.
+std::vector<Command> SettingsCommands();

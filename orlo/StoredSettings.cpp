@@ -6,10 +6,10 @@
 #include <charconv>
 #include <cmath>
 #include <memory>
+#include <nlohmann/json.hpp>
 
-#include "images/Complaint.h"
 #include "images/FourCharCodes.h"
-#include "orlo/JsonText.h"
+#include "orlo/CommandLine.h"
 
 namespace {
 
@@ -266,7 +266,7 @@ const Row& FindRow(const std::string& name) {
     for (const Row& row : kRows) {
         if (name == row.name) return row;
     }
-    throw Complaint{name, "there is no such setting", "orlo settings list shows them"};
+    throw NoSuchSetting(name);
 }
 
 bool IsWhite(const Row& row) {
@@ -310,27 +310,29 @@ void Store(const Pending& pending) {
 
 }  // namespace
 
-std::string SettingValue::Json() const {
+Json SettingValue::ToJson() const {
     switch (kind) {
         case kText:
-            return JsonString(text);
-        case kNumber:
             return text;
+        case kNumber:
+            return Json::parse(text);
         case kSwitch:
-            return text == "on" ? "true" : "false";
+            return text == "on";
         case kNothing:
             break;
     }
-    return "null";
+    return nullptr;
 }
 
 std::string SettingValue::Line() const {
-    std::string line = Words();
-    for (char& c : line) {
-        const auto code = static_cast<unsigned char>(c);
-        if (code < 0x20 || code == 0x7f) c = '?';
-    }
-    return line;
+    return OneLine(Words());
+}
+
+Complaint NoSuchSetting(const std::string& name) {
+    std::vector<std::string> names;
+    for (const Row& row : kRows) names.emplace_back(row.name);
+    const std::string near = Nearest(name, names);
+    return {name, "there is no such setting", (near.empty() ? "" : "did you mean " + near + "? ") + "orlo settings list shows them"};
 }
 
 std::vector<Setting> ReadSettings() {
@@ -357,7 +359,7 @@ void ChangeSettings(std::span<const SettingChange> changes) {
     Store(pending);
     if (!CFPreferencesSynchronize(CFSTR("com.brenwick.orlocms"), kCFPreferencesCurrentUser, kCFPreferencesCurrentHost)) {
         throw Complaint{"settings", "they cannot be written to the configuration folder",
-                        "make com.brenwick.orlocms in $XDG_CONFIG_HOME (or ~/.config) writable"};
+                        "make com.brenwick.orlocms in $XDG_CONFIG_HOME (or ~/.config) writable", Exit::Failed};
     }
 }
 

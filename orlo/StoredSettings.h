@@ -8,7 +8,9 @@
 #include <string_view>
 #include <vector>
 
+#include "images/Complaint.h"
 #include "images/CurrentMatching.h"
+#include "orlo/Showing.h"
 
 /// What a setting holds: the words of the command line, and how JSON shows them.
 struct SettingValue {
@@ -18,8 +20,8 @@ struct SettingValue {
 
     /// As it is typed: "none" for nothing.
     std::string Words() const { return kind == kNothing ? "none" : text; }
-    /// A JSON value: a string, a number, true or false, or null.
-    std::string Json() const;
+    /// A string, a number, true or false, or null.
+    Json ToJson() const;
     /// The same on one line: control characters of file names become '?'.
     std::string Line() const;
     bool operator==(const SettingValue&) const = default;
@@ -41,6 +43,8 @@ struct SettingName {
 };
 /// Names and what they take, in the same order.
 std::vector<SettingName> SettingNames();
+
+Complaint NoSuchSetting(const std::string& name);
 
 /// One setting and its new value as typed.
 struct SettingChange {

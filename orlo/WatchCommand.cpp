@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 
 #include "images/Complaint.h"
-#include "orlo/JsonText.h"
 #include "orlo/StoredSettings.h"
 
 namespace {
@@ -36,14 +36,11 @@ public:
             this);
         if (status != 0) {
             throw Complaint{"watch", "changes cannot be heard of without a session bus and without a configuration folder",
-                            "set XDG_CONFIG_HOME or HOME to a folder that can be written"};
+                            "set XDG_CONFIG_HOME or HOME to a folder that can be written", Exit::NotThere};
         }
         Keep(GetMatchingData());
-        if (json_) {
-            Print("\"event\": \"watching\", \"matching\": " + std::string(data_ ? "true" : "false"));
-        } else {
-            Print(data_ ? "watching" : "watching; no matching data, as profiles are missing or unfit");
-        }
+        Print({{"event", "watching"}, {"matching", data_ != nullptr}},
+              data_ ? "watching" : "watching; no matching data, as profiles are missing or unfit");
         g_main_loop_run(loop_);
     }
 
@@ -64,11 +61,8 @@ private:
         for (std::size_t i = 0; i < now.size(); ++i) {
             const SettingValue &from = settings_[i].value, &to = now[i].value;
             if (from == to) continue;
-            if (json_) {
-                Print("\"event\": \"change\", \"setting\": " + JsonString(now[i].name) + ", \"from\": " + from.Json() + ", \"to\": " + to.Json());
-            } else {
-                Print("change   " + std::string(now[i].name) + ": " + from.Line() + " -> " + to.Line());
-            }
+            Print({{"event", "change"}, {"setting", now[i].name}, {"from", from.ToJson()}, {"to", to.ToJson()}},
+                  "change   " + std::string(now[i].name) + ": " + from.Line() + " -> " + to.Line());
         }
         settings_ = now;
     }
@@ -77,21 +71,15 @@ private:
         MatchingData* const data = GetMatchingData();
         const bool isNew = data != data_;
         Keep(data);
-        if (json_) {
-            Print(std::string("\"event\": \"rebuild\", \"new\": ") + (isNew ? "true" : "false"));
-        } else {
-            Print(isNew ? "rebuild" : "rebuild  nothing new, as no printer profile is chosen");
-        }
+        Print({{"event", "rebuild"}, {"new", isNew}}, isNew ? "rebuild" : "rebuild  nothing new, as no printer profile is chosen");
     }
 
-    void Print(const std::string& what) {
+    void Print(const Json& event, const std::string& line) {
         GDateTime* const now = g_date_time_new_now_utc();
         char* const time = g_date_time_format(now, "%Y-%m-%dT%H:%M:%S.%fZ");
-        if (json_) {
-            std::printf("{\"time\": \"%s\", %s}\n", time, what.c_str());
-        } else {
-            std::printf("%s  %s\n", time, what.c_str());
-        }
+        Json object = {{"time", time}};
+        object.update(event);
+        std::printf("%s\n", json_ ? LineOf(object).c_str() : (time + ("  " + line)).c_str());
         g_free(time);
         g_date_time_unref(now);
         // Whoever reads a pipe sees each line at once; when nobody reads any more, there is nobody to watch for.
@@ -106,7 +94,16 @@ private:
 
 }  // namespace
 
-void RunWatch(const WatchRequest& request) {
-    CMSControlInit();
-    Watch(request.json).Run();
+std::vector<Command> WatchCommands() {
+    return {{.name = "watch",
+             .about = "tells each change of the settings and each rebuild of an open session as it happens",
+             .details = "It ends by an interrupt.",
+             .json = "each line {\"time\": TIME, \"event\": EVENT, ...}, where EVENT is\n"
+                     "\"watching\", with \"matching\": whether there is matching data\n"
+                     "\"change\", with \"setting\", \"from\", \"to\"\n"
+                     "\"rebuild\", with \"new\": false when the old data stays",
+             .run = [](const Showing& showing) {
+                 CMSControlInit();
+                 Watch(showing.json).Run();
+             }}};
 }

@@ -1,6 +1,8 @@
 #pragma once
 
-#include "orlo/CommandLine.h"
+#include <vector>
 
-/// Prints a line for each changed setting and each rebuild of an open session until SIGINT or SIGTERM. Throws Complaint.
-void RunWatch(const WatchRequest& request);
+#include "orlo/CommandTable.h"
+
+/// watch: prints a line for each changed setting and each rebuild of an open session until SIGINT or SIGTERM.
+std::vector<Command> WatchCommands();

@@ -106,5 +106,8 @@ grep -q "ColourMatch" "$work/log" || fail "the refusal of version 3 does not nam
 if [[ -x $work/prefix/bin/orlo ]]; then
     echo "the installed command"
     env -u LD_LIBRARY_PATH "$work/prefix/bin/orlo" --help >"$work/log" 2>&1 || { cat "$work/log"; fail "orlo --help failed"; }
+    for file in man/man1/orlo.1 man/man1/orlo-match.1 bash-completion/completions/orlo zsh/site-functions/_orlo fish/vendor_completions.d/orlo.fish; do
+        [[ -s $work/prefix/share/$file ]] || fail "no $file"
+    done
 fi
 echo "passed"

@@ -18,6 +18,9 @@ IDS = (b"DPID", 128, 0, b"", bytes.fromhex("00000041"))
 
 
 class Calibration(OrloCase):
+    # Of refusals that are neither wrong usage nor bad input.
+    STATUS = {"folder is not there": 3, "no such document": 3, "preferences folder": 3, "status -43": 1}
+
     def run_calibration(self, *arguments):
         environment = {k: v for k, v in os.environ.items() if k not in ("DISPLAY", "WAYLAND_DISPLAY")}
         environment["XDG_CONFIG_HOME"] = self.path("config")
@@ -100,14 +103,14 @@ class Calibration(OrloCase):
             self.assertEqual(os.listdir(self.path("far")), ["behind"])
         os.symlink("round", self.path("round"))
         status, text, line = self.run_calibration("save", self.path("round"))
-        self.assertEqual((status, text, line.count("\n")), (2, "", 1), line)
+        self.assertEqual((status, text, line.count("\n")), (1, "", 1), line)
         self.assertTrue(line.startswith(f"orlo: {self.path('round')}: "), line)
         self.assertEqual(os.readlink(self.path("round")), "round")
 
     def test_help(self):
         status, text, errors = self.run_calibration("--help")
         self.assertEqual((status, errors), (0, ""))
-        for word in ("save", "verify", "install", "[FILE]"):
+        for word in ("save", "verify", "install", "FILE"):
             self.assertIn(word, text)
 
     def test_refusals(self):
@@ -115,9 +118,9 @@ class Calibration(OrloCase):
             file.write("This is no document.\n" * 20)
         rows = [
             ("no command", [], "calibration", "save, verify or install"),
-            ("an unknown command", ["lose"], "calibration lose", "save, verify or install"),
+            ("an unknown command", ["lose"], "calibration", "save, verify or install"),
             ("an option", ["save", "--all"], "--all", "no such option"),
-            ("two files", ["verify", "a", "b"], "calibration verify", "one file"),
+            ("two files", ["verify", "a", "b"], "b", "too many"),
             ("an empty name", ["save", ""], "calibration save", "empty"),
             ("no such folder", ["save", self.path("none/doc")], self.path("none/doc"), "folder is not there"),
             ("no such document", ["verify", self.path("none")], self.path("none"), "no such document"),
@@ -132,7 +135,7 @@ class Calibration(OrloCase):
         for note, arguments, about, words in rows:
             with self.subTest(note):
                 status, text, line = self.run_calibration(*arguments)
-                self.assertEqual((status, text), (2, ""), line)
+                self.assertEqual((status, text), (self.STATUS.get(words, 2), ""), line)
                 self.assertTrue(line.startswith(f"orlo: {about}: ") and line.count("\n") == 1, line)
                 self.assertIn(words, line)
         self.assertEqual(sorted(os.listdir(self.folder)), ["a", "b", "text"])

@@ -5,6 +5,7 @@ Usage: TEST.py ORLO TEST_DATA [--sanitised] [unittest arguments]
 
 import ctypes
 import os
+import select
 import shutil
 import signal
 import subprocess
@@ -60,6 +61,56 @@ def start_server(case, *command, **how):
                               preexec_fn=lambda: libc.prctl(1, signal.SIGTERM), **how)  # PR_SET_PDEATHSIG
     case.addCleanup(server.wait)
     case.addCleanup(server.terminate)
+
+
+CONFIGURATION = """
+Section "ServerFlags"
+  Option "AutoAddDevices" "false"
+  Option "AutoAddGPU" "false"
+  Option "DontVTSwitch" "true"
+EndSection
+Section "Device"
+  Identifier "dummy0"
+  Driver "dummy"
+  VideoRam 256000
+EndSection
+Section "Monitor"
+  Identifier "mon0"
+  HorizSync 5.0-1000.0
+  VertRefresh 5.0-200.0
+  Modeline "1920x1080" 148.5 1920 2008 2052 2200 1080 1084 1089 1125 +hsync +vsync
+EndSection
+Section "Screen"
+  Identifier "screen0"
+  Device "dummy0"
+  Monitor "mon0"
+  DefaultDepth 24
+  SubSection "Display"
+    Depth 24
+    Modes "1920x1080" "1280x1024"
+    Virtual 3840 2160
+  EndSubSection
+EndSection
+"""
+
+
+def start_display(case):
+    """A real X server with three outputs, of which one is on; it is what DISPLAY names until the test ends."""
+    with open(case.path("xorg.conf"), "w", encoding="ascii") as file:
+        file.write(CONFIGURATION)
+    ends = os.pipe()
+    case.addCleanup(os.close, ends[0])
+    start_server(case, "/usr/lib/xorg/Xorg", "-displayfd", str(ends[1]), "-config", case.path("xorg.conf"), "-noreset", "-novtswitch", "-sharevts",
+                 "-nolisten", "tcp", "-logfile", case.path("xorg.log"), pass_fds=[ends[1]])
+    os.close(ends[1])
+    number = b""
+    while not number.endswith(b"\n"):
+        case.assertTrue(select.select([ends[0]], [], [], PATIENCE)[0], "no X server")
+        digit = os.read(ends[0], 1)
+        case.assertTrue(digit, "no X server")
+        number += digit
+    os.environ["DISPLAY"] = f":{number.decode().strip()}"
+    case.addCleanup(os.environ.pop, "DISPLAY", None)
 
 
 class OrloCase(unittest.TestCase):

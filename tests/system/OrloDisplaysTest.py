@@ -3,42 +3,10 @@
 
 import json
 import os
-import select
 import subprocess
 
 import OrloCommand
-from OrloCommand import PATIENCE, OrloCase, start_server
-
-CONFIGURATION = """
-Section "ServerFlags"
-  Option "AutoAddDevices" "false"
-  Option "AutoAddGPU" "false"
-  Option "DontVTSwitch" "true"
-EndSection
-Section "Device"
-  Identifier "dummy0"
-  Driver "dummy"
-  VideoRam 256000
-EndSection
-Section "Monitor"
-  Identifier "mon0"
-  HorizSync 5.0-1000.0
-  VertRefresh 5.0-200.0
-  Modeline "1920x1080" 148.5 1920 2008 2052 2200 1080 1084 1089 1125 +hsync +vsync
-EndSection
-Section "Screen"
-  Identifier "screen0"
-  Device "dummy0"
-  Monitor "mon0"
-  DefaultDepth 24
-  SubSection "Display"
-    Depth 24
-    Modes "1920x1080" "1280x1024"
-    Virtual 3840 2160
-  EndSubSection
-EndSection
-"""
-
+from OrloCommand import OrloCase, start_display
 
 class DisplayCase(OrloCase):
     def orlo(self, *arguments, status=0):
@@ -47,8 +15,8 @@ class DisplayCase(OrloCase):
         self.assertEqual(bool(done.stderr), status != 0, done.stderr)
         return (done.stderr if status else done.stdout).decode()
 
-    def assert_refused(self, arguments, about, right):
-        line = self.orlo(*arguments, status=2)
+    def assert_refused(self, arguments, about, right, status=2):
+        line = self.orlo(*arguments, status=status)
         self.assertEqual(line.count("\n"), 1, line)
         self.assertTrue(line.startswith(f"orlo: {about}: "), line)
         self.assertIn(right, line)
@@ -63,28 +31,14 @@ class WithoutDisplays(DisplayCase):
         self.assertEqual(self.orlo("displays"), "no displays\n")
         self.assertEqual(json.loads(self.orlo("displays", "--json")), {"displays": []})
         for verb in (("show",), ("plot",), ("save", self.path("ramp")), ("linear",), ("reset",)):
-            self.assert_refused(("gamma", *verb), "displays", "DISPLAY names an X server")
+            self.assert_refused(("gamma", *verb), "displays", "DISPLAY names an X server", 3)
         self.assertFalse(os.path.exists(self.path("ramp")))
 
 
 class WithDisplays(DisplayCase):
     def setUp(self):
         super().setUp()
-        with open(self.path("xorg.conf"), "w", encoding="ascii") as file:
-            file.write(CONFIGURATION)
-        ends = os.pipe()
-        self.addCleanup(os.close, ends[0])
-        start_server(self, "/usr/lib/xorg/Xorg", "-displayfd", str(ends[1]), "-config", self.path("xorg.conf"), "-noreset", "-novtswitch", "-sharevts",
-                     "-nolisten", "tcp", "-logfile", self.path("xorg.log"), pass_fds=[ends[1]])
-        os.close(ends[1])
-        number = b""
-        while not number.endswith(b"\n"):
-            self.assertTrue(select.select([ends[0]], [], [], PATIENCE)[0], "no X server")
-            digit = os.read(ends[0], 1)
-            self.assertTrue(digit, "no X server")
-            number += digit
-        os.environ["DISPLAY"] = f":{number.decode().strip()}"
-        self.addCleanup(os.environ.pop, "DISPLAY", None)
+        start_display(self)
         for arguments in (("--addmode", "DUMMY1", "1280x1024"), ("--output", "DUMMY1", "--mode", "1280x1024", "--right-of", "DUMMY0"),
                           ("--addmode", "DUMMY2", "1024x768"), ("--output", "DUMMY2", "--mode", "1024x768", "--pos", "0x1080")):
             subprocess.run(["xrandr", *arguments], check=True, capture_output=True)
@@ -168,21 +122,21 @@ class WithDisplays(DisplayCase):
         os.mkdir(folder)
         os.mkfifo(pipe)
         rows = [
-            (("gamma", "load", missing), missing, "orlo gamma save"), (("gamma", "load", self.path("empty")), self.path("empty"), "orlo gamma save"),
+            (("gamma", "load", missing), missing, "no such file", 3), (("gamma", "load", self.path("empty")), self.path("empty"), "orlo gamma save"),
             (("gamma", "load", short), short, "2 to 256"), (("gamma", "load", long), long, "2 to 256"), (("gamma", "load", wrong), wrong, "line 2"),
             (("gamma", "load", self.path("large")), self.path("large"), "line 2"), (("gamma", "load", self.path("four")), self.path("four"), "line 1"),
             (("gamma", "load", folder), folder, "orlo gamma save"), (("gamma", "load", pipe), pipe, "not a file of its own"),
-            (("gamma", "load", "/dev/zero"), "/dev/zero", "not a file of its own"), (("gamma", "show", "--display", "4"), "--display", "1 to 3"),
-            (("gamma", "show", "--display", "one"), "--display", "1 to 3"), (("gamma", "show", "--display"), "--display", "must follow"),
+            (("gamma", "load", "/dev/zero"), "/dev/zero", "not a file of its own"), (("gamma", "show", "--display", "4"), "--display", "1 to 3", 3),
+            (("gamma", "show", "--display", "one"), "--display", "1 to 3", 3), (("gamma", "show", "--display"), "--display", "missing"),
             (("gamma",), "gamma", "show, plot, save"), (("gamma", "bend"), "gamma", "show, plot, save"), (("gamma", "load"), "gamma load", "--help"),
-            (("gamma", "show", "more"), "gamma show", "--help"), (("gamma", "plot", self.path("plot.jpg")), self.path("plot.jpg"), ".png"),
-            (("gamma", "plot", self.path("no/plot.png")), self.path("no/plot.png"), ";"), (("gamma", "linear", "--json"), "--json", "leave it out"),
-            (("gamma", "reset", "--display", "1"), "--display", "leave it out"), (("gamma", "--fast"), "--fast", "--help"),
-            (("displays", "all"), "all", "leave it out"), (("displays", "--display", "1"), "--display", "leave it out"),
+            (("gamma", "show", "more"), "more", "--help"), (("gamma", "plot", self.path("plot.jpg")), self.path("plot.jpg"), ".png"),
+            (("gamma", "plot", self.path("no/plot.png")), self.path("no/plot.png"), "folder", 3),
+            (("gamma", "reset", "--display", "1"), "--display", "no such option"), (("gamma", "--fast"), "--fast", "--help"),
+            (("displays", "all"), "all", "too many"), (("displays", "--display", "1"), "--display", "no such option"),
         ]
-        for arguments, about, right in rows:
+        for arguments, about, right, *status in rows:
             with self.subTest(arguments):
-                self.assert_refused(arguments, about, right)
+                self.assert_refused(arguments, about, right, *status)
         self.assertEqual([self.ramp(display) for display in "123"], before)
 
     def test_calibration_documents_of_real_displays(self):

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What orlo refuses, and what it leaves behind: one line on standard error, exit status 2, no output file, no temporary one."""
+"""What orlo refuses, and what it leaves behind: one line on standard error, an exit status that tells why, no output file, no temporary one."""
 
 import os
 import stat
@@ -22,6 +22,10 @@ def curve(entries):
 
 
 class Refusals(OrloCase):
+    # Whatever else is refused is wrong usage or bad input, and ends with 2.
+    STATUS = {"no such file": 3, "folder does not exist": 3, "none is stored": 3, "cannot be read": 1, "cannot be written": 1, "cannot be reached": 1,
+              "can be written in": 1}
+
     def setUp(self):
         super().setUp()
         write_png(self.path("good.png"), ROW, 8, 3)
@@ -39,8 +43,9 @@ class Refusals(OrloCase):
     def assert_refused(self, arguments, about, *words, **how):
         """One line that begins with the file or option at fault and holds the words; nothing written."""
         done = subprocess.run([OrloCommand.ORLO, *arguments], capture_output=True, check=False, **how)
-        self.assertEqual((done.returncode, done.stdout), (2, b""), done.stderr)
         line = done.stderr.decode()
+        status = next((status for words, status in self.STATUS.items() if words in line), 2)
+        self.assertEqual((done.returncode, done.stdout), (status, b""), line)
         self.assertEqual((line.count("\n"), line[-1:]), (1, "\n"), line)
         self.assertTrue(line.startswith(f"orlo: {about}: "), line)
         self.assertIn("; ", line)
@@ -244,7 +249,7 @@ class Refusals(OrloCase):
             ("gamut", "out.jpg", [], "out.jpg", "mask"),
             ("gamut", "out.png", ["--depth", "16"], "--depth", "8 bits"),
             ("predict", "out.png", ["--depth", "8"], "--depth", "16 bits"),
-            ("match", "out.png", ["--device", "printer"], "--device", "only gamut"),
+            ("match", "out.png", ["--device", "printer"], "--device", "no such option"),
             ("match", "out.png", ["--compression", "none"], "--compression", "only TIFF"),
             ("match", "out.jpg", ["--compression=lzw"], "--compression", "only TIFF"),
         ]
@@ -263,13 +268,17 @@ class Refusals(OrloCase):
         rows = [
             ([], "command line", "no command"),
             (["mach", good, out], "mach", "no such command"),
-            (["match"], "match", "two files"),
-            (["match", good, *profiles], "match", "two files"),
-            (["match", good, out, out, *profiles], "match", "two files"),
+            (["match"], "match", "INPUT is missing"),
+            (["match", good, *profiles], "match", "OUTPUT is missing"),
+            (["match", good, out, "third", *profiles], "third", "too many"),
             (["match", good, "", *profiles], "match", "empty"),
             (["match", good, out, "--printer", cmyk_printer()], "match", "--monitor"),
             (["match", good, out, "--monitor", ADOBE_RGB], "match", "--printer"),
             (["match", good, out, *profiles, "--monitor"], "--monitor", "missing"),
+            (["match", good, out, *profiles, "--monitor="], "--monitor", "its value is empty"),
+            (["match", good, out, *profiles, "--monitor", ""], "--monitor", "its value is empty"),
+            (["match", good, out, *profiles, "--moniter", ADOBE_RGB], "--moniter", "did you mean --monitor?"),
+            (["mtach", good, out, *profiles], "mtach", "did you mean match?"),
             (["match", good, out, *profiles, "--quality", "3"], "--quality", "0, 1 or 2"),
             (["match", good, out, *profiles, "--quality=best"], "--quality", "'best'"),
             (["match", good, out, *profiles, "--depth", "12"], "--depth", "8 or 16"),
@@ -284,7 +293,7 @@ class Refusals(OrloCase):
 
     def test_line_ends_in_a_name_do_not_make_a_second_line(self):
         done = subprocess.run([OrloCommand.ORLO, *self.match(self.path("two\nlines.png"))], capture_output=True, check=False)
-        self.assertEqual((done.returncode, done.stderr.count(b"\n")), (2, 1), done.stderr)
+        self.assertEqual((done.returncode, done.stderr.count(b"\n")), (3, 1), done.stderr)
 
 
 if __name__ == "__main__":

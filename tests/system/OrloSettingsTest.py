@@ -128,27 +128,31 @@ class ShowAndChange(SettingsCase):
             (("monitor-profile", text), text, "ICC profile"), (("monitor-profile", cmyk_printer()), cmyk_printer(), "matrix model"),
             (("printer-profile", ADOBE_RGB), ADOBE_RGB, "class"), (("printer-profile", ""), "printer-profile", "none"),
             (("flare", "0.1", "contrast", "2", "quality", "9"), "quality", "0, 1 or 2"),
-            (("flare",), "settings set", "NAME VALUE"), (("flare", "0", "quality"), "settings set", "NAME VALUE"), ((), "settings set", "NAME VALUE"),
-            (("--sets", "0"), "--sets", "no such option"), (("flare", "0", "--json"), "--json", "leave it out"),
+            (("flare",), "settings set", "NAME VALUE"), (("flare", "0", "quality"), "settings set", "NAME VALUE"), ((), "settings set", "NAME VALUE is missing"), (("flair", "1"), "flair", "did you mean flare?"),
+            (("--sets", "0"), "--sets", "no such option"),
         ]
         for words, about, right in rows:
             with self.subTest(words):
-                line = self.orlo("settings", "set", *words, status=2)
+                line = self.orlo("settings", "set", *words, status=3 if right == "no such file" else 2)
                 self.assertEqual(line.count("\n"), 1, line)
                 self.assertTrue(line.startswith(f"orlo: {about}: "), line)
                 self.assertIn(right, line)
                 self.assertEqual(self.store_files(), before)
-        for words, right in ((("settings",), "list, get or set"), (("settings", "put"), "list, get or set"), (("settings", "get"), "one name"),
-                             (("settings", "get", "flares"), "no such setting"), (("settings", "list", "flare"), "get NAME"),
-                             (("watch", "flare"), "takes no names"), (("watch", "--quick"), "no such option")):
+        for words, right in ((("settings",), "list, get or set"), (("settings", "put"), "list, get or set"), (("settings", "get"), "NAME is missing"),
+                             (("settings", "get", "flares"), "no such setting"), (("settings", "list", "flare"), "too many"),
+                             (("watch", "flare"), "too many"), (("watch", "--quick"), "no such option")):
             with self.subTest(words):
                 self.assertIn(right, self.orlo(*words, status=2))
+
+    def test_what_was_set_is_shown_as_json(self):
+        self.assertEqual(json.loads(self.orlo("settings", "set", "flare", "0.25", "quality", "2", "--json")),
+                         {"quality": {"value": 2, "stored": True}, "flare": {"value": 0.25, "stored": True}})
 
     def test_a_store_that_cannot_be_written_is_told(self):
         folder = os.path.join(self.folder, "config")
         with open(folder, "wb"):
             pass
-        self.assertIn("cannot be written", self.orlo("settings", "set", "flare", "0.5", status=2))
+        self.assertIn("cannot be written", self.orlo("settings", "set", "flare", "0.5", status=1))
 
     def test_help(self):
         for words in (("settings", "--help"), ("watch", "-h"), ("--help",)):
@@ -215,7 +219,7 @@ class StoredProfiles(SettingsCase):
             if pairs:
                 self.set(*pairs)
             done = self.matched("out.png")
-            self.assertEqual(done.returncode, 2)
+            self.assertEqual(done.returncode, 3)
             self.assertIn(f"none is stored; add {option}", done.stderr.decode())
             self.assertFalse(os.path.exists(self.path("out.png")))
 
@@ -229,7 +233,7 @@ class StoredProfiles(SettingsCase):
                 self.assertEqual(self.matched("whole.png").returncode, 0)
                 os.remove(path)
                 done = self.matched("out.png")
-                self.assertEqual(done.returncode, 2)
+                self.assertEqual(done.returncode, 3)
                 self.assertIn(f"the stored {place} profile cannot be found; add --{place}", done.stderr.decode())
                 self.assertFalse(os.path.exists(self.path("out.png")))
                 # Not asked for once it is given.

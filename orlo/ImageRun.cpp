@@ -1,0 +1,194 @@
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "images/Complaint.h"
+#include "images/Conversion.h"
+#include "images/CurrentMatching.h"
+#include "images/FourCharCodes.h"
+#include "images/ImageReading.h"
+#include "images/ImageWriting.h"
+#include "images/ProfileChoice.h"
+#include "images/SourceColour.h"
+#include "orlo/ImageCommands.h"
+#include "orlo/OutputFile.h"
+#include "orlo/ProgressBar.h"
+#include "orlo/StoredSettings.h"
+
+namespace {
+
+constexpr int kLargestJpegSide = 65500;  // what libjpeg holds
+
+/// Where the colours end up, and in which form.
+struct OutputForm {
+    ImageFormat format;
+    ImageShape shape;
+    ColorSyncProfileRef profile;  // borrowed; null: none is embedded
+};
+
+/// Everything that can be said against the output from its name alone.
+ImageFormat CheckOutputName(const ImageRequest& request) {
+    const std::optional<ImageFormat> format = FormatOfName(request.output);
+    if (!format) throw Complaint{request.output, "its suffix names no known kind of image", "use .png, .tif, .tiff, .jpg or .jpeg"};
+    const bool exact = request.operation == Operation::Gamut || ReadsDeviceValues(request.operation);
+    if (exact && *format == ImageFormat::Jpeg) {
+        const char* wrong = request.operation == Operation::Gamut ? "JPEG would blur the mask" : "JPEG cannot hold the 16 bits of reference RGB";
+        throw Complaint{request.output, wrong, "use .png or .tif"};
+    }
+    if (request.depth == 16 && *format == ImageFormat::Jpeg) throw Complaint{request.output, "JPEG has 8 bits", "use .png or .tif, or --depth 8"};
+    if (request.depth == 16 && request.operation == Operation::Gamut) throw Complaint{"--depth", "a mask has 8 bits", "leave --depth out"};
+    if (request.depth == 8 && ReadsDeviceValues(request.operation)) {
+        throw Complaint{"--depth", "reference RGB is linear and needs 16 bits", "leave --depth out"};
+    }
+    if (request.compression && *format != ImageFormat::Tiff) throw Complaint{"--compression", "only TIFF files have it", "leave it out, or use .tif"};
+    return *format;
+}
+
+OutputForm FormOfOutput(const ImageRequest& request, ImageFormat format, const ImageShape& input, ColorSyncProfileRef monitor,
+                        ColorSyncProfileRef printer, ColorSyncProfileRef reference) {
+    OutputForm form{format, {3, input.hasAlpha && format != ImageFormat::Jpeg, request.depth.value_or(input.depth)}, monitor};
+    switch (request.operation) {
+        case Operation::Match:
+        case Operation::Proof:
+            break;
+        case Operation::Gamut:
+            form.shape = {1, false, 8};
+            form.profile = nullptr;
+            break;
+        case Operation::Predict:
+        case Operation::PrinterPredict:
+            form.shape.depth = 16;
+            form.profile = reference;
+            break;
+        case Operation::PrinterMatch:
+            form.profile = printer;
+            if (GetProfileColourSpace(printer) == kColourSpaceCMYK) {
+                if (format == ImageFormat::Png) throw Complaint{request.output, "PNG cannot hold CMYK", "use .tif or .jpg"};
+                form.shape.colours = 4;
+                form.shape.hasAlpha = false;
+            }
+            break;
+    }
+    if (format == ImageFormat::Jpeg) form.shape.depth = 8;
+    return form;
+}
+
+/// The profiles to work with, and the stored conditions when the store had a say.
+struct Devices {
+    ChosenProfile monitor, printer;
+    std::optional<ChosenProfile> proofer;
+    std::optional<StoredConditions> conditions;
+};
+
+/// The path of a stored profile that the command needs.
+std::string StoredPathFor(const char* place, const StoredProfile& stored, const std::string& command) {
+    const std::string name = place;
+    const std::string right = "add --" + name + " PROFILE, or store one with orlo settings set " + name + "-profile PROFILE";
+    if (!stored.isStored) throw Complaint{command, "no " + name + " profile is given, and none is stored", right, Exit::NotThere};
+    if (stored.path.empty()) throw Complaint{command, "the stored " + name + " profile cannot be found", right, Exit::NotThere};
+    return stored.path;
+}
+
+/// A profile that is not given comes from the store, and with it everything else that a session takes from there.
+Devices ChooseDevices(const ImageRequest& request) {
+    std::string monitor = request.monitor, printer = request.printer, proofer = request.proofer;
+    std::optional<StoredConditions> conditions;
+    if (monitor.empty() || printer.empty()) {
+        const std::string& command = request.command;
+        const StoredProfiles stored = ReadStoredProfiles();
+        if (monitor.empty()) monitor = StoredPathFor("monitor", stored.monitor, command);
+        if (printer.empty()) printer = StoredPathFor("printer", stored.printer, command);
+        if (proofer.empty() && stored.proofer.isStored) proofer = StoredPathFor("proofer", stored.proofer, command);
+        conditions = ReadStoredConditions();
+    }
+    Devices devices{ChooseMonitor(monitor), ChoosePrinter(printer), std::nullopt, conditions};
+    if (!proofer.empty()) devices.proofer = ChooseProofer(proofer);
+    return devices;
+}
+
+/// Device values go in as they are, so they must be of the device's own kind.
+void CheckDeviceValues(const ImageRequest& request, const ImageShape& input, ColorSyncProfileRef printer) {
+    const bool wantsCMYK = request.operation == Operation::PrinterPredict && GetProfileColourSpace(printer) == kColourSpaceCMYK;
+    if (wantsCMYK && input.colours != 4) throw Complaint{request.input, "it holds no CMYK values", "an image of the printer's CMYK is needed"};
+    if (!wantsCMYK && input.colours == 4) throw Complaint{request.input, "it holds CMYK values", "an image of the device's RGB is needed"};
+}
+
+void Summarise(const ImageRequest& request, const Showing& showing, const ImageShape& output, VipsImage* image, const std::string& from,
+               const std::string& to, double seconds) {
+    const int width = vips_image_get_width(image), height = vips_image_get_height(image);
+    const double megapixels = static_cast<double>(width) * height / 1e6;
+    std::array<char, 160> figures{};
+    std::snprintf(figures.data(), figures.size(), "%.2f s, %.1f Mpixel/s", seconds, megapixels / seconds);
+    const std::string line = request.command + ": " + request.input + " -> " + request.output + ": " + std::to_string(width) + " x " +
+                             std::to_string(height) + " pixels, " + std::to_string(output.depth) + " bits, " + from + " to " + to + ", " +
+                             figures.data();
+    showing.Tell({{"command", request.command},
+                  {"input", request.input},
+                  {"output", request.output},
+                  {"width", width},
+                  {"height", height},
+                  {"bits", output.depth},
+                  {"from", from},
+                  {"to", to},
+                  {"seconds", seconds}},
+                 line + "\n");
+}
+
+}  // namespace
+
+void RunImageCommand(const ImageRequest& request, const Showing& showing) {
+    const auto start = std::chrono::steady_clock::now();
+    StartVips();
+    const ImageFormat format = CheckOutputName(request);
+    const Devices devices = ChooseDevices(request);
+    const ChosenProfile &monitor = devices.monitor, &printer = devices.printer;
+    const Owned<ColorSyncProfileRef> reference = OpenReferenceProfile();
+
+    ImageHold image = OpenImage(request.input, false);
+    // PNG has no place for the orientation that TIFF and JPEG keep in a tag.
+    if (format == ImageFormat::Png && vips_image_get_orientation(image.get()) > 1) image = OpenImage(request.input, true);
+    RunPlan plan;
+    plan.operation = request.operation;
+    plan.printerGamut = request.printerGamut;
+    plan.input = ExamineImage(image.get(), request.input);
+    const OutputForm form = FormOfOutput(request, format, plan.input, monitor.profile.Get(), printer.profile.Get(), reference.Get());
+    plan.output = form.shape;
+    plan.flattenOntoWhite = plan.input.hasAlpha && !form.shape.hasAlpha && request.operation != Operation::Gamut;
+    if (format == ImageFormat::Jpeg && std::max(vips_image_get_width(image.get()), vips_image_get_height(image.get())) > kLargestJpegSide) {
+        throw Complaint{request.output, "JPEG ends at 65500 pixels a side", "use .png or .tif"};
+    }
+
+    SourceColour source;
+    std::string deviceName;
+    if (ReadsDeviceValues(request.operation)) {
+        CheckDeviceValues(request, plan.input, printer.profile.Get());
+        deviceName = ProfileName(request.operation == Operation::Predict ? monitor.profile.Get() : printer.profile.Get());
+    } else {
+        source = FindSourceColour(image.get(), plan.input, request.input, reference.Get());
+        plan.toReference = source.toReference.Get();
+        plan.sourceChannels = source.channels;
+    }
+
+    // The printer's operations read no precomputed tables, so none are built for them.
+    const bool printerOnly = request.operation == Operation::PrinterMatch || request.operation == Operation::PrinterPredict || request.printerGamut;
+    const int quality = printerOnly ? 1 : request.quality.value_or(devices.conditions ? devices.conditions->quality.value_or(2) : 2);
+    const CurrentMatching matching(monitor, printer, devices.proofer, devices.conditions ? &*devices.conditions : nullptr, kQualities[quality]);
+    OutputFile file(request.output);
+    const Conversion conversion(image.get(), plan, form.profile);
+    bool written = false;
+    {
+        const ProgressBar bar(conversion.Image());
+        written = WriteImage(conversion.Image(), format, request.compression.value_or(TiffCompression::Lzw), file.Descriptor());
+    }
+    if (conversion.InputFailed()) ComplainOfDamage(request.input);
+    if (conversion.OperationFailed()) throw Complaint{request.input, "its colours cannot be converted", "other profiles are needed"};
+    if (!written) file.ComplainOfWriting();
+    file.Commit();
+
+    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
+    const std::string from = plan.toReference ? source.profileName : deviceName;
+    const std::string to =
+        form.profile ? ProfileName(form.profile) : std::string("gamut mask of the ") + (request.printerGamut ? "printer" : "monitor");
+    Summarise(request, showing, form.shape, image.get(), from, to, seconds.count());
+}
