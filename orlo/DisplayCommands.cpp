@@ -11,9 +11,8 @@
 
 #include "ColourMatch/ColourMatch.h"
 #include "images/Complaint.h"
-#include "images/VipsHold.h"
+#include "orlo/ImageModule.h"
 #include "orlo/OutputFile.h"
-#include "orlo/RampPlot.h"
 #include "platform/Owned.h"
 
 namespace {

@@ -1,7 +1,14 @@
 #include "orlo/ImageCommands.h"
 
+#include <array>
+#include <chrono>
+#include <cstdio>
 #include <memory>
 #include <nlohmann/json.hpp>
+
+#include "images/Complaint.h"
+#include "orlo/ImageModule.h"
+#include "orlo/StoredSettings.h"
 
 namespace {
 
@@ -38,10 +45,52 @@ constexpr About kCommands[] = {
      "orlo printer-predict print.tif linear.tif --monitor monitor.icc --printer printer.icc"},
 };
 
+/// The path of a stored profile that the command needs.
+std::string StoredPathFor(const char* place, const StoredProfile& stored, const std::string& command) {
+    const std::string name = place;
+    const std::string right = "add --" + name + " PROFILE, or store one with orlo settings set " + name + "-profile PROFILE";
+    if (!stored.isStored) throw Complaint{command, "no " + name + " profile is given, and none is stored", right, Exit::NotThere};
+    if (stored.path.empty()) throw Complaint{command, "the stored " + name + " profile cannot be found", right, Exit::NotThere};
+    return stored.path;
+}
+
+/// A profile that is not given comes from the store, and with it everything else that a session takes from there.
+void TakeFromStore(ImageRequest& request, const std::string& command) {
+    if (!request.monitor.empty() && !request.printer.empty()) return;
+    const StoredProfiles stored = ReadStoredProfiles();
+    if (request.monitor.empty()) request.monitor = StoredPathFor("monitor", stored.monitor, command);
+    if (request.printer.empty()) request.printer = StoredPathFor("printer", stored.printer, command);
+    if (request.proofer.empty() && stored.proofer.isStored) request.proofer = StoredPathFor("proofer", stored.proofer, command);
+    request.conditions = ReadStoredConditions();
+    if (!request.quality) request.quality = request.conditions->quality;
+}
+
+void Run(ImageRequest request, const std::string& command, const Showing& showing) {
+    const auto start = std::chrono::steady_clock::now();
+    TakeFromStore(request, command);
+    const ImageReport report = RunImage(request);
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    std::array<char, 160> figures{};
+    std::snprintf(figures.data(), figures.size(), ": %d x %d pixels, %d bits, ", report.width, report.height, report.depth);
+    std::string line = command + ": " + request.input + " -> " + request.output + figures.data() + report.from + " to " + report.to;
+    std::snprintf(figures.data(), figures.size(), ", %.2f s, %.1f Mpixel/s\n", seconds,
+                  static_cast<double>(report.width) * report.height / 1e6 / seconds);
+    line += figures.data();
+    showing.Tell({{"command", command},
+                  {"input", request.input},
+                  {"output", request.output},
+                  {"width", report.width},
+                  {"height", report.height},
+                  {"bits", report.depth},
+                  {"from", report.from},
+                  {"to", report.to},
+                  {"seconds", seconds}},
+                 line);
+}
+
 Command ImageCommand(const About& row) {
     const auto request = std::make_shared<ImageRequest>();
     request->operation = row.operation;
-    request->command = row.name;
     Command command{.name = row.name, .about = row.about, .details = row.details};
     command.arguments = {
         {"INPUT", "IMAGE", "a PNG, TIFF or JPEG file", Into(request->input), true},
@@ -64,7 +113,7 @@ Command ImageCommand(const About& row) {
          }});
     command.json = "{\"command\", \"input\", \"output\", \"width\", \"height\", \"bits\", \"from\", \"to\": names of profiles, \"seconds\"}";
     command.examples = {row.example};
-    command.run = [request](const Showing& showing) { RunImageCommand(*request, showing); };
+    command.run = [request, name = command.name](const Showing& showing) { Run(*request, name, showing); };
     return command;
 }
 

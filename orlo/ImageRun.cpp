@@ -1,7 +1,6 @@
-#include <array>
-#include <chrono>
-#include <cstdio>
-#include <nlohmann/json.hpp>
+#include <algorithm>
+#include <optional>
+#include <string>
 
 #include "images/Complaint.h"
 #include "images/Conversion.h"
@@ -11,10 +10,9 @@
 #include "images/ImageWriting.h"
 #include "images/ProfileChoice.h"
 #include "images/SourceColour.h"
-#include "orlo/ImageCommands.h"
+#include "orlo/ImageModule.h"
 #include "orlo/OutputFile.h"
 #include "orlo/ProgressBar.h"
-#include "orlo/StoredSettings.h"
 
 namespace {
 
@@ -74,39 +72,6 @@ OutputForm FormOfOutput(const ImageRequest& request, ImageFormat format, const I
     return form;
 }
 
-/// The profiles to work with, and the stored conditions when the store had a say.
-struct Devices {
-    ChosenProfile monitor, printer;
-    std::optional<ChosenProfile> proofer;
-    std::optional<StoredConditions> conditions;
-};
-
-/// The path of a stored profile that the command needs.
-std::string StoredPathFor(const char* place, const StoredProfile& stored, const std::string& command) {
-    const std::string name = place;
-    const std::string right = "add --" + name + " PROFILE, or store one with orlo settings set " + name + "-profile PROFILE";
-    if (!stored.isStored) throw Complaint{command, "no " + name + " profile is given, and none is stored", right, Exit::NotThere};
-    if (stored.path.empty()) throw Complaint{command, "the stored " + name + " profile cannot be found", right, Exit::NotThere};
-    return stored.path;
-}
-
-/// A profile that is not given comes from the store, and with it everything else that a session takes from there.
-Devices ChooseDevices(const ImageRequest& request) {
-    std::string monitor = request.monitor, printer = request.printer, proofer = request.proofer;
-    std::optional<StoredConditions> conditions;
-    if (monitor.empty() || printer.empty()) {
-        const std::string& command = request.command;
-        const StoredProfiles stored = ReadStoredProfiles();
-        if (monitor.empty()) monitor = StoredPathFor("monitor", stored.monitor, command);
-        if (printer.empty()) printer = StoredPathFor("printer", stored.printer, command);
-        if (proofer.empty() && stored.proofer.isStored) proofer = StoredPathFor("proofer", stored.proofer, command);
-        conditions = ReadStoredConditions();
-    }
-    Devices devices{ChooseMonitor(monitor), ChoosePrinter(printer), std::nullopt, conditions};
-    if (!proofer.empty()) devices.proofer = ChooseProofer(proofer);
-    return devices;
-}
-
 /// Device values go in as they are, so they must be of the device's own kind.
 void CheckDeviceValues(const ImageRequest& request, const ImageShape& input, ColorSyncProfileRef printer) {
     const bool wantsCMYK = request.operation == Operation::PrinterPredict && GetProfileColourSpace(printer) == kColourSpaceCMYK;
@@ -114,35 +79,15 @@ void CheckDeviceValues(const ImageRequest& request, const ImageShape& input, Col
     if (!wantsCMYK && input.colours == 4) throw Complaint{request.input, "it holds CMYK values", "an image of the device's RGB is needed"};
 }
 
-void Summarise(const ImageRequest& request, const Showing& showing, const ImageShape& output, VipsImage* image, const std::string& from,
-               const std::string& to, double seconds) {
-    const int width = vips_image_get_width(image), height = vips_image_get_height(image);
-    const double megapixels = static_cast<double>(width) * height / 1e6;
-    std::array<char, 160> figures{};
-    std::snprintf(figures.data(), figures.size(), "%.2f s, %.1f Mpixel/s", seconds, megapixels / seconds);
-    const std::string line = request.command + ": " + request.input + " -> " + request.output + ": " + std::to_string(width) + " x " +
-                             std::to_string(height) + " pixels, " + std::to_string(output.depth) + " bits, " + from + " to " + to + ", " +
-                             figures.data();
-    showing.Tell({{"command", request.command},
-                  {"input", request.input},
-                  {"output", request.output},
-                  {"width", width},
-                  {"height", height},
-                  {"bits", output.depth},
-                  {"from", from},
-                  {"to", to},
-                  {"seconds", seconds}},
-                 line + "\n");
-}
-
 }  // namespace
 
-void RunImageCommand(const ImageRequest& request, const Showing& showing) {
-    const auto start = std::chrono::steady_clock::now();
+extern "C" __attribute__((visibility("default"))) void OrloRunImage(const ImageRequest* wanted, ImageReport* report) {
+    const ImageRequest& request = *wanted;
     StartVips();
     const ImageFormat format = CheckOutputName(request);
-    const Devices devices = ChooseDevices(request);
-    const ChosenProfile &monitor = devices.monitor, &printer = devices.printer;
+    const ChosenProfile monitor = ChooseMonitor(request.monitor), printer = ChoosePrinter(request.printer);
+    std::optional<ChosenProfile> proofer;
+    if (!request.proofer.empty()) proofer = ChooseProofer(request.proofer);
     const Owned<ColorSyncProfileRef> reference = OpenReferenceProfile();
 
     ImageHold image = OpenImage(request.input, false);
@@ -172,8 +117,8 @@ void RunImageCommand(const ImageRequest& request, const Showing& showing) {
 
     // The printer's operations read no precomputed tables, so none are built for them.
     const bool printerOnly = request.operation == Operation::PrinterMatch || request.operation == Operation::PrinterPredict || request.printerGamut;
-    const int quality = printerOnly ? 1 : request.quality.value_or(devices.conditions ? devices.conditions->quality.value_or(2) : 2);
-    const CurrentMatching matching(monitor, printer, devices.proofer, devices.conditions ? &*devices.conditions : nullptr, kQualities[quality]);
+    const int quality = printerOnly ? 1 : request.quality.value_or(2);
+    const CurrentMatching matching(monitor, printer, proofer, request.conditions ? &*request.conditions : nullptr, kQualities[quality]);
     OutputFile file(request.output);
     const Conversion conversion(image.get(), plan, form.profile);
     bool written = false;
@@ -186,9 +131,9 @@ void RunImageCommand(const ImageRequest& request, const Showing& showing) {
     if (!written) file.ComplainOfWriting();
     file.Commit();
 
-    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-    const std::string from = plan.toReference ? source.profileName : deviceName;
-    const std::string to =
-        form.profile ? ProfileName(form.profile) : std::string("gamut mask of the ") + (request.printerGamut ? "printer" : "monitor");
-    Summarise(request, showing, form.shape, image.get(), from, to, seconds.count());
+    report->width = vips_image_get_width(image.get());
+    report->height = vips_image_get_height(image.get());
+    report->depth = form.shape.depth;
+    report->from = plan.toReference ? source.profileName : deviceName;
+    report->to = form.profile ? ProfileName(form.profile) : std::string("gamut mask of the ") + (request.printerGamut ? "printer" : "monitor");
 }

@@ -11,5 +11,5 @@ using RampEntries = std::array<std::vector<uint16_t>, 3>;
 /// The ramp as lines of text for a terminal: R, G, B where one channel passes, * where several do.
 std::string TextPlot(const RampEntries& ramp);
 
-/// Writes the plot as a PNG file. Throws Complaint.
-void WritePlot(const RampEntries& ramp, const std::string& path);
+/// The value at a place 0..1, straight between the entries; 0..1.
+double RampValueAt(const std::vector<uint16_t>& entries, double place);

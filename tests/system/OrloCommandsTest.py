@@ -131,6 +131,14 @@ class Reading(CommandsCase):
         done = subprocess.run(self.arguments("match", self.path("in.png"), self.path("out.png"), "--json", "-q"), capture_output=True, check=True)
         self.assertEqual(done.stdout, b"")
 
+    def test_only_pictures_load_what_works_on_pictures(self):
+        write_png(self.path("in.png"), [[9, 9, 9]], 8, 3)
+        match = self.arguments("match", self.path("in.png"), self.path("out.png"))[1:]
+        for arguments, expected in ((["--version"], False), (["settings", "list"], False), (["displays"], False), (["--help"], False), (match, True)):
+            with self.subTest(arguments[:2]):
+                done = subprocess.run([OrloCommand.ORLO, *arguments], capture_output=True, check=True, env={**os.environ, "LD_DEBUG": "libs"})
+                self.assertEqual(b"libvips" in done.stderr, expected)
+
     def test_a_full_disk_under_standard_output_is_told(self):
         with open("/dev/full", "wb") as full:
             done = subprocess.run([OrloCommand.ORLO, "settings", "list"], stdout=full, stderr=subprocess.PIPE, check=False)

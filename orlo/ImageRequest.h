@@ -1,0 +1,26 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "images/CurrentMatching.h"
+#include "images/Operation.h"
+#include "images/TiffCompression.h"
+
+/// What is asked of a command on pictures; the file names are not looked at yet.
+struct ImageRequest {
+    Operation operation = Operation::Match;
+    std::string input, output;
+    std::string monitor, printer, proofer;  // profile files; empty: none
+    std::optional<StoredConditions> conditions;
+    std::optional<int> quality;  // 0, 1 or 2
+    std::optional<int> depth;    // 8 or 16
+    std::optional<TiffCompression> compression;
+    bool printerGamut = false;
+};
+
+/// What was done.
+struct ImageReport {
+    int width = 0, height = 0, depth = 0;
+    std::string from, to;  // names of profiles, or what the picture holds else
+};
