@@ -5,6 +5,7 @@
 
 #include "appearance/kernels/PixelKernels.h"
 #include "platform/Codes.h"
+#include "platform/Tetrahedron.h"
 
 namespace {
 
@@ -34,46 +35,23 @@ void DisposeTable(PixelTable* table) {
     table->table = nullptr;
 }
 
-// The four nodes to mix, counted in nodes from the start of the table.
-struct Tetrahedron {
-    size_t node[4];
-    uint32_t weight[4];
-};
+using Nodes = platform::WeightedNodes<platform::OrderOfNumbers>;
 
 // scaled: 0..32768 each.
-inline Tetrahedron Locate(const PixelTable& grid, const uint32_t scaled[3]) {
+inline Nodes Locate(const PixelTable& grid, const uint32_t scaled[3]) {
     const size_t step[3] = {size_t{grid.gridSize} * grid.gridSize, grid.gridSize, 1};
     size_t base = 0;
-    uint32_t f[3];
+    uint32_t fraction[3];
     for (int axis = 0; axis < 3; ++axis) {
         base += ((scaled[axis] >> grid.shift) & grid.indexMask) * step[axis];
-        f[axis] = scaled[axis] & grid.fractionMask;
+        fraction[axis] = scaled[axis] & grid.fractionMask;
     }
-    const auto path = [&](int first, int second, int third) -> Tetrahedron {
-        return {{base, base + step[first], base + step[first] + step[second], base + step[0] + step[1] + step[2]},
-                {grid.cellSize - f[first], f[first] - f[second], f[second] - f[third], f[third]}};
-    };
-    switch ((f[0] > f[1] ? 4 : 0) | (f[0] > f[2] ? 2 : 0) | (f[1] > f[2] ? 1 : 0)) {
-        case 0:
-            return path(2, 1, 0);
-        case 1:
-            return path(1, 2, 0);
-        case 3:
-            return path(1, 0, 2);
-        case 4:
-            return path(2, 0, 1);
-        case 6:
-            return path(0, 2, 1);
-        case 7:
-            return path(0, 1, 2);
-        default:  // 2 and 5 contradict themselves; nodes that weigh nothing give 0
-            return {};
-    }
+    return platform::WeightedNodesOf<platform::OrderOfNumbers>(fraction, step, base, grid.cellSize);
 }
 
 // At most cellSize * 65535, which is below 2^31.
 template <typename Node, typename Channel>
-inline uint32_t Mix(const PixelTable& grid, const Tetrahedron& nodes, Channel channel) {
+inline uint32_t Mix(const PixelTable& grid, const Nodes& nodes, Channel channel) {
     const auto* table = static_cast<const Node*>(grid.table);
     uint32_t sum = 0;
     for (int corner = 0; corner < 4; ++corner) sum += nodes.weight[corner] * channel(table[nodes.node[corner]]);
@@ -81,7 +59,7 @@ inline uint32_t Mix(const PixelTable& grid, const Tetrahedron& nodes, Channel ch
 }
 
 inline void MixWords(const PixelTable& grid, const uint32_t scaled[3], uint16_t mixed[3]) {
-    const Tetrahedron nodes = Locate(grid, scaled);
+    const Nodes nodes = Locate(grid, scaled);
     for (int c = 0; c < 3; ++c) mixed[c] = static_cast<uint16_t>(Mix<Word4>(grid, nodes, [c](const Word4& node) { return node.word[c]; }));
 }
 

@@ -14,6 +14,7 @@
 #include <string.h>
 
 #include "platform/InstructionSet.h"
+#include "platform/Tetrahedron.h"
 
 #if defined(__SSE2__)
 #include <immintrin.h>
@@ -93,14 +94,12 @@ CM_INLINE Ints Larger(Ints a, Ints b) {
 CM_INLINE Ints Smaller(Ints a, Ints b) {
     return a < b ? a : b;
 }
-// For lanes of 0 to 2^15 - 1.
-CM_INLINE Ints LargerShort(Ints a, Ints b) {
-    const Shorts x = As<Shorts>(a), y = As<Shorts>(b);
-    return As<Ints>(x > y ? x : y);
+// What is no number becomes b.
+CM_INLINE Floats Larger(Floats a, Floats b) {
+    return a > b ? a : b;
 }
-CM_INLINE Ints SmallerShort(Ints a, Ints b) {
-    const Shorts x = As<Shorts>(a), y = As<Shorts>(b);
-    return As<Ints>(x < y ? x : y);
+CM_INLINE Floats Smaller(Floats a, Floats b) {
+    return a < b ? a : b;
 }
 // For lanes of 0 to 2^16 - 1.
 CM_INLINE Ints DifferenceOrZero(Ints a, Ints b) {
@@ -110,6 +109,13 @@ CM_INLINE Ints DifferenceOrZero(Ints a, Ints b) {
     return Larger(a - b, Ints{});
 #endif
 }
+CM_INLINE Ints LargerWord(Ints a, Ints b) {
+#ifdef CM_ONLY_SSE2
+    return b + DifferenceOrZero(a, b);
+#else
+    return Larger(a, b);
+#endif
+}
 CM_INLINE Ints SmallerWord(Ints a, Ints b) {
 #ifdef CM_ONLY_SSE2
     return a - DifferenceOrZero(a, b);
@@ -117,6 +123,13 @@ CM_INLINE Ints SmallerWord(Ints a, Ints b) {
     return Smaller(a, b);
 #endif
 }
+/// The order of these (Tetrahedron.h).
+struct OrderOfWords {
+    typedef Ints Fraction, Step;
+    [[gnu::always_inline]] static Ints Larger(Ints a, Ints b) { return LargerWord(a, b); }
+    [[gnu::always_inline]] static Ints Smaller(Ints a, Ints b) { return SmallerWord(a, b); }
+    [[gnu::always_inline]] static Ints Chosen(Ints where, Ints a, Ints b) { return where ? a : b; }
+};
 /// Modulo 2^32.
 CM_INLINE Ints WordProduct(Ints a, Ints b) {
 #ifdef CM_ONLY_SSE2
@@ -157,6 +170,21 @@ CM_INLINE Ints RoundedQuarter(Ints value, int offset) {
 #else
     return Smaller(Larger(rounded, Ints{}), Ints{} + 65535);
 #endif
+#endif
+}
+
+/// Whether a comparison holds in every lane.
+CM_INLINE bool HoldsEverywhere(Ints comparison) {
+#if CM_LANES == 16
+    return _mm512_movepi32_mask(As<Register>(comparison)) == 0xFFFF;
+#elif defined(__SSE2__)
+    return static_cast<unsigned>(CM_X86(movemask_epi8)(As<Register>(comparison))) == 0xFFFFFFFFu >> (32 - 4 * kLanes);
+#elif defined(__ARM_NEON)
+    return vminvq_u32(As<uint32x4_t>(comparison)) != 0;
+#else
+    int all = -1;
+    for (size_t i = 0; i < kLanes; ++i) all &= comparison[i];
+    return all != 0;
 #endif
 }
 
@@ -245,27 +273,74 @@ CM_INLINE unsigned long long EightBytes(const void* from) {
     return bytes;
 }
 
+/// What `load` answers for each index.
+template <typename Vector, typename Load>
+CM_INLINE Vector LoadEach(Ints index, Load load) {
+    const Words at = As<Words>(index);
+#define CM_FOUR_LOADS(group, load) load(at[4 * (group)]), load(at[4 * (group) + 1]), load(at[4 * (group) + 2]), load(at[4 * (group) + 3])
+    return Vector{CM_EACH_GROUP(CM_FOUR_LOADS, load)};
+#undef CM_FOUR_LOADS
+}
+
 /// The byte that each index counts to, and the three behind it above it.
 CM_INLINE Words LookUpBytes(const uint8_t* bytes, Ints index) {
 #ifdef CM_GATHERS
     return As<Words>(_mm512_mask_i32gather_epi32(_mm512_setzero_si512(), 0xFFFF, As<Register>(index), bytes, 1));
 #else
-    const Words at = As<Words>(index);
-#if CM_LANES == 8
-    return Words{FourBytes(bytes + at[0]), FourBytes(bytes + at[1]), FourBytes(bytes + at[2]), FourBytes(bytes + at[3]),
-                 FourBytes(bytes + at[4]), FourBytes(bytes + at[5]), FourBytes(bytes + at[6]), FourBytes(bytes + at[7])};
-#else
-    return Words{FourBytes(bytes + at[0]), FourBytes(bytes + at[1]), FourBytes(bytes + at[2]), FourBytes(bytes + at[3])};
+    return LoadEach<Words>(
+        index, [bytes](unsigned i) __attribute__((always_inline)) { return FourBytes(bytes + i); });
 #endif
+}
+/// The word that each index counts to, and the next one above it.
+CM_INLINE Words LookUpWords(const uint16_t* words, Ints index) {
+#ifdef CM_GATHERS
+    return As<Words>(_mm512_mask_i32gather_epi32(_mm512_setzero_si512(), 0xFFFF, As<Register>(index), words, 2));
+#elif CM_LANES == 8
+    return As<Words>(_mm256_i32gather_epi32(reinterpret_cast<const int*>(words), As<Register>(index), 2));
+#else
+    return LoadEach<Words>(
+        index, [words](unsigned i) __attribute__((always_inline)) { return FourBytes(words + i); });
+#endif
+}
+CM_INLINE Floats LookUpFloats(const float* values, Ints index) {
+#ifdef CM_GATHERS
+    return As<Floats>(_mm512_mask_i32gather_ps(_mm512_setzero_ps(), 0xFFFF, As<Register>(index), values, 4));
+#elif CM_LANES == 8
+    return As<Floats>(_mm256_i32gather_ps(values, As<Register>(index), 4));
+#else
+    return LoadEach<Floats>(
+        index, [values](unsigned i) __attribute__((always_inline)) { return values[i]; });
 #endif
 }
 
-#ifdef CM_GATHERS
-/// The word that each index counts to, and the next one above it.
-CM_INLINE Words LookUpWords(const uint16_t* words, Ints index) {
-    return As<Words>(_mm512_mask_i32gather_epi32(_mm512_setzero_si512(), 0xFFFF, As<Register>(index), words, 2));
-}
+// One colour's four values, and twice four, such as two neighbouring nodes of a grid: as many lanes on every set. Eight are handed on by reference,
+// as not every set has registers for them.
+typedef unsigned Words4 __attribute__((vector_size(16), may_alias));
+typedef int Ints4 __attribute__((vector_size(16), may_alias));
+typedef float Floats4 __attribute__((vector_size(16), may_alias));
+typedef unsigned Words8 __attribute__((vector_size(32), may_alias));
+typedef int Ints8 __attribute__((vector_size(32), may_alias));
+
+CM_INLINE Words4 LoadFourWords(const uint16_t* words) {
+#if defined(__AVX2__)
+    return As<Words4>(_mm_cvtepu16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(words))));
+#else
+    typedef unsigned short Four __attribute__((vector_size(8)));
+    Four four;
+    memcpy(&four, words, sizeof four);
+    return __builtin_convertvector(four, Words4);
 #endif
+}
+CM_INLINE void LoadEightWords(const uint16_t* words, Words8& lanes) {
+    typedef unsigned short Eight __attribute__((vector_size(16)));
+    Eight eight;
+    memcpy(&eight, words, sizeof eight);
+#if defined(__AVX2__)
+    lanes = As<Words8>(_mm256_cvtepu16_epi32(As<__m128i>(eight)));
+#else
+    lanes = __builtin_convertvector(eight, Words8);
+#endif
+}
 
 /// The low bytes of the lanes.
 CM_INLINE void StoreBytes(Words lanes, uint8_t* out) {

@@ -76,27 +76,18 @@ CM_INLINE Geometry GeometryOf(const PixelTable& grid) {
     return {grid.table, grid.shift, static_cast<int>(grid.gridSize), static_cast<int>(grid.fractionMask), static_cast<int>(grid.cellSize)};
 }
 
-/// The four nodes of each pixel, counted from the start of the table, and their weights.
-struct Cell {
-    Ints node[4], weight[4];
-};
+/// Of each pixel, the nodes counted from the start of the table.
+typedef WeightedNodes<OrderOfWords> Cell;
 
-/// Ties need no care: the node in doubt weighs nothing.
 CM_INLINE Cell Locate(const Geometry& geometry, const Channels& scaled) {
-    Ints index[3], f[3];
+    Ints index[3], fraction[3];
     for (int c = 0; c < 3; ++c) {
         index[c] = scaled.channel[c] >> geometry.shift;
-        f[c] = scaled.channel[c] & geometry.fractionMask;
+        fraction[c] = scaled.channel[c] & geometry.fractionMask;
     }
-    const int plane = geometry.size * geometry.size;
-    const Ints size = Ints{} + geometry.size, steps[3] = {Ints{} + plane, size, Ints{} + 1};
+    const Ints size = Ints{} + geometry.size, step[3] = {Ints{} + geometry.size * geometry.size, size, Ints{} + 1};
     const Ints base = (ShortProduct(index[0], size) + index[1]) * size + index[2];
-    const Ints most = LargerShort(LargerShort(f[0], f[1]), f[2]), least = SmallerShort(SmallerShort(f[0], f[1]), f[2]);
-    const Ints middle = f[0] + f[1] + f[2] - (most + least);
-    const Ints first = f[0] == most ? steps[0] : (f[1] == most ? steps[1] : steps[2]);
-    const Ints last = f[2] == least ? steps[2] : (f[1] == least ? steps[1] : steps[0]);
-    const Ints far = base + (plane + geometry.size + 1);
-    return {{base, base + first, far - last, far}, {geometry.cellSize - most, most - middle, middle - least, least}};
+    return WeightedNodesOf<OrderOfWords>(fraction, step, base, Ints{} + geometry.cellSize);
 }
 
 #if defined(__ARM_NEON)

@@ -23,7 +23,7 @@ FusedLayout LayoutOf(PixelFormat format, std::size_t channels) {
 /// What works on a run of `count` pixels: half of the widest vectors would be empty for a few.
 const FusedKernels& KernelsFor([[maybe_unused]] std::size_t count, const FusedKernels& kernels) {
 #ifdef CM_AVX_KERNELS
-    if (kernels.set == InstructionSet::kAvx512 && count <= 8) return kFusedAvx2;
+    if (kernels.set > InstructionSet::kAvx2 && count <= 8) return kAvx2FusedKernels;
 #endif
     return kernels;
 }
@@ -46,7 +46,11 @@ void RunInBlocks(const FusedProgram& program, const FusedKernels& widest, const 
 class FusedEvaluator final : public PixelEvaluator {
 public:
     FusedEvaluator(std::shared_ptr<const FusedProgram> program, const FusedKernels& kernels, FusedLayout source, FusedLayout destination)
-        : program_(std::move(program)), kernels_(kernels), source_(source), destination_(destination), name_(std::string("fused, ") + kernels.name) {}
+        : program_(std::move(program)),
+          kernels_(kernels),
+          source_(source),
+          destination_(destination),
+          name_(std::string("fused, ") + NameOf(kernels.set)) {}
 
     void ConvertRow(const void* source, void* destination, std::size_t count) const override {
         auto* to = static_cast<unsigned char*>(destination);
@@ -68,7 +72,7 @@ private:
 class FusedGamutMap final : public PixelEvaluator {
 public:
     FusedGamutMap(std::shared_ptr<const FusedProgram> program, const FusedKernels& kernels, FusedLayout source)
-        : program_(std::move(program)), kernels_(kernels), source_(source), name_(std::string("fused round trip, ") + kernels.name) {}
+        : program_(std::move(program)), kernels_(kernels), source_(source), name_(std::string("fused round trip, ") + NameOf(kernels.set)) {}
 
     void ConvertRow(const void* source, void* destination, std::size_t count) const override {
         constexpr auto kSquaredLimit = static_cast<float>(kGamutThreshold * kGamutThreshold);
@@ -108,18 +112,21 @@ std::shared_ptr<const FusedProgram> CompileGamutMap(const ProfileChain& chain) {
 }  // namespace
 
 std::vector<const FusedKernels*> RunnableFusedKernels() {
-    std::vector<const FusedKernels*> kernels = {&kFusedBaseline};
-#ifdef CM_AVX_KERNELS
-    for (const FusedKernels* wider : {&kFusedAvx2, &kFusedAvx512}) {
-        if (ProcessorRuns(wider->set)) kernels.push_back(wider);
+    std::vector<const FusedKernels*> kernels;
+#define CM_SET(name, text, runs) &k##name##FusedKernels,
+    for (const FusedKernels* each : {&kPortableFusedKernels, CM_BUILT_X86_SETS(CM_SET)}) {
+        if (ProcessorRuns(each->set)) kernels.push_back(each);
     }
-#endif
+#undef CM_SET
     return kernels;
 }
 
 const FusedKernels& BestFusedKernels() {
     static constinit MadeOnce<const FusedKernels> best;
-    return *best.Get([] { return BestAllowed(RunnableFusedKernels()); });
+    return *best.Get([] {
+        const FusedKernels* const allowed = BestAllowed(RunnableFusedKernels());
+        return allowed ? allowed : &kPortableFusedKernels;
+    });
 }
 
 std::unique_ptr<PixelEvaluator> MakeFusedEvaluator(const ProfileChain& chain, PixelFormat source, std::optional<PixelFormat> destination,

@@ -12,6 +12,7 @@ namespace platform {
 
 /// Every set of kernels that this processor can run, the best one last.
 std::vector<const FusedKernels*> RunnableFusedKernels();
+/// Of those that are allowed; the portable ones where nothing but plain is, as these programs have no other form.
 const FusedKernels& BestFusedKernels();
 
 /// Converts through the profiles' own curves, matrices and tables, block by block. Without a destination it writes the gamut map of MakeGamutMap.

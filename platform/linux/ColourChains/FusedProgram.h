@@ -81,7 +81,6 @@ struct FusedLayout {
 /// One instruction set's way. All ways give the same bytes.
 struct FusedKernels {
     InstructionSet set;
-    const char* name;
     void (*unpack)(const FusedLayout& layout, const void* pixels, FusedBlock& block, size_t count);
     void (*run)(const FusedStep* steps, size_t stepCount, FusedBlock& block, FusedBlock& kept, size_t count);
     void (*pack)(const FusedLayout& layout, const FusedBlock& block, void* pixels, size_t count);
@@ -89,10 +88,9 @@ struct FusedKernels {
     void (*compareLab)(const FusedBlock& first, const FusedBlock& second, float squaredLimit, unsigned char* bits, size_t count);
 };
 
-extern const FusedKernels kFusedBaseline;
-#ifdef CM_AVX_KERNELS  // set by the build where it compiles them
-extern const FusedKernels kFusedAvx2;
-extern const FusedKernels kFusedAvx512;
-#endif
+extern const FusedKernels kPortableFusedKernels;
+#define CM_SET(name, text, runs) extern const FusedKernels k##name##FusedKernels;
+CM_X86_SETS(CM_SET)
+#undef CM_SET
 
 }  // namespace platform

@@ -544,7 +544,7 @@ TEST_F(ColorSyncTransformTest, SaysWhatConverts) {
         const char* text = platform::EvaluatorName(transform.Get(), to, kCGImageAlphaNone, kColorSync16BitInteger, kCGImageAlphaNoneSkipLast);
         return std::string(text ? text : "nothing");
     };
-    const std::string set = platform::BestFusedKernels().name;
+    const std::string set = NameOf(platform::BestFusedKernels().set);
     EXPECT_EQ(name(toPrinter, kColorSync16BitInteger), "fused, " + set);
     EXPECT_EQ(name(toPrinter, kColorSync8BitInteger), "fused, " + set);
     EXPECT_EQ(name(toPrinter, kColorSync1BitGamut), "fused round trip, " + set);

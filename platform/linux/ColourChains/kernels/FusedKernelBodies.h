@@ -1,36 +1,13 @@
-// The kernels, once for each instruction set: the including file names the set and its vector length. No guard against a second inclusion is
-// needed and none of the standard library's templates may be used, as a copy made here for a new processor could be linked into code for all.
+// The kernels of fused programs, once for each instruction set: the including file names the set and them.
 //
 // Only operations that every set rounds alike are used; multiplications and additions are never contracted.
 
-#include <string.h>
-
-#if defined(__AVX2__)
-#include <immintrin.h>
-#endif
-
+#include "platform/VectorLanes.h"
 #include "platform/linux/ColourChains/FusedProgram.h"
-
-#define CM_INLINE static inline __attribute__((always_inline))
 
 namespace platform {
 
 namespace {
-
-constexpr size_t kLanes = CM_FUSED_LANES;
-
-typedef float Floats __attribute__((vector_size(4 * CM_FUSED_LANES), may_alias));
-typedef int Ints __attribute__((vector_size(4 * CM_FUSED_LANES), may_alias));
-typedef unsigned Words __attribute__((vector_size(4 * CM_FUSED_LANES), may_alias));
-
-// One pixel's four values, or two pixels' (nodes', grids') in one.
-typedef unsigned short Shorts4 __attribute__((vector_size(8)));
-typedef unsigned short Shorts8 __attribute__((vector_size(16)));
-typedef unsigned Words4 __attribute__((vector_size(16)));
-typedef int Ints4 __attribute__((vector_size(16)));
-typedef float Floats4 __attribute__((vector_size(16), may_alias));
-typedef unsigned Words8 __attribute__((vector_size(32)));
-typedef int Ints8 __attribute__((vector_size(32)));
 
 CM_INLINE Floats& At(float* plane, size_t i) {
     return *reinterpret_cast<Floats*>(plane + i);
@@ -41,12 +18,8 @@ CM_INLINE const Floats& At(const float* plane, size_t i) {
 CM_INLINE Ints& At(int* plane, size_t i) {
     return *reinterpret_cast<Ints*>(plane + i);
 }
-
-CM_INLINE Floats Larger(Floats value, Floats least) {
-    return value > least ? value : least;  // what is no number becomes the least
-}
-CM_INLINE Floats Smaller(Floats value, Floats most) {
-    return value < most ? value : most;
+CM_INLINE const Ints& At(const int* plane, size_t i) {
+    return *reinterpret_cast<const Ints*>(plane + i);
 }
 
 /// To the nearest whole number 0..65535, halves upwards.
@@ -61,34 +34,6 @@ CM_INLINE Ints ToFixed(Ints value) {
     return value + ((sum + (sum >> 16) + 1) >> 16);
 }
 
-/// entries[index] in the low half, entries[index + 1] in the high one.
-CM_INLINE Words GatherPairs(const uint16_t* entries, Ints index) {
-#if defined(__AVX512F__)
-    return reinterpret_cast<Words>(
-        _mm512_mask_i32gather_epi32(reinterpret_cast<__m512i>(index), 0xFFFF, reinterpret_cast<__m512i>(index), entries, 2));
-#elif defined(__AVX2__)
-    return reinterpret_cast<Words>(_mm256_i32gather_epi32(reinterpret_cast<const int*>(entries), reinterpret_cast<__m256i>(index), 2));
-#else
-    Words pairs = {};
-    for (size_t lane = 0; lane < kLanes; ++lane) {
-        pairs[lane] = entries[index[lane]] | static_cast<unsigned>(entries[index[lane] + 1]) << 16;
-    }
-    return pairs;
-#endif
-}
-
-CM_INLINE Floats GatherFloats(const float* values, Ints index) {
-#if defined(__AVX512F__)
-    return reinterpret_cast<Floats>(_mm512_mask_i32gather_ps(reinterpret_cast<__m512>(index), 0xFFFF, reinterpret_cast<__m512i>(index), values, 4));
-#elif defined(__AVX2__)
-    return reinterpret_cast<Floats>(_mm256_i32gather_ps(values, reinterpret_cast<__m256i>(index), 4));
-#else
-    Floats gathered = {};
-    for (size_t lane = 0; lane < kLanes; ++lane) gathered[lane] = values[index[lane]];
-    return gathered;
-#endif
-}
-
 void Affine(const FusedStep& step, FusedBlock& block, size_t count) {
     for (size_t i = 0; i < count; i += kLanes) {
         const Floats x = At(block.plane[0], i), y = At(block.plane[1], i), z = At(block.plane[2], i);
@@ -101,9 +46,9 @@ void Affine(const FusedStep& step, FusedBlock& block, size_t count) {
 
 // What is shown of dark colours hangs on the last unit of XYZ, so here nothing is folded and every rounding stands where Little CMS has it.
 void Matrices(const FusedStep& step, FusedBlock& block, size_t count) {
-    typedef float FewFloats __attribute__((vector_size(2 * CM_FUSED_LANES), may_alias));
-    typedef double Doubles __attribute__((vector_size(4 * CM_FUSED_LANES)));
-    typedef int FewInts __attribute__((vector_size(2 * CM_FUSED_LANES)));
+    typedef float FewFloats __attribute__((vector_size(2 * CM_LANES), may_alias));
+    typedef double Doubles __attribute__((vector_size(4 * CM_LANES)));
+    typedef int FewInts __attribute__((vector_size(2 * CM_LANES)));
     for (size_t i = 0; i < count; i += kLanes / 2) {
         FewFloats* const at[3] = {reinterpret_cast<FewFloats*>(block.plane[0] + i), reinterpret_cast<FewFloats*>(block.plane[1] + i),
                                   reinterpret_cast<FewFloats*>(block.plane[2] + i)};
@@ -158,8 +103,8 @@ CM_INLINE Floats Root(Floats value) {
     const Floats zero = {};
     const Floats t = Smaller(Larger(value, zero + kCubeLimit), zero + 1e6f);
     // A third of the logarithm, from the bits; then two steps of Halley's rule, the second as a correction.
-    const Floats bits = __builtin_convertvector(reinterpret_cast<Ints>(t), Floats);
-    Floats root = reinterpret_cast<Floats>(__builtin_convertvector(bits * (1.0f / 3.0f), Ints) + 0x2A512CE3);
+    const Floats bits = __builtin_convertvector(As<Ints>(t), Floats);
+    Floats root = As<Floats>(__builtin_convertvector(bits * (1.0f / 3.0f), Ints) + 0x2A512CE3);
     Floats cube = root * root * root;
     root = root * (cube + t + t) / (cube + cube + t);
     cube = root * root * root;
@@ -182,18 +127,6 @@ void Cube(FusedBlock& block, size_t count) {
             At(block.plane[c], i) = t > kRootLimit ? t * t * t : LabLineBack(t);
         }
     }
-}
-
-CM_INLINE bool HoldsEverywhere(Ints mask) {
-#if defined(__AVX512F__)
-    return _mm512_movepi32_mask(reinterpret_cast<__m512i>(mask)) == 0xFFFF;
-#elif defined(__AVX2__)
-    return _mm256_movemask_epi8(reinterpret_cast<__m256i>(mask)) == -1;
-#else
-    int all = -1;
-    for (size_t lane = 0; lane < kLanes; ++lane) all &= mask[lane];
-    return all != 0;
-#endif
 }
 
 // The cube, a factor and the root are one factor where neither end is on the line. Each sample takes the way that its own value calls for.
@@ -220,11 +153,11 @@ void Tables(const FusedStep& step, FusedBlock& block, size_t count) {
         const int domain = step.domain[c];
         for (size_t i = 0; i < count; i += kLanes) {
             const Ints place = ToFixed(Rounded(At(block.plane[c], i)) * domain);
-            const Words pair = GatherPairs(table, place >> 16);
+            const Words pair = LookUpWords(table, place >> 16);
             const Words low = pair & 0xFFFFu, high = pair >> 16;
-            const Words rest = reinterpret_cast<Words>(place & 0xFFFF);
+            const Words rest = As<Words>(place & 0xFFFF);
             const Words value = ((((high - low) * rest + 0x8000u) >> 16) + low) & 0xFFFFu;
-            At(block.plane[c], i) = __builtin_convertvector(reinterpret_cast<Ints>(value), Floats);
+            At(block.plane[c], i) = __builtin_convertvector(As<Ints>(value), Floats);
         }
     }
 }
@@ -239,10 +172,10 @@ void Functions(const FusedStep& step, FusedBlock& block, size_t count) {
             const Floats value = At(block.plane[c], i);
             // The last float below 2^18, so that the entry after the one found exists.
             const Floats inside = Smaller(Larger(value, zero + 0x1p-30f), zero + 0x1.fffffep17f);
-            const Ints bits = reinterpret_cast<Ints>(inside);
+            const Ints bits = As<Ints>(inside);
             const Ints index = (bits >> kShift) - kFirst;
             const Floats fraction = __builtin_convertvector(bits & ((1 << kShift) - 1), Floats) * (1.0f / (1 << kShift));
-            const Floats low = GatherFloats(step.values[c], index), high = GatherFloats(step.values[c] + 1, index);
+            const Floats low = LookUpFloats(step.values[c], index), high = LookUpFloats(step.values[c] + 1, index);
             At(block.plane[c], i) = value < zero ? value * step.slope[c] + step.zero[c] : low + (high - low) * fraction;
         }
     }
@@ -250,7 +183,7 @@ void Functions(const FusedStep& step, FusedBlock& block, size_t count) {
 
 void Dense(const FusedStep& step, FusedBlock& block, size_t count) {
     for (size_t c = 0; c < step.channels; ++c) {
-        for (size_t i = 0; i < count; i += kLanes) At(block.plane[c], i) = GatherFloats(step.values[c], Rounded(At(block.plane[c], i)));
+        for (size_t i = 0; i < count; i += kLanes) At(block.plane[c], i) = LookUpFloats(step.values[c], Rounded(At(block.plane[c], i)));
     }
 }
 
@@ -280,40 +213,16 @@ CM_INLINE void Spread(const Words4* pixels, FusedBlock& block, size_t i) {
     const Words4 rows[4] = {__builtin_shufflevector(a, b, 0, 1, 4, 5), __builtin_shufflevector(a, b, 2, 3, 6, 7),
                             __builtin_shufflevector(c, d, 0, 1, 4, 5), __builtin_shufflevector(c, d, 2, 3, 6, 7)};
     for (size_t p = 0; p < 4; ++p) {
-        *reinterpret_cast<Floats4*>(block.plane[p] + i) = __builtin_convertvector(reinterpret_cast<Ints4>(rows[p]), Floats4);
+        *reinterpret_cast<Floats4*>(block.plane[p] + i) = __builtin_convertvector(As<Ints4>(rows[p]), Floats4);
     }
 }
 
-// The compilers take several instructions for what is one.
-CM_INLINE void Widen(const Shorts8& values, Words8& result) {
-#if defined(__AVX2__)
-    result = reinterpret_cast<Words8>(_mm256_cvtepu16_epi32(reinterpret_cast<__m128i>(values)));
-#else
-    result = __builtin_convertvector(values, Words8);
-#endif
-}
-
-CM_INLINE Words4 Node(const uint16_t* node) {
-#if defined(__AVX2__)
-    return reinterpret_cast<Words4>(_mm_cvtepu16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(node))));
-#else
-    Shorts4 values;
-    memcpy(&values, node, sizeof values);
-    return __builtin_convertvector(values, Words4);
-#endif
-}
-/// A node and the next one in memory. Through references, as vectors of this length cannot be passed on every set.
-CM_INLINE void TwoNodes(const uint16_t* node, Words8& result) {
-    Shorts8 values;
-    memcpy(&values, node, sizeof values);
-    Widen(values, result);
-}
 // A difference of more than half the range times a large fraction runs over in 32 bits; the low 16 bits of the sum are right all the same.
 CM_INLINE void Between(const Words8& low, const Words8& high, unsigned rest, Words8& result) {
     result = (low + reinterpret_cast<Words8>(reinterpret_cast<Ints8>((high - low) * rest + 0x8000u) >> 16)) & 0xFFFFu;
 }
 CM_INLINE Words4 Between(const Words4& low, const Words4& high, unsigned rest) {
-    return (low + reinterpret_cast<Words4>(reinterpret_cast<Ints4>((high - low) * rest + 0x8000u) >> 16)) & 0xFFFFu;
+    return (low + As<Words4>(As<Ints4>((high - low) * rest + 0x8000u) >> 16)) & 0xFFFFu;
 }
 
 // Rounded after each of the three directions, the first input first.
@@ -326,10 +235,10 @@ void Trilinear(const FusedStep& step, FusedBlock& block, size_t count) {
         for (size_t k = 0; k < 4; ++k) {
             const uint16_t* node = step.nodes + places.base[i + k];
             Words8 n00, n01, n10, n11;
-            TwoNodes(node, n00);
-            TwoNodes(node + y, n01);
-            TwoNodes(node + x, n10);
-            TwoNodes(node + x + y, n11);
+            LoadEightWords(node, n00);
+            LoadEightWords(node + y, n01);
+            LoadEightWords(node + x, n10);
+            LoadEightWords(node + x + y, n11);
             const unsigned xRest = static_cast<unsigned>(places.rest[0][i + k]);
             Between(n00, n10, xRest, n00);
             Between(n01, n11, xRest, n01);
@@ -341,48 +250,41 @@ void Trilinear(const FusedStep& step, FusedBlock& block, size_t count) {
     }
 }
 
-/// The tetrahedron: the way from the cell's first node to its last, first along the axis with the largest rest, last along that with the smallest.
-struct alignas(64) Tetrahedra {
+/// The way through the cell from its first node to its last, and the places along it.
+struct alignas(64) Ways {
     int first[kFusedBlock], second[kFusedBlock];
     int largest[kFusedBlock], middle[kFusedBlock], smallest[kFusedBlock];
 };
 
-CM_INLINE void FindTetrahedra(const int (*rest)[kFusedBlock], const int* stride, size_t count, Tetrahedra& found) {
-    const Ints zero = {};
-    const Ints xStep = zero + stride[0], yStep = zero + stride[1], zStep = zero + stride[2];
+CM_INLINE void FindWays(const int (*rest)[kFusedBlock], const int* stride, size_t count, Ways& ways) {
+    const Ints step[3] = {Ints{} + stride[0], Ints{} + stride[1], Ints{} + stride[2]};
     for (size_t i = 0; i < count; i += kLanes) {
-        const Ints x = *reinterpret_cast<const Ints*>(rest[0] + i), y = *reinterpret_cast<const Ints*>(rest[1] + i),
-                   z = *reinterpret_cast<const Ints*>(rest[2] + i);
-        const Ints xy = x > y ? x : y, yx = x > y ? y : x;
-        const Ints largest = xy > z ? xy : z, smallest = yx < z ? yx : z;
-        // Which of equal rests comes first makes no difference, but the first axis and the last must not be the same.
-        const Ints firstStep = x == largest ? xStep : (y == largest ? yStep : zStep);
-        const Ints lastStep = z == smallest ? zStep : (y == smallest ? yStep : xStep);
-        At(found.largest, i) = largest;
-        At(found.middle, i) = x + y + z - largest - smallest;
-        At(found.smallest, i) = smallest;
-        At(found.first, i) = firstStep;
-        At(found.second, i) = xStep + yStep + zStep - lastStep;
+        const Ints place[3] = {At(rest[0], i), At(rest[1], i), At(rest[2], i)};
+        const Tetrahedron<OrderOfWords> found = TetrahedronOf<OrderOfWords>(place, step);
+        At(ways.largest, i) = found.largest;
+        At(ways.middle, i) = found.middle;
+        At(ways.smallest, i) = found.smallest;
+        At(ways.first, i) = found.first;
+        At(ways.second, i) = step[0] + step[1] + step[2] - found.last;
     }
 }
 
 void Tetrahedral(const FusedStep& step, FusedBlock& block, size_t count) {
     GridPlaces places;
-    Tetrahedra tetrahedra;
+    Ways ways;
     Locate<3>(step, block, count, places);
-    FindTetrahedra(places.rest, step.stride, count, tetrahedra);
+    FindWays(places.rest, step.stride, count, ways);
     const ptrdiff_t last = ptrdiff_t{step.stride[0]} + step.stride[1] + step.stride[2];
     for (size_t i = 0; i < count; i += 4) {
         Words4 pixels[4];
         for (size_t k = 0; k < 4; ++k) {
             const uint16_t* node = step.nodes + places.base[i + k];
-            const Words4 n0 = Node(node), n1 = Node(node + tetrahedra.first[i + k]), n2 = Node(node + tetrahedra.second[i + k]),
-                         n3 = Node(node + last);
-            const Words4 sum = (n1 - n0) * static_cast<unsigned>(tetrahedra.largest[i + k]) +
-                               (n2 - n1) * static_cast<unsigned>(tetrahedra.middle[i + k]) +
-                               (n3 - n2) * static_cast<unsigned>(tetrahedra.smallest[i + k]) + 0x8001u;
-            const Words4 rounded = sum + reinterpret_cast<Words4>(reinterpret_cast<Ints4>(sum) >> 16);
-            pixels[k] = (n0 + reinterpret_cast<Words4>(reinterpret_cast<Ints4>(rounded) >> 16)) & 0xFFFFu;
+            const Words4 n0 = LoadFourWords(node), n1 = LoadFourWords(node + ways.first[i + k]), n2 = LoadFourWords(node + ways.second[i + k]),
+                         n3 = LoadFourWords(node + last);
+            const Words4 sum = (n1 - n0) * static_cast<unsigned>(ways.largest[i + k]) + (n2 - n1) * static_cast<unsigned>(ways.middle[i + k]) +
+                               (n3 - n2) * static_cast<unsigned>(ways.smallest[i + k]) + 0x8001u;
+            const Words4 rounded = sum + As<Words4>(As<Ints4>(sum) >> 16);
+            pixels[k] = (n0 + As<Words4>(As<Ints4>(rounded) >> 16)) & 0xFFFFu;
         }
         Spread(pixels, block, i);
     }
@@ -390,22 +292,21 @@ void Tetrahedral(const FusedStep& step, FusedBlock& block, size_t count) {
 
 void TwoTetrahedral(const FusedStep& step, FusedBlock& block, size_t count) {
     GridPlaces places;
-    Tetrahedra tetrahedra;
+    Ways ways;
     Locate<4>(step, block, count, places);
-    FindTetrahedra(places.rest + 1, step.stride + 1, count, tetrahedra);
+    FindWays(places.rest + 1, step.stride + 1, count, ways);
     const ptrdiff_t last = ptrdiff_t{step.stride[1]} + step.stride[2] + step.stride[3];
     for (size_t i = 0; i < count; i += 4) {
         Words4 pixels[4];
         for (size_t k = 0; k < 4; ++k) {
             const uint16_t* node = step.nodes + places.base[i + k];
             Words8 n0, n1, n2, n3;
-            TwoNodes(node, n0);
-            TwoNodes(node + tetrahedra.first[i + k], n1);
-            TwoNodes(node + tetrahedra.second[i + k], n2);
-            TwoNodes(node + last, n3);
-            const Words8 sum = (n1 - n0) * static_cast<unsigned>(tetrahedra.largest[i + k]) +
-                               (n2 - n1) * static_cast<unsigned>(tetrahedra.middle[i + k]) +
-                               (n3 - n2) * static_cast<unsigned>(tetrahedra.smallest[i + k]);
+            LoadEightWords(node, n0);
+            LoadEightWords(node + ways.first[i + k], n1);
+            LoadEightWords(node + ways.second[i + k], n2);
+            LoadEightWords(node + last, n3);
+            const Words8 sum = (n1 - n0) * static_cast<unsigned>(ways.largest[i + k]) + (n2 - n1) * static_cast<unsigned>(ways.middle[i + k]) +
+                               (n3 - n2) * static_cast<unsigned>(ways.smallest[i + k]);
             // Rounded twice: to the full scale, then to whole numbers. Unsigned, as wild tables run over.
             const Words8 biased = sum + 0x7FFFu;
             const Words8 stepped = biased + reinterpret_cast<Words8>(reinterpret_cast<Ints8>(biased) >> 16) + 1u;
@@ -574,6 +475,6 @@ void CompareLab(const FusedBlock& first, const FusedBlock& second, float squared
 
 }  // namespace
 
-const FusedKernels CM_FUSED_KERNELS = {InstructionSet::CM_FUSED_SET, CM_FUSED_NAME, UnpackBlock, Run, PackBlock, CompareLab};
+const FusedKernels CM_FUSED_KERNELS = {InstructionSet::CM_KERNEL_SET, UnpackBlock, Run, PackBlock, CompareLab};
 
 }  // namespace platform

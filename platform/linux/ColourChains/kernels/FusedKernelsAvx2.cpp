@@ -1,6 +1,4 @@
-#define CM_FUSED_LANES 8
-#define CM_FUSED_SET kAvx2
-#define CM_FUSED_NAME "AVX2"
-#define CM_FUSED_KERNELS kFusedAvx2
+#define CM_KERNEL_SET kAvx2
+#define CM_FUSED_KERNELS kAvx2FusedKernels
 
 #include "platform/linux/ColourChains/kernels/FusedKernelBodies.h"
