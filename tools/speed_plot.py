@@ -13,9 +13,9 @@ PANELS = (
 SERIES = (
     (("Little CMS", "Little CMS gamut check"), "Little CMS", "#c55a11"),
     (("plain",), "the formula, written straight", "#7f7f7f"),
-    (("portable", "fused, baseline", "fused round trip, baseline"), "any processor", "#9dc3e6"),
-    (("avx2", "fused, AVX2", "fused round trip, AVX2"), "AVX2", "#2e75b6"),
-    (("avx512", "fused, AVX-512", "fused round trip, AVX-512"), "AVX-512", "#1f3864"),
+    (("portable", "fused, portable", "fused round trip, portable"), "any processor", "#9dc3e6"),
+    (("avx2", "fused, avx2", "fused round trip, avx2"), "AVX2", "#2e75b6"),
+    (("avx512", "fused, avx512", "fused round trip, avx512"), "AVX-512", "#1f3864"),
     (("copy",), "a plain copy", "#000000"),
 )
 LEFT, RIGHT, TOP, ROW, HEAD = 250, 980, 74, 22, 30
