@@ -25,14 +25,10 @@
 using platform::Descriptor;
 using platform::FolderOf;
 using platform::NativePath;
+using platform::SyncFolderOf;
 using platform::WriteAll;
 
 namespace {
-
-void SyncFolder(const std::string& path) {
-    const Descriptor folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (folder.Get() >= 0) fsync(folder.Get());
-}
 
 /// Gives the new file the extended attributes of the old one that it does not have itself. What a volume refuses is left out.
 void CarryAttributes(const std::string& from, int to) {
@@ -99,7 +95,7 @@ int Replace(const std::string& target, const std::string& replacement) {
     } else if (rename(replacement.c_str(), target.c_str()) != 0) {
         return errno;
     }
-    SyncFolder(FolderOf(target));
+    SyncFolderOf(target);
     return 0;
 }
 

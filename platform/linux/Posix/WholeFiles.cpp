@@ -1,9 +1,12 @@
 #include "platform/linux/Posix/WholeFiles.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+
+#include "platform/linux/Posix/Descriptor.h"
 
 namespace platform {
 
@@ -18,6 +21,11 @@ int WriteAll(int file, std::string_view bytes) {
 
 std::string FolderOf(const std::string& path) {
     return path.substr(0, std::max<std::size_t>(path.rfind('/'), 1));
+}
+
+void SyncFolderOf(const std::string& path) {
+    const Descriptor folder(open(FolderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (folder.Get() >= 0) fsync(folder.Get());
 }
 
 }  // namespace platform

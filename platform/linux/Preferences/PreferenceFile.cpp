@@ -64,11 +64,6 @@ std::string RealFile(const PreferencePlace& place) {
     return EndOfLinks(place.File(), end) == 0 ? end : place.File();
 }
 
-bool SyncFolderOf(const std::string& file) {
-    const Descriptor folder(open(FolderOf(file).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return folder.Get() >= 0 && fsync(folder.Get()) == 0;
-}
-
 }  // namespace
 
 std::string ConfigurationFolder() {
