@@ -16,6 +16,19 @@ if(CM_SANITIZE)
   target_link_options(cm_settings INTERFACE -fsanitize=${CM_SANITIZE})
 endif()
 
+# What a distribution hardens its programs with; tools/check_binaries reads it back from what was built. Sanitizers bring checks of their own.
+if(NOT APPLE AND NOT CM_SANITIZE)
+  target_compile_options(cm_settings INTERFACE -fstack-protector-strong -fstack-clash-protection)
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+    target_compile_options(cm_settings INTERFACE -fcf-protection)
+  elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
+    target_compile_options(cm_settings INTERFACE -mbranch-protection=standard)
+  endif()
+  # The checked forms of the C library's functions exist in optimised code only.
+  target_compile_options(cm_settings INTERFACE "$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
+  target_link_options(cm_settings INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
+endif()
+
 function(cm_target name)
   set_target_properties(${name} PROPERTIES
     POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden C_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON CXX_EXTENSIONS OFF)

@@ -253,6 +253,46 @@ class PlantedLibrary(unittest.TestCase):
                     self.assertIn(finding, result.stdout)
 
 
+class BuiltProgram(unittest.TestCase):
+    HARDENED = ("-O2", "-U_FORTIFY_SOURCE", "-D_FORTIFY_SOURCE=2", "-fPIE", "-pie", "-fcf-protection", "-Wl,-z,relro,-z,now,-z,noexecstack")
+    PROGRAM = "#include <string.h>\nint main(int count, char** words) { char copy[64]; strcpy(copy, words[count - 1]); return copy[0] + copy[1]; }\n"
+
+    def check(self, *options):
+        with tempfile.TemporaryDirectory() as folder:
+            source, program = os.path.join(folder, "program.c"), os.path.join(folder, "program")
+            with open(source, "w", encoding="utf-8") as file:
+                file.write(self.PROGRAM)
+            subprocess.run(["gcc", source, "-o", program, *self.HARDENED, *options], check=True, capture_output=True)
+            return run("check_binaries", folder)
+
+    def test_each_way_in_is_found(self):
+        rows = (
+            # options after those of a hardened program, expected finding or None
+            (["-Wl,-rpath,$ORIGIN/../lib"], None),
+            (["-Wl,-rpath,$ORIGIN/../lib:"], "its run path [$ORIGIN/../lib:] has the entry ''"),
+            (["-Wl,-rpath,/somewhere"], "has the entry '/somewhere'"),
+            (["-Wl,-z,execstack"], "its stack can be executed"),
+            (["-Wl,-z,norelro"], "its tables of functions stay writable"),
+            (["-Wl,-z,lazy"], "its tables of functions stay writable"),
+            (["-fno-pie", "-no-pie"], "it lies at a fixed address"),
+            (["-U_FORTIFY_SOURCE", "-fno-builtin"], "it calls strcpy and no checked form"),
+        )
+        if os.uname().machine == "x86_64":
+            rows += ((["-fcf-protection=none", "-nostartfiles", "-Wl,-e,main"], "it is not compiled for control-flow protection"),)
+        for options, finding in rows:
+            with self.subTest(options=options):
+                result = self.check(*options)
+                self.assertEqual(result.returncode, 0 if finding is None else 1, result.stdout + result.stderr)
+                if finding:
+                    self.assertIn(finding, result.stdout)
+
+    def test_a_larger_program_checks_its_stack(self):
+        padding = "static const char sPadding[300000] __attribute__((used)) = {1};\n"
+        self.PROGRAM = padding + self.PROGRAM
+        self.assertEqual(self.check("-fstack-protector-strong").returncode, 0)
+        self.assertIn("no function of it checks its stack", self.check("-fno-stack-protector").stdout)
+
+
 if __name__ == "__main__":
     sys.dont_write_bytecode = True
     unittest.main()

@@ -40,6 +40,8 @@ for file in libcolourmatch.so libcolourmatch.so.2 libcolourmatch.so.2.5.0 colour
 done
 [[ $(pkg-config --modversion colourmatch) == 2.5.0 ]] || fail "pkg-config knows another version"
 
+run "$source/tools/check_binaries" "$work/prefix"
+
 echo "pkg-config, C"
 # shellcheck disable=SC2046 # words are meant to be split
 run "$cc" -std=c17 -Wall -Wextra -Werror "$source/examples/match_colour.c" $(pkg-config --cflags --libs colourmatch) -o "$work/match_c"
