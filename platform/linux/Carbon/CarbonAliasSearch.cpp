@@ -7,7 +7,6 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <sstream>
@@ -16,6 +15,7 @@
 
 #include "platform/linux/Carbon/CarbonVolumes.h"
 #include "platform/linux/Posix/Descriptor.h"
+#include "platform/linux/Posix/Environment.h"
 
 namespace platform {
 
@@ -37,7 +37,7 @@ std::string Joined(const std::string& folder, const std::string& name) {
 std::vector<std::string> ProfileFolders() {
     std::vector<std::string> folders;
     const auto variable = [](const char* name, const std::string& otherwise) {
-        const char* value = std::getenv(name);
+        const char* value = platform::EnvironmentVariable(name);
         return value && *value ? std::string(value) : otherwise;
     };
     const std::string home = variable("HOME", "");

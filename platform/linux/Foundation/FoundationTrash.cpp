@@ -15,16 +15,17 @@
 #include "platform/linux/Carbon/CarbonVolumes.h"
 #include "platform/linux/CoreFoundation/CoreFoundationObject.h"
 #include "platform/linux/CoreFoundation/CoreFoundationURL.h"
+#include "platform/linux/Posix/Environment.h"
 #include "platform/linux/Posix/WholeFiles.h"
 
 namespace {
 
 std::string DataFolder() {
     // Read each time: GLib's own answer is fixed at the first call.
-    const char* const configured = getenv("XDG_DATA_HOME");
+    const char* const configured = platform::EnvironmentVariable("XDG_DATA_HOME");
     if (configured && configured[0] == '/') return configured;
-    const char* const home = g_get_home_dir();
-    return home && home[0] == '/' ? std::string(home) + "/.local/share" : std::string();
+    const std::string home = platform::HomeFolder();
+    return home.empty() ? std::string() : home + "/.local/share";
 }
 
 /// A shared trash folder counts only with the sticky bit, and not through a link: anybody could have made it otherwise.

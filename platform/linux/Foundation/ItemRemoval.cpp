@@ -1,7 +1,6 @@
 #include "platform/linux/Foundation/ItemRemoval.h"
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,6 +12,7 @@
 #include <vector>
 
 #include "platform/linux/Carbon/CarbonVolumes.h"
+#include "platform/linux/Posix/Environment.h"
 
 namespace platform {
 
@@ -29,18 +29,9 @@ bool Holds(const struct stat& item, std::string path) {
 }
 
 /// The path without links in it; empty where nothing stands there.
-std::string RealPath(const char* path) {
-    const std::unique_ptr<char, decltype(&free)> real(realpath(path, nullptr), &free);
+std::string RealPath(const std::string& path) {
+    const std::unique_ptr<char, decltype(&free)> real(realpath(path.c_str(), nullptr), &free);
     return real ? real.get() : std::string();
-}
-
-/// Of the user that the process runs as; empty where the database knows none.
-std::string HomeInPasswordDatabase() {
-    std::vector<char> texts(1024);
-    passwd entry;
-    passwd* found = nullptr;
-    while (getpwuid_r(getuid(), &entry, texts.data(), texts.size(), &found) == ERANGE) texts.resize(2 * texts.size());
-    return found && found->pw_dir ? RealPath(found->pw_dir) : std::string();
 }
 
 /// Whether anything is mounted there or below. Told by the mount table, so that no server that is away is waited for; a mount that the table does not
@@ -64,7 +55,7 @@ bool IsIndispensable(const std::string& canonicalPath) {
     if (lstat(canonicalPath.c_str(), &item) != 0 || !S_ISDIR(item.st_mode)) return false;
     const char* const home = std::getenv("HOME");
     // The current folder beside its path, which it has none of when it cannot be reached from the root.
-    const std::string needed[] = {"/", home && *home ? RealPath(home) : std::string(), HomeInPasswordDatabase(), ".", RealPath(".")};
+    const std::string needed[] = {"/", home && *home ? RealPath(home) : std::string(), RealPath(HomeInPasswordDatabase()), ".", RealPath(".")};
     return std::any_of(std::begin(needed), std::end(needed), [&](const std::string& path) { return !path.empty() && Holds(item, path); });
 }
 

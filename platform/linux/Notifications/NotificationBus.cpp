@@ -2,7 +2,6 @@
 
 #include <errno.h>
 #include <gio/gio.h>
-#include <stdlib.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -10,6 +9,8 @@
 #include <cstddef>
 #include <cstring>
 #include <optional>
+
+#include "platform/linux/Posix/Environment.h"
 
 namespace platform {
 
@@ -64,7 +65,7 @@ std::optional<SocketAddress> ReadServer(const std::string& server) {
         std::string path = Unescaped(pair.substr(equals + 1));
         const bool isAbstract = key == "abstract";
         if (key == "runtime") {
-            const char* const folder = getenv("XDG_RUNTIME_DIR");
+            const char* const folder = EnvironmentVariable("XDG_RUNTIME_DIR");
             path = folder && path == "yes" ? std::string(folder) + "/bus" : "";
         } else if (key != "path" && !isAbstract) {
             continue;
@@ -246,12 +247,12 @@ bool BusConnection::Handle(BusMessage message, std::vector<BusMessage>* signals)
 }
 
 std::string SessionBusAddress() {
-    const char* const address = getenv("DBUS_SESSION_BUS_ADDRESS");
+    const char* const address = EnvironmentVariable("DBUS_SESSION_BUS_ADDRESS");
     return address ? address : "";
 }
 
 std::string SystemBusAddress() {
-    const char* const address = getenv("DBUS_SYSTEM_BUS_ADDRESS");
+    const char* const address = EnvironmentVariable("DBUS_SYSTEM_BUS_ADDRESS");
     return address && *address ? address : "unix:path=/var/run/dbus/system_bus_socket";
 }
 

@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <glib.h>
 #include <limits.h>
-#include <stdlib.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,6 +14,7 @@
 
 #include "platform/linux/Carbon/CarbonFiles.h"
 #include "platform/linux/Posix/Descriptor.h"
+#include "platform/linux/Posix/Environment.h"
 #include "platform/linux/Posix/WholeFiles.h"
 #include "platform/linux/Preferences/PropertyListBounds.h"
 
@@ -68,12 +68,10 @@ std::string RealFile(const PreferencePlace& place) {
 
 std::string ConfigurationFolder() {
     // Read each time: GLib's own answer is fixed at the first call.
-    const char* const configured = getenv("XDG_CONFIG_HOME");
+    const char* const configured = EnvironmentVariable("XDG_CONFIG_HOME");
     if (configured && configured[0] == '/') return configured;
-    // Under fork a lock of GLib's may stay locked in the child, so it is asked only without the variable.
-    const char* const variable = getenv("HOME");
-    const char* const home = variable ? variable : g_get_home_dir();
-    return home && home[0] == '/' ? std::string(home) + "/.config" : std::string();
+    const std::string home = HomeFolder();
+    return home.empty() ? std::string() : home + "/.config";
 }
 
 PreferencePlace FindPreferencePlace(const std::string& application) {
