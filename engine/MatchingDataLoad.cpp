@@ -42,6 +42,22 @@ OSErr OpenAlias(AliasHandle alias, Owned<ColorSyncProfileRef>* profile) {
     return OpeningStatus(*profile, status);
 }
 
+OSErr CheckPrinterSpace(ColorSyncProfileRef printer) {
+    ICCProfileHeader header;
+    const OSErr status = ReadProfileHeader(printer, &header);
+    if (status != 0) return status;
+    return DrivesAPrinter(header.dataColourSpace) ? OSErr{0} : kStatusProfileUnsuitable;
+}
+
+/// A grid is asked at twice as many places for each channel more: with 15 a table of the proof takes half a minute.
+OSErr CheckProoferSpace(ColorSyncProfileRef proofer) {
+    constexpr uint32_t kMostChannels = 10;
+    ICCProfileHeader header;
+    const OSErr status = ReadProfileHeader(proofer, &header);
+    if (status != 0) return status;
+    return ChannelsByNumber(header.dataColourSpace) > kMostChannels ? kStatusProfileUnsuitable : OSErr{0};
+}
+
 OSErr OpenProfiles(const AliasHandle aliases[3], bool useProofer, Profiles* profiles) {
     OSErr status = 0;
     profiles->reference.Reset(CreateProfileFromNamedResource(CFSTR("MatrixCalRGB"), &status));
@@ -49,11 +65,15 @@ OSErr OpenProfiles(const AliasHandle aliases[3], bool useProofer, Profiles* prof
     if (status == 0) status = OpenAlias(aliases[0], &profiles->monitor);
     if (status == 0 && !aliases[1]) status = kStatusFileNotFound;
     if (status == 0) status = OpenAlias(aliases[1], &profiles->printer);
+    if (status == 0) status = CheckPrinterSpace(profiles->printer.Get());
     if (status == 0) {
         profiles->printerCopy.Reset(ColorSyncProfileCreateMutableCopy(profiles->printer.Get()));
         if (!profiles->printerCopy) status = kStatusNoMemory;
     }
-    if (status == 0 && useProofer && aliases[2]) status = OpenAlias(aliases[2], &profiles->proofer);
+    if (status == 0 && useProofer && aliases[2]) {
+        status = OpenAlias(aliases[2], &profiles->proofer);
+        if (status == 0) status = CheckProoferSpace(profiles->proofer.Get());
+    }
     return status;
 }
 

@@ -23,6 +23,18 @@ OSErr ReadProfileHeader(ColorSyncProfileRef profile, ICCProfileHeader* header) {
     return 0;
 }
 
+bool DrivesAPrinter(uint32_t colourSpace) {
+    return colourSpace == kColourSpaceRGB || colourSpace == kColourSpaceCMYK;
+}
+
+uint32_t ChannelsByNumber(uint32_t colourSpace) {
+    uint32_t digit = 0;
+    if ((colourSpace & 0x00FFFFFF) == (FourChar("0CLR") & 0x00FFFFFF)) digit = colourSpace >> 24;
+    if (colourSpace >> 8 == FourChar("MCH0") >> 8) digit = colourSpace & 0xFF;
+    if (digit >= '1' && digit <= '9') return digit - '0';
+    return digit >= 'A' && digit <= 'F' ? digit - 'A' + 10 : 0;
+}
+
 ICCProfileHeader GetProfileHeader(ColorSyncProfileRef profile) {
     ICCProfileHeader header;
     ReadProfileHeader(profile, &header);

@@ -14,3 +14,8 @@ OSErr ReadMediaWhitePoint(ColorSyncProfileRef profile, FixedXYZ* xyz);
 OSErr ReadMonitorLuminance(ColorSyncProfileRef profile, int32_t* luminance);
 /// Also -170, for a profile that is no matrix model.
 OSErr CheckMatrixModel(ColorSyncProfileRef profile);
+
+/// Whether a printer of that colour space can be used: RGB or CMYK, as a pixel has room for four values.
+bool DrivesAPrinter(uint32_t colourSpace);
+/// The channels of a colour space that is called by their number, '2CLR' to 'FCLR' and 'MCH2' to 'MCHF'; 0 for every other.
+uint32_t ChannelsByNumber(uint32_t colourSpace);

@@ -52,8 +52,7 @@ OSErr CheckPrinter(ColorSyncProfileRef profile) {
     ICCProfileHeader header;
     const OSErr status = ReadProfileHeader(profile, &header);
     if (status != 0) return status;
-    const bool isDriven = header.dataColourSpace == kColourSpaceCMYK || header.dataColourSpace == kColourSpaceRGB;
-    return header.profileClass == FourChar("prtr") && isDriven ? OSErr{0} : kStatusProfileUnsuitable;
+    return header.profileClass == FourChar("prtr") && DrivesAPrinter(header.dataColourSpace) ? OSErr{0} : kStatusProfileUnsuitable;
 }
 
 OSErr CheckProofer(ColorSyncProfileRef profile) {

@@ -179,6 +179,12 @@ TEST(MalformedProfileTest, ClassesAndSpacesThatDoNotFitTheTagsDoNoHarm) {
     }
 }
 
+TEST(MalformedProfileTest, ASpaceThatIsNoTextIsOfNoDevice) {
+    const Bytes bytes = Changed(kDisplay, 16, Code("RGB ") | 0x80000000);
+    EXPECT_TRUE(Open(bytes).profile);
+    EXPECT_EQ(UseInEveryWay(bytes), 0);
+}
+
 TEST(MalformedProfileTest, RandomDamageDoesNoHarm) {
     const int rounds = std::getenv("CM_DEEP") ? 400 : 60;  // set by ./test --deep
     std::mt19937 generator(99);

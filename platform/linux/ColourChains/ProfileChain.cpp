@@ -1,5 +1,7 @@
 #include "platform/linux/ColourChains/ProfileChain.h"
 
+#include "platform/BigEndian.h"
+
 namespace platform {
 
 namespace {
@@ -7,8 +9,12 @@ namespace {
 /// Never counted as too fine for optimisation, whatever the device's curves.
 constexpr PixelFormat kCatching = {PixelFormat::k8Bit, PixelFormat::kNone};
 
-bool IsDevice(cmsHPROFILE profile) {
-    switch (cmsGetDeviceClass(profile)) {
+constexpr std::size_t kClassField = 12;
+constexpr std::size_t kSpaceField = 16;
+
+/// Asked of the bytes, as what stands there need be no value of the engine's enumerations: those are of ASCII characters.
+bool IsOfADevice(const std::vector<std::uint8_t>& profile) {
+    switch (ReadBigEndian32(profile.data() + kClassField)) {
         case cmsSigInputClass:
         case cmsSigDisplayClass:
         case cmsSigOutputClass:
@@ -17,8 +23,8 @@ bool IsDevice(cmsHPROFILE profile) {
         default:
             return false;
     }
-    const cmsColorSpaceSignature space = cmsGetColorSpace(profile);
-    return space != cmsSigXYZData && space != cmsSigLabData;
+    const std::uint32_t space = ReadBigEndian32(profile.data() + kSpaceField);
+    return (space & 0x80808080) == 0 && space != cmsSigXYZData && space != cmsSigLabData;
 }
 
 cmsUInt32Number LcmsFormat(PixelFormat format, std::size_t channels) {
@@ -37,7 +43,7 @@ std::unique_ptr<ProfileChain> ProfileChain::Create(const std::vector<ChainStep>&
     for (std::size_t i = 0; i < steps.size(); ++i) {
         const ChainStep& step = steps[i];
         LcmsProfile profile = OpenLcmsProfile(chain->context_, *step.profile);
-        if (!profile || !IsDevice(profile.get())) return nullptr;
+        if (!profile || !IsOfADevice(*step.profile)) return nullptr;
         const Link link = {profile.get(), step.intent, step.blackPointCompensation};
         chain->profiles_.push_back(std::move(profile));
         chain->links_.push_back(link);

@@ -311,6 +311,36 @@ TEST(LoadMatchingData, ProfilesThatNoTransformCanUseGiveAParameterError) {
     });
 }
 
+TEST(LoadMatchingData, PrintersDrivenByNeitherRGBNorCMYKAreUnsuitable) {
+    const TemporaryFolder folder;
+    const struct {
+        const char* space;
+        size_t channels;
+        OSErr status;
+    } rows[] = {{"RGB ", 3, 0},    {"CMYK", 4, 0},    {"CMY ", 3, -170}, {"GRAY", 1, -170}, {"2CLR", 2, -170},
+                {"4CLR", 4, -170}, {"6CLR", 6, -170}, {"8CLR", 8, -170}, {"HSV ", 3, -170}};
+    for (const auto& row : rows) {
+        const Loaded loaded = Load({kSRGBMonitor, folder.Write(row.space, GridPrinter(row.space, row.channels).Make())});
+        EXPECT_EQ(loaded.status, row.status) << row.space;
+        EXPECT_EQ(loaded.data != nullptr, row.status == 0) << row.space;
+    }
+}
+
+TEST(LoadMatchingData, ProofersOfMoreThanTenChannelsAreUnsuitable) {
+    const TemporaryFolder folder;
+    const struct {
+        const char* space;
+        size_t channels;
+        OSErr status;
+    } rows[] = {{"6CLR", 6, 0}, {"ACLR", 10, 0}, {"MCHA", 10, 0}, {"BCLR", 11, -170}, {"MCHB", 11, -170}, {"FCLR", 15, -170}, {"MCHF", 15, -170}};
+    for (const auto& row : rows) {
+        const Choice choice = {kSRGBMonitor, kCMYKPrinter, folder.Write(row.space, GridPrinter(row.space, row.channels).Make()), 1};
+        const Loaded loaded = Load(choice);
+        EXPECT_EQ(loaded.status, row.status) << row.space;
+        EXPECT_EQ(loaded.data != nullptr, row.status == 0) << row.space;
+    }
+}
+
 TEST(LoadMatchingData, MonitorsWithoutAUsableModelAreUnsuitable) {
     const TemporaryFolder folder;
     int made = 0;
