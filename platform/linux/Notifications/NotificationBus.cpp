@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <gio/gio.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -24,8 +25,6 @@ constexpr const char* kColourManager = "org.freedesktop.ColorManager";
 constexpr const char* kBusName = "org.freedesktop.DBus";
 constexpr std::size_t kLongestMember = 255;
 
-constexpr std::uint32_t kHelloSerial = 1;
-constexpr std::uint32_t kMatchSerial = 2;
 constexpr std::size_t kLongestLine = 4096;
 /// Longer ones are neither sent nor read.
 constexpr std::size_t kLongestMessage = std::size_t{1} << 20;
@@ -127,11 +126,13 @@ BusConnection::BusConnection(const std::string& address, const std::string& rule
     state_ = State::kOpening;
     // Everything at once. The server takes the identity from the socket: it may know the user by another number than we do.
     unsent_ = std::string(1, '\0') + "AUTH EXTERNAL\r\nDATA\r\nBEGIN\r\n";
-    Queue(CallOfBus("Hello"));
-    BusMessage match = CallOfBus("AddMatch");
-    match.signature = "s";
-    match.texts = {rule};
-    Queue(std::move(match));
+    openingSerial_ = Queue(CallOfBus("Hello"));
+    if (!rule.empty()) {
+        BusMessage match = CallOfBus("AddMatch");
+        match.signature = "s";
+        match.texts = {rule};
+        openingSerial_ = Queue(std::move(match));
+    }
     Flush();
 }
 
@@ -141,15 +142,17 @@ void BusConnection::Close() {
     state_ = State::kLost;
 }
 
-void BusConnection::Queue(BusMessage message) {
+std::uint32_t BusConnection::Queue(BusMessage message) {
     message.serial = ++lastSerial_;
     const std::string bytes = WriteBusMessage(message);
     if (bytes.size() <= kLongestMessage) unsent_ += bytes;
+    return lastSerial_;
 }
 
-void BusConnection::Send(BusMessage message) {
-    Queue(std::move(message));
+std::uint32_t BusConnection::Send(BusMessage message) {
+    const std::uint32_t serial = Queue(std::move(message));
     Flush();
+    return serial;
 }
 
 void BusConnection::Flush() {
@@ -177,12 +180,12 @@ bool BusConnection::Receive() {
     return count > 0;
 }
 
-void BusConnection::Advance(std::vector<BusMessage>* signals) {
+void BusConnection::Advance(std::vector<BusMessage>* arrived) {
     Flush();
     if (state_ == State::kLost) return;
     // What came before the end counts.
     const bool isOpen = Receive();
-    if (!ReadHandshake() || !ReadMessages(signals) || !isOpen) state_ = State::kLost;
+    if (!ReadHandshake() || !ReadMessages(arrived) || !isOpen) state_ = State::kLost;
 }
 
 bool BusConnection::ReadHandshake() {
@@ -197,7 +200,7 @@ bool BusConnection::ReadHandshake() {
     return true;
 }
 
-bool BusConnection::ReadMessages(std::vector<BusMessage>* signals) {
+bool BusConnection::ReadMessages(std::vector<BusMessage>* arrived) {
     if (!isAccepted_) return true;
     const std::string_view all = received_;
     std::size_t at = 0;
@@ -211,7 +214,7 @@ bool BusConnection::ReadMessages(std::vector<BusMessage>* signals) {
             break;
         } else {
             std::optional<BusMessage> message = ReadBusMessage(all.substr(at, there));
-            if (!message || !Handle(std::move(*message), signals)) return false;
+            if (!message || !Handle(std::move(*message), arrived)) return false;
         }
         at += there;
     }
@@ -219,15 +222,18 @@ bool BusConnection::ReadMessages(std::vector<BusMessage>* signals) {
     return true;
 }
 
-bool BusConnection::Handle(BusMessage message, std::vector<BusMessage>* signals) {
+bool BusConnection::Handle(BusMessage message, std::vector<BusMessage>* arrived) {
     switch (message.type) {
         case BusMessageType::kReturn:
-            if (message.replySerial == kMatchSerial && state_ == State::kOpening) state_ = State::kUp;
+            if (message.replySerial == openingSerial_ && state_ == State::kOpening) state_ = State::kUp;
+            if (message.replySerial > openingSerial_) arrived->push_back(std::move(message));
             return true;
         case BusMessageType::kError:
-            return message.replySerial != kHelloSerial && message.replySerial != kMatchSerial;
+            if (message.replySerial <= openingSerial_) return message.replySerial == 0;
+            arrived->push_back(std::move(message));
+            return true;
         case BusMessageType::kSignal:
-            signals->push_back(std::move(message));
+            arrived->push_back(std::move(message));
             return true;
         case BusMessageType::kCall:
             // Nothing can be called here; whoever tries would wait for an answer.
@@ -244,6 +250,37 @@ bool BusConnection::Handle(BusMessage message, std::vector<BusMessage>* signals)
     }
     // Types that are yet to be invented are to be passed over.
     return true;
+}
+
+BusCaller::BusCaller(const std::string& address, std::chrono::milliseconds patience)
+    : connection_(address, ""), end_(std::chrono::steady_clock::now() + patience) {}
+
+bool BusCaller::Advance(std::vector<BusMessage>* arrived) {
+    if (isSilent_ || connection_.GetState() == BusConnection::State::kLost) return false;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - std::chrono::steady_clock::now());
+    pollfd bus = {connection_.Descriptor(), static_cast<short>(connection_.HasUnsent() ? POLLIN | POLLOUT : POLLIN), 0};
+    if (left.count() <= 0 || (poll(&bus, 1, static_cast<int>(left.count())) < 0 && errno != EINTR)) {
+        isSilent_ = true;
+        return false;
+    }
+    connection_.Advance(arrived);
+    return true;
+}
+
+std::optional<BusMessage> BusCaller::Call(BusMessage call) {
+    call.type = BusMessageType::kCall;
+    call.wantsReply = true;
+    const std::uint32_t serial = connection_.Send(std::move(call));
+    std::vector<BusMessage> arrived;
+    while (Advance(&arrived)) {
+        for (BusMessage& message : arrived) {
+            if (message.replySerial != serial || message.type == BusMessageType::kSignal) continue;
+            if (message.type == BusMessageType::kError) return std::nullopt;
+            return std::move(message);
+        }
+        arrived.clear();
+    }
+    return std::nullopt;
 }
 
 std::string SessionBusAddress() {

@@ -143,6 +143,24 @@ bool ReadField(Reader* reader, BusMessage* message) {
     return true;
 }
 
+bool IsText(char type) {
+    return type == 's' || type == 'o';
+}
+
+/// The texts of a variant: one, or a list of them. False for another content, whose end is not looked for.
+bool ReadVariant(Reader* reader, std::vector<std::string>* texts) {
+    const std::string type = reader->Signature();
+    if (type.size() == 1 && IsText(type[0])) {
+        texts->push_back(reader->Text());
+        return true;
+    }
+    if (type.size() != 2 || type[0] != 'a' || !IsText(type[1])) return false;
+    const std::size_t length = reader->Word();
+    const std::size_t end = reader->At() + length;
+    while (reader->IsGood() && reader->At() < end) texts->push_back(reader->Text());
+    return true;
+}
+
 }  // namespace
 
 std::optional<std::size_t> BusMessageLength(std::string_view bytes) {
@@ -179,8 +197,11 @@ std::optional<BusMessage> ReadBusMessage(std::string_view bytes) {
 
     Reader body(bytes.substr(bytes.size() - bodyLength), isSwapped);
     for (const char type : message.signature) {
-        if (type != 's') break;
-        message.texts.push_back(body.Text());
+        if (IsText(type)) {
+            message.texts.push_back(body.Text());
+        } else if (type != 'v' || !ReadVariant(&body, &message.texts)) {
+            break;
+        }
     }
     if (!body.IsGood()) return std::nullopt;
     return message;
@@ -212,9 +233,18 @@ std::string WriteBusMessage(const BusMessage& message) {
     writer.Align(8);
     const std::size_t bodyAt = writer.Size();
     for (const std::string& text : message.texts) writer.Text(text);
-    if (message.signature.ends_with("a{sv}")) {
+    if (message.signature.ends_with("a{sv}") || message.signature.ends_with("a{ss}")) {
         writer.Word(0);
+        const std::size_t lengthAt = writer.Size() - sizeof(std::uint32_t);
+        // The length counts from the first entry.
         writer.Align(8);
+        const std::size_t entriesAt = writer.Size();
+        for (const auto& [key, value] : message.entries) {
+            writer.Align(8);
+            writer.Text(key);
+            writer.Text(value);
+        }
+        writer.Fill(lengthAt, writer.Size() - entriesAt);
     }
     writer.Fill(kBodyLengthAt, writer.Size() - bodyAt);
     return writer.Detach();

@@ -98,6 +98,34 @@ TEST(BusMessages, ACallWithAnArgumentIsReadByGLib) {
     EXPECT_EQ(BodyOf(theirs.get()), "(\"type='signal'\",)");
 }
 
+TEST(BusMessages, CallsOfTheColourManagerAreReadByGLib) {
+    BusMessage call;
+    call.type = BusMessageType::kCall;
+    call.serial = 2;
+    call.destination = "org.example.Service";
+    call.path = "/";
+    call.member = "Method";
+    call.signature = "so";
+    call.texts = {"hard", "/an/object"};
+    TheirMessage theirs = Theirs(WriteBusMessage(call));
+    ASSERT_TRUE(theirs);
+    EXPECT_EQ(BodyOf(theirs.get()), "('hard', objectpath '/an/object')");
+    // Texts of every length before and in the dictionary: what is filled up differs.
+    for (std::size_t length = 0; length < 9; ++length) {
+        const std::string text(length, 'x');
+        call.signature = "ssa{ss}";
+        call.texts = {"device", text};
+        call.entries = {{"Kind", "display"}, {text, "gr\xC3\xBCn"}, {"Mode", text}};
+        theirs = Theirs(WriteBusMessage(call));
+        ASSERT_TRUE(theirs) << length;
+        EXPECT_EQ(BodyOf(theirs.get()), "('device', '" + text + "', {'Kind': 'display', '" + text + "': 'gr\xC3\xBCn', 'Mode': '" + text + "'})");
+    }
+    call.entries.clear();
+    theirs = Theirs(WriteBusMessage(call));
+    ASSERT_TRUE(theirs);
+    EXPECT_EQ(BodyOf(theirs.get()), "('device', 'xxxxxxxx', @a{ss} {})");
+}
+
 TEST(BusMessages, AnErrorIsReadByGLib) {
     BusMessage error;
     error.type = BusMessageType::kError;
@@ -167,6 +195,32 @@ TEST(BusMessages, AnswersOfGLibAreRead) {
     EXPECT_EQ(ourError->type, BusMessageType::kError);
     EXPECT_EQ(ourError->errorName, "org.example.Error");
     EXPECT_EQ(ourError->texts, std::vector<std::string>{"what went wrong"});
+}
+
+TEST(BusMessages, TextsInVariantsAreRead) {
+    const struct {
+        const char* value;
+        std::vector<std::string> texts;
+    } rows[] = {
+        {"(<'a text'>,)", {"a text"}},
+        {"(<objectpath '/an/object'>,)", {"/an/object"}},
+        {"(<['a', 'list', '']>,)", {"a", "list", ""}},
+        {"(<[objectpath '/one', '/another']>,)", {"/one", "/another"}},
+        {"(<@as []>,)", {}},
+        {"('before', <'in'>, 'behind')", {"before", "in", "behind"}},
+        {"(<uint32 7>, 'behind what is not read')", {}},
+        {"(objectpath '/an/object',)", {"/an/object"}},
+    };
+    for (const auto& row : rows) {
+        const TheirMessage call(g_dbus_message_new_method_call("org.example.Bus", "/", "org.example.Interface", "Method"));
+        g_dbus_message_set_serial(call.get(), 19);
+        const TheirMessage answer(g_dbus_message_new_method_reply(call.get()));
+        g_dbus_message_set_serial(answer.get(), 20);
+        g_dbus_message_set_body(answer.get(), g_variant_new_parsed(row.value));
+        const std::optional<BusMessage> ours = platform::ReadBusMessage(BytesOf(answer.get()));
+        ASSERT_TRUE(ours) << row.value;
+        EXPECT_EQ(ours->texts, row.texts) << row.value;
+    }
 }
 
 TEST(BusMessages, APieceOfOneIsNone) {
