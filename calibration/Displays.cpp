@@ -2,9 +2,13 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
+#include <string>
 
 #include "calibration/GammaTableLayout.h"
+#include "platform/CalibrationCurves.h"
 #include "platform/Codes.h"
+#include "platform/DisplayFacts.h"
 #include "platform/Owned.h"
 
 namespace {
@@ -77,7 +81,25 @@ uint32_t ShiftRight(uint32_t value, int32_t count) {
     return value >> (static_cast<uint32_t>(count) & 31U);
 }
 
+/// As much of the text as there is room for; what is behind it is zero already.
+template <size_t Size>
+void SetText(char (&to)[Size], const std::string& text) {
+    std::memcpy(to, text.data(), std::min(text.size(), Size - 1));
+}
+
 }  // namespace
+
+void MC_GetDisplayIdentity(CGDirectDisplayID display, MC_DisplayIdentity* identity) {
+    std::memset(identity, 0, sizeof *identity);
+    const platform::DisplayFacts facts = platform::FactsOfDisplay(display);
+    SetText(identity->output, facts.output);
+    SetText(identity->make, facts.make);
+    SetText(identity->model, facts.model);
+    SetText(identity->serial, facts.serial);
+    const Owned<CFUUIDRef> uuid(CGDisplayCreateUUIDFromDisplayID(display));
+    const Owned<CFStringRef> text(uuid ? CFUUIDCreateString(kCFAllocatorDefault, uuid.Get()) : nullptr);
+    if (text) CFStringGetCString(text.Get(), identity->identifier, sizeof identity->identifier, kCFStringEncodingUTF8);
+}
 
 int32_t MC_NumDisplays(void) {
     uint32_t count = 0;
@@ -184,4 +206,44 @@ OSErr MC_SetProfileForDisplay(CGDirectDisplayID display, CFURLRef profile) {
     CFDictionarySetValue(choice.Get(), kColorSyncProfileHostScope, kCFPreferencesCurrentHost);
     CFDictionarySetValue(choice.Get(), kColorSyncProfileUserScope, kCFPreferencesCurrentUser);
     return ColorSyncDeviceSetCustomProfiles(kColorSyncDisplayDeviceClass, device.Get(), choice.Get()) ? OSErr{0} : kStatusParameter;
+}
+
+OSErr MC_RemoveProfileForDisplay(CGDirectDisplayID display) {
+    const Owned<CFUUIDRef> device(CGDisplayCreateUUIDFromDisplayID(display));
+    return device && ColorSyncDeviceSetCustomProfiles(kColorSyncDisplayDeviceClass, device.Get(), nullptr) ? OSErr{0} : kStatusParameter;
+}
+
+CFDataRef MC_CopyProfileForDisplay(CGDirectDisplayID display, int32_t* source) {
+    platform::ProfileSource from = platform::ProfileSource::kNobody;
+    const CFDataRef profile = platform::CopyDisplayProfile(display, &from);
+    *source = static_cast<int32_t>(from);
+    return profile;
+}
+
+int32_t MC_InstallProfileForDisplay(CGDirectDisplayID display) {
+    switch (platform::InstallDisplayProfile(display)) {
+        case platform::Installed::kAlready:
+            return 0;
+        case platform::Installed::kNow:
+            return 1;
+        case platform::Installed::kFailed:
+            break;
+    }
+    return kStatusParameter;
+}
+
+MC_OpaqueGammaTable* MC_CreateGammaTableFromProfile(CFDataRef profile, int16_t entries) {
+    const Owned<ColorSyncProfileRef> opened(profile && entries >= 2 ? ColorSyncProfileCreate(profile, nullptr) : nullptr);
+    const Owned<CFDataRef> tag(opened ? ColorSyncProfileCopyTag(opened.Get(), CFSTR("vcgt")) : nullptr);
+    if (!tag) return nullptr;
+    try {
+        const auto curves = platform::CalibrationCurves::Read(CFDataGetBytePtr(tag.Get()), static_cast<size_t>(CFDataGetLength(tag.Get())));
+        MC_OpaqueGammaTable* const table = curves ? MC_CreateGammaTable(3, entries, 16) : nullptr;
+        for (int16_t i = 0; table && i < entries; ++i) {
+            for (int16_t c = 0; c < 3; ++c) MC_SetGammaVal(table, c, i, curves->ValueAt(c, static_cast<double>(i) / (entries - 1)));
+        }
+        return table;
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
 }

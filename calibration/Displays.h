@@ -14,6 +14,15 @@ typedef struct MC_DisplayInfo {
     int16_t top, left, bottom, right;  // the display's rectangle among all displays, in points
 } MC_DisplayInfo;
 
+/// What a display is, in UTF-8; empty where it is not known.
+typedef struct MC_DisplayIdentity {
+    char output[64];  // where it is plugged in, "DP-1"
+    char make[8];     // three letters of its maker
+    char model[32];   // its name, else its product code
+    char serial[32];
+    char identifier[40];  // the same in every session, and a different one for every display: 36 characters
+} MC_DisplayIdentity;
+
 /// At most 32.
 CM_EXPORT int32_t MC_NumDisplays(void);
 CM_EXPORT int32_t MC_GetDisplayIndex(CGDirectDisplayID display);
@@ -22,6 +31,8 @@ CM_EXPORT CGDirectDisplayID MC_GetIndexedDisplay(int32_t index);
 CM_EXPORT CGDirectDisplayID MC_GetMainDisplay(void);
 /// All zeros when the display has no mode.
 CM_EXPORT void MC_GetDisplayInfo(CGDirectDisplayID display, MC_DisplayInfo* description);
+/// All empty for a display that is not active.
+CM_EXPORT void MC_GetDisplayIdentity(CGDirectDisplayID display, MC_DisplayIdentity* identity);
 /// Depth above 15.
 CM_EXPORT Boolean MC_DisplayIsSuitableForCalibration(CGDirectDisplayID display);
 CM_EXPORT int32_t MC_GetDisplayBitsPerSample(CGDirectDisplayID display);
@@ -33,7 +44,19 @@ CM_EXPORT OSErr MC_CopyGammaTableForDisplay(CGDirectDisplayID display, MC_Opaque
 /// -50, with the display untouched, unless the ramp has 3 channels and at most 256 entries.
 CM_EXPORT OSErr MC_SetDisplayGammaTable(CGDirectDisplayID display, const MC_OpaqueGammaTable* table);
 CM_EXPORT void MC_SetDisplayToLinearGammaTable(CGDirectDisplayID display, int16_t channels, int16_t entries, int16_t width);
-/// Makes the profile the display's own; 0, or -50 on any failure.
+/// Makes the profile the display's own, in this session and in those to come; 0, or -50 on any failure.
 CM_EXPORT OSErr MC_SetProfileForDisplay(CGDirectDisplayID display, CFURLRef profile);
+/// Takes the display's own profile from it again; 0, or -50 on any failure. Where the system has another one for it, that one comes into force.
+CM_EXPORT OSErr MC_RemoveProfileForDisplay(CGDirectDisplayID display);
+/// The bytes of the profile that the display has, which the caller releases, and in *source who says so; null, and 0, where it has none.
+CM_EXPORT CFDataRef MC_CopyProfileForDisplay(CGDirectDisplayID display, int32_t* source);
+enum { kMC_NoProfile = 0, kMC_ProfileOfOutput = 1, kMC_ProfileOfColourManager = 2, kMC_ProfileOfWindow = 3, kMC_ProfileRemembered = 4 };
+/// Puts the profile that the display has where applications look for it, if it is not there. 1 when something had to be done, 0 when nothing, -50 on
+/// any failure.
+CM_EXPORT int32_t MC_InstallProfileForDisplay(CGDirectDisplayID display);
+
+/// A new 3-channel 16-bit ramp of `entries` entries, from 2, with the calibration curves that a profile carries (its 'vcgt' tag); null where it
+/// carries none, for what is no profile, and without memory. The caller disposes of it.
+CM_EXPORT MC_OpaqueGammaTable* MC_CreateGammaTableFromProfile(CFDataRef profile, int16_t entries);
 
 CM_C_END

@@ -5,11 +5,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <vector>
 
 #include "Misc/SafeSaver.h"
 #include "calibration/CalibrationResources.h"
 #include "platform/BigEndian.h"
 #include "platform/Codes.h"
+#include "platform/DisplayFacts.h"
 #include "platform/FourCharCode.h"
 #include "platform/Owned.h"
 #include "session/Failure.h"
@@ -125,6 +127,33 @@ bool GetParentAndName(CFURLRef url, FSRef* folder, HFSUniStr255* name) {
     return parent && CFURLGetFSRef(parent.Get(), folder) && GetUnicodeName(last.Get(), name);
 }
 
+/// Whether a display can take the ramp.
+bool IsLoadable(const MC_OpaqueGammaTable* table) {
+    if (!table) return false;
+    int16_t channels = 0, entries = 0, width = 0;
+    MC_GetGammaTableParams(table, &channels, &entries, &width);
+    return channels == 3 && entries >= 2 && entries <= 256;
+}
+
+/// What a display had loaded, with every entry of its hardware.
+class EarlierRamp {
+public:
+    explicit EarlierRamp(CGDirectDisplayID display) : display_(display) {
+        uint32_t count = CGDisplayGammaTableCapacity(display);
+        for (auto& samples : samples_) samples.resize(count);
+        const CGError error = CGGetDisplayTransferByTable(display, count, samples_[0].data(), samples_[1].data(), samples_[2].data(), &count);
+        for (auto& samples : samples_) samples.resize(error == 0 ? count : 0);
+    }
+    void Load() const {
+        const auto count = static_cast<uint32_t>(samples_[0].size());
+        if (count > 0) CGSetDisplayTransferByTable(display_, count, samples_[0].data(), samples_[1].data(), samples_[2].data());
+    }
+
+private:
+    CGDirectDisplayID display_;
+    std::vector<float> samples_[3];
+};
+
 template <typename Item>
 Item* NewArray(int16_t count) {
     // NOLINTNEXTLINE(bugprone-sizeof-expression): an array of pointers is one of them
@@ -204,8 +233,10 @@ void MonitorCalibration::ReadResources() {
     }
     if (const Handle ids = Get1Resource(kDisplayIDType, kFirstID)) {
         if (count != 0 && GetHandleSize(ids) == Size{count} * 4) {
-            for (int16_t i = 0; i < count; ++i)
-                displays[i] = ReadBigEndian32(reinterpret_cast<const UInt8*>(*ids) + size_t{4} * static_cast<size_t>(i));
+            for (int16_t i = 0; i < count; ++i) {
+                const uint32_t number = ReadBigEndian32(reinterpret_cast<const UInt8*>(*ids) + size_t{4} * static_cast<size_t>(i));
+                displays[i] = platform::DisplayOfStoredNumber(number, displays[i]);
+            }
         }
         ReleaseResource(ids);
     }
@@ -278,6 +309,10 @@ int32_t MonitorCalibration::DisplayIndex(int16_t i) const {
     return MC_GetDisplayIndex(displays[i]);
 }
 
+const MC_DisplayInfo& MonitorCalibration::StoredInfo(int16_t i) const {
+    return displayInfo[i];
+}
+
 bool MonitorCalibration::VerifySameDevices() const {
     for (int16_t i = 0; i < count; ++i) {
         if (DisplayIndex(i) <= 0) continue;
@@ -293,8 +328,24 @@ void MonitorCalibration::Install() {
         valid = false;
         return;
     }
+    LoadAll();
+}
+
+void MonitorCalibration::LoadAll() const {
+    std::vector<int16_t> present;
     for (int16_t i = 0; i < count; ++i) {
-        if (DisplayIndex(i) > 0) InstallGamma(displays[i], gammaTables[i]);
+        if (DisplayIndex(i) <= 0) continue;
+        if (!IsLoadable(gammaTables[i])) FailOSErr(kStatusParameter);
+        present.push_back(i);
+    }
+    std::vector<EarlierRamp> earlier;
+    for (const int16_t i : present) {
+        earlier.emplace_back(displays[i]);
+        const OSErr error = MC_SetDisplayGammaTable(displays[i], gammaTables[i]);
+        if (error == 0) continue;
+        earlier.pop_back();
+        for (const EarlierRamp& ramp : earlier) ramp.Load();
+        FailOSErr(error);
     }
 }
 

@@ -44,10 +44,14 @@ public:
     CGDirectDisplayID DisplayRef(int16_t i) const;
     /// The display's current position, -1 when it is no longer there.
     int32_t DisplayIndex(int16_t i) const;
+    /// The display as it was when the document was made. Borrowed.
+    const MC_DisplayInfo& StoredInfo(int16_t i) const;
 
     /// True when every stored display that is present still has its depth and size; otherwise the user is told.
     bool VerifySameDevices() const;
-    /// Loads every present display's ramp; a document that is invalid, or made for other devices, loads nothing and becomes invalid.
+    /// Loads every present display's ramp; a document that is invalid, or made for other devices, loads nothing and becomes invalid. Raises -50, with
+    /// nothing loaded, where a present display's ramp is missing or of a kind that no display takes, and what loading answered when a display
+    /// refuses; those that were loaded before it have their earlier ramps again then.
     void Install();
     /// Raises -50 for a null ramp.
     void InstallGamma(CGDirectDisplayID display, const MC_OpaqueGammaTable* table);
@@ -57,6 +61,7 @@ private:
     CM_INTERNAL void ReadResources();
     CM_INTERNAL void AddResources() const;
     CM_INTERNAL void Free();
+    CM_INTERNAL void LoadAll() const;
 
     int16_t count;
     CGDirectDisplayID* displays;

@@ -4,14 +4,23 @@
 #include <gtest/gtest.h>
 #include <lcms2.h>
 
+#include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <random>
 
 #include "calibration/Displays.h"
+#include "calibration/MonitorCalibration.h"
 #include "platform/Owned.h"
+#include "tests/fixtures/ChildProcess.h"
+#include "tests/fixtures/FakeBus.h"
+#include "tests/fixtures/FileReferences.h"
 #include "tests/fixtures/PrivateBus.h"
+#include "tests/fixtures/ResourceForkScript.h"
 #include "tests/fixtures/XorgServer.h"
 
 namespace {
@@ -231,9 +240,131 @@ TEST(Displays, AreKnownByTheirIdentificationWhereverTheyArePlugged) {
     client.SetIdentification("DUMMY0", Identification(2));
     client.SetIdentification("DUMMY1", Identification(1));
     EXPECT_EQ(identifiers(), (std::vector<std::string>{named[1], named[0], named[2]}));
-    // Twins are told apart by where they are plugged in.
+    // Twins are told apart by where they are plugged in; the others do not change by it.
     client.SetIdentification("DUMMY1", Identification(2));
-    EXPECT_NE(identifiers()[0], identifiers()[1]);
+    EXPECT_EQ(identifiers(), (std::vector<std::string>{named[1], identifiers()[1], named[2]}));
+    EXPECT_NE(identifiers()[1], named[1]);
+    // Without a serial number a twin makes no difference.
+    client.SetIdentification("DUMMY1", Identification(0));
+    const std::vector<std::string> alone = identifiers();
+    client.SetIdentification("DUMMY2", Identification(0));
+    EXPECT_EQ(identifiers()[1], alone[1]);
+    EXPECT_NE(identifiers()[2], alone[1]);
+    EXPECT_EQ(identifiers()[0], named[1]);
+}
+
+TEST(Displays, AreDescribedByTheirIdentification) {
+    const XorgServer server;
+    ASSERT_RUNNING(server);
+    XClient client;
+    std::vector<uint8_t> data = Identification(42);
+    const std::string model = "Studio 24\n   ";
+    data[57] = 0xFC;
+    std::copy(model.begin(), model.end(), data.begin() + 59);
+    client.SetIdentification("DUMMY0", data);
+    MC_DisplayIdentity identity;
+    MC_GetDisplayIdentity(MC_GetMainDisplay(), &identity);
+    EXPECT_STREQ(identity.output, "DUMMY0");
+    EXPECT_STREQ(identity.make, "DEL");
+    EXPECT_STREQ(identity.model, "Studio 24");
+    EXPECT_STREQ(identity.serial, "42");
+    EXPECT_EQ(identity.identifier, IdentifierOf(MC_GetMainDisplay()));
+    MC_GetDisplayIdentity(77, &identity);
+    EXPECT_STREQ(identity.output, "");
+    EXPECT_STREQ(identity.identifier, "");
+}
+
+TEST(Displays, HaveTheSameNumbersOnEveryServer) {
+    CGDirectDisplayID before = 0;
+    xcb_randr_output_t numberBefore = 0;
+    for (const int depth : {24, 30}) {
+        const XorgServer server(depth);
+        ASSERT_RUNNING(server);
+        XClient client;
+        client.SetIdentification("DUMMY0", Identification(5));
+        if (before == 0) {
+            before = MC_GetMainDisplay();
+            numberBefore = client.Number("DUMMY0");
+            continue;
+        }
+        EXPECT_NE(client.Number("DUMMY0"), numberBefore) << "servers whose own numbers differ are needed here";
+        EXPECT_EQ(MC_GetMainDisplay(), before);
+        EXPECT_EQ(MC_GetDisplayIndex(before), 1);
+    }
+}
+
+TEST(Displays, OfDocumentsWithNumbersOfAServerAreFoundByThemAndElseByPosition) {
+    const TemporaryFolder folder;
+    const XorgServer server;
+    ASSERT_RUNNING(server);
+    PlugThree();
+    XClient client;
+    const auto display = [](int position) {
+        char line[80];
+        std::snprintf(line, sizeof line, "GDIN %d 0 - 0018000000000438078000%02d\n", 127 + position, position);
+        return std::string(line) + "GAMA " + std::to_string(127 + position) + " 0 - 0000000000000003000200100000ffff0000ffff0000ffff\n";
+    };
+    const auto positions = [&](std::vector<uint32_t> numbers) {
+        std::string ids;
+        for (const uint32_t number : numbers) {
+            char text[16];
+            std::snprintf(text, sizeof text, "%08x", number);
+            ids += text;
+        }
+        EXPECT_TRUE(WriteForkWithScript(folder / "doc", "CALS 128 0 - 00\n" + display(1) + display(2) + display(3) + "DPID 128 0 - " + ids + "\n"));
+        const FSRef file = NewRef(folder / "doc");
+        const MonitorCalibration document(&file);
+        std::vector<int> found;
+        for (int16_t i = 0; i < document.NumGammaTables(); ++i) found.push_back(document.DisplayIndex(i));
+        return found;
+    };
+    using Positions = std::vector<int>;
+    const uint32_t numbers[3] = {client.Number("DUMMY0"), client.Number("DUMMY1"), client.Number("DUMMY2")};
+    EXPECT_EQ(positions({numbers[2], numbers[0], numbers[1]}), Positions({3, 1, 2})) << "of this server";
+    EXPECT_EQ(positions({3, 4, 5}), Positions({1, 2, 3})) << "of another server";
+    EXPECT_EQ(positions({MC_GetIndexedDisplay(2), MC_GetIndexedDisplay(3), 0x80000005}), Positions({2, 3, -1})) << "of displays";
+    ASSERT_EQ(Shell("xrandr --output DUMMY1 --off"), 0);
+    EXPECT_EQ(positions({numbers[0], numbers[1], numbers[2]}), Positions({1, -1, 2})) << "of this server, one unplugged";
+}
+
+/// Whether the main run loop tells of a change before the time is over.
+bool IsTold(const std::function<void()>& change, double seconds = 20.0) {
+    int told = 0;
+    const auto callback = [](CGDirectDisplayID, CGDisplayChangeSummaryFlags, void* count) { ++*static_cast<int*>(count); };
+    EXPECT_EQ(CGDisplayRegisterReconfigurationCallback(callback, &told), 0);
+    // What the start of it brings is past.
+    CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.3, false);
+    told = 0;
+    change();
+    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    while (told == 0 && std::chrono::steady_clock::now() < end) CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.1, true);
+    EXPECT_EQ(CGDisplayRemoveReconfigurationCallback(callback, &told), 0);
+    EXPECT_NE(CGDisplayRemoveReconfigurationCallback(callback, &told), 0);
+    return told > 0;
+}
+
+TEST(Displays, AreToldOfWhenTheyChange) {
+    const TemporaryFolder folder;
+    const PrivateBus bus(folder);
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address().c_str(), 1);
+    XorgServer server;
+    ASSERT_RUNNING(server);
+    PlugThree();
+    XClient client;
+    EXPECT_TRUE(IsTold([] { Shell("xrandr --output DUMMY1 --off"); }));
+    EXPECT_TRUE(IsTold([] { Shell("xrandr --output DUMMY1 --mode 1280x1024"); }));
+    EXPECT_TRUE(IsTold([] { Shell("xrandr --output DUMMY1 --primary"); }));
+    EXPECT_TRUE(IsTold([&] { client.SetIdentification("DUMMY1", Identification(5)); }));
+    EXPECT_TRUE(IsTold([&] { client.SetProperty("_ICC_PROFILE_2", {1, 2, 3}); }));
+    EXPECT_TRUE(IsTold([&] { client.SetOutputProperty("DUMMY0", "_ICC_PROFILE", {1, 2, 3}); }));
+    EXPECT_TRUE(IsTold([&] {
+        Shell("dbus-send --bus=" + bus.Address() +
+              " --type=signal /org/freedesktop/login1 org.freedesktop.login1.Manager.PrepareForSleep boolean:false");
+    }));
+    EXPECT_FALSE(IsTold([&] { client.SetProperty("_NET_ACTIVE_WINDOW", {1, 2, 3}); }, 1.0));
+    EXPECT_FALSE(IsTold([&] { client.SetRamp("DUMMY0", RandomRamp(256, 1)); }, 1.0)) << "the server says nothing of ramps";
+    EXPECT_TRUE(IsTold([&] { server.End(); }));
+    unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
 }
 
 std::vector<uint8_t> ProfileWithCalibration(double gamma) {
@@ -263,6 +394,172 @@ TEST(Displays, GoBackToTheRampsOfTheirProfilesOrToStraightLines) {
     }
 }
 
+Owned<CFURLRef> URLOf(const std::string& path) {
+    return Owned<CFURLRef>(CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()),
+                                                                   static_cast<CFIndex>(path.size()), false));
+}
+
+std::pair<std::vector<uint8_t>, int> ProfileOf(CGDirectDisplayID display) {
+    int32_t source = -1;
+    const Owned<CFDataRef> profile(MC_CopyProfileForDisplay(display, &source));
+    if (!profile) return {{}, source};
+    return {{CFDataGetBytePtr(profile.Get()), CFDataGetBytePtr(profile.Get()) + CFDataGetLength(profile.Get())}, source};
+}
+
+/// 65535 times the power that the ramp's middle entry lies on.
+double MiddleOf(double gamma) {
+    return 65535.0 * std::pow(128.0 / 255.0, gamma);
+}
+
+/// Where no bus is, and the user's settings are a folder of the test's own.
+class ProfilesOfDisplays : public testing::Test {
+protected:
+    void SetUp() override {
+        setenv("XDG_CONFIG_HOME", (folder / "config").c_str(), 1);
+        setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + folder / "no-bus").c_str(), 1);
+    }
+    void TearDown() override {
+        unsetenv("XDG_CONFIG_HOME");
+        unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+    }
+    TemporaryFolder folder;
+};
+
+TEST_F(ProfilesOfDisplays, OfOneChannelServeAllThree) {
+    const XorgServer server;
+    ASSERT_RUNNING(server);
+    XClient client;
+    const std::unique_ptr<void, decltype(&cmsCloseProfile)> profile(cmsCreate_sRGBProfile(), cmsCloseProfile);
+    const uint8_t tag[] = {'v', 'c', 'g', 't', 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 3, 0, 1, 0, 51, 255};
+    ASSERT_TRUE(cmsWriteRawTag(profile.get(), cmsSigVcgtTag, tag, sizeof tag));
+    std::vector<uint8_t> bytes(100000);
+    cmsUInt32Number size = static_cast<cmsUInt32Number>(bytes.size());
+    ASSERT_TRUE(cmsSaveProfileToMem(profile.get(), bytes.data(), &size));
+    bytes.resize(size);
+    client.SetProperty("_ICC_PROFILE", bytes);
+    CGDisplayRestoreColorSyncSettings();
+    for (size_t c = 0; c < 3; ++c) {
+        EXPECT_NEAR(client.Ramp("DUMMY0")[c][51], 51 * 257 * 0.4, 1.0) << c;
+        EXPECT_EQ(client.Ramp("DUMMY0")[c][255], 65535) << c;
+    }
+    const Owned<CFDataRef> data(CFDataCreate(kCFAllocatorDefault, bytes.data(), static_cast<CFIndex>(bytes.size())));
+    const Table table(MC_CreateGammaTableFromProfile(data.Get(), 256));
+    ASSERT_TRUE(table);
+    EXPECT_NEAR(Stored(table, 2, 51), 51 * 257 * 0.4, 1.0);
+}
+
+TEST_F(ProfilesOfDisplays, OfTheOutputComeBeforeThoseOfTheWindow) {
+    const XorgServer server;
+    ASSERT_RUNNING(server);
+    PlugThree();
+    XClient client;
+    const auto bent = ProfileWithCalibration(2.0), other = ProfileWithCalibration(1.5);
+    client.SetProperty("_ICC_PROFILE_1", other);
+    EXPECT_EQ(ProfileOf(MC_GetIndexedDisplay(2)), std::pair(other, int{kMC_ProfileOfWindow}));
+    client.SetOutputProperty("DUMMY1", "_ICC_PROFILE", bent);
+    EXPECT_EQ(ProfileOf(MC_GetIndexedDisplay(2)), std::pair(bent, int{kMC_ProfileOfOutput}));
+    EXPECT_EQ(ProfileOf(MC_GetIndexedDisplay(1)), std::pair(std::vector<uint8_t>(), int{kMC_NoProfile}));
+    CGDisplayRestoreColorSyncSettings();
+    EXPECT_NEAR(client.Ramp("DUMMY1")[0][128], MiddleOf(2.0), 2.0);
+    EXPECT_EQ(client.Ramp("DUMMY0")[0][128], 128 * 257);
+}
+
+TEST_F(ProfilesOfDisplays, StayTheirsWhenAnotherBecomesThePrimaryOneOrIsUnplugged) {
+    const XorgServer server;
+    ASSERT_RUNNING(server);
+    PlugThree();
+    XClient client;
+    client.SetProperty("_ICC_PROFILE_2", ProfileWithCalibration(3.0));  // by another program
+    const std::string path = folder.Write("display.icc", ProfileWithCalibration(2.0));
+    ASSERT_EQ(MC_SetProfileForDisplay(MC_GetIndexedDisplay(2), URLOf(path).Get()), 0);
+    const auto expectRamps = [&] {
+        CGDisplayRestoreColorSyncSettings();
+        EXPECT_EQ(client.Ramp("DUMMY0")[0][128], 128 * 257);
+        EXPECT_NEAR(client.Ramp("DUMMY1")[0][128], MiddleOf(2.0), 2.0);
+        EXPECT_NEAR(client.Ramp("DUMMY2")[0][128], MiddleOf(3.0), 2.0);
+    };
+    expectRamps();
+    for (const char* const primary : {"DUMMY1", "DUMMY2", "DUMMY0"}) {
+        SCOPED_TRACE(primary);
+        ASSERT_EQ(Shell(std::string("xrandr --output ") + primary + " --primary"), 0);
+        expectRamps();
+    }
+    // The number of the second is now the first's, and the third's the second's, under which the second's profile still stands.
+    ASSERT_EQ(Shell("xrandr --output DUMMY0 --off"), 0);
+    CGDisplayRestoreColorSyncSettings();
+    EXPECT_NEAR(client.Ramp("DUMMY1")[0][128], MiddleOf(2.0), 2.0);
+    EXPECT_EQ(client.Ramp("DUMMY2")[0][128], 128 * 257);
+    EXPECT_EQ(MC_InstallProfileForDisplay(MC_GetIndexedDisplay(1)), 1);
+    EXPECT_EQ(client.Property("_ICC_PROFILE"), ReadFile(path));
+    EXPECT_EQ(MC_InstallProfileForDisplay(MC_GetIndexedDisplay(1)), 0);
+}
+
+TEST_F(ProfilesOfDisplays, AreFoundAgainInANewSession) {
+    const std::string path = folder.Write("display.icc", ProfileWithCalibration(2.0));
+    {
+        const XorgServer server;
+        ASSERT_RUNNING(server);
+        PlugThree();
+        XClient client;
+        client.SetIdentification("DUMMY1", Identification(3));
+        ASSERT_EQ(MC_SetProfileForDisplay(MC_GetIndexedDisplay(2), URLOf(path).Get()), 0);
+        EXPECT_EQ(client.OutputProperty("DUMMY1", "_ICC_PROFILE"), ReadFile(path));
+        EXPECT_EQ(client.Property("_ICC_PROFILE_1"), ReadFile(path));
+    }
+    {
+        const XorgServer server;
+        ASSERT_RUNNING(server);
+        PlugThree();
+        XClient client;
+        client.SetIdentification("DUMMY2", Identification(3));  // elsewhere now
+        const CGDirectDisplayID display = MC_GetIndexedDisplay(3);
+        EXPECT_EQ(ProfileOf(display), std::pair(ReadFile(path), int{kMC_ProfileRemembered}));
+        EXPECT_EQ(ProfileOf(MC_GetIndexedDisplay(2)).second, kMC_NoProfile);
+        CGDisplayRestoreColorSyncSettings();
+        EXPECT_NEAR(client.Ramp("DUMMY2")[0][128], MiddleOf(2.0), 2.0);
+        EXPECT_EQ(MC_InstallProfileForDisplay(display), 1);
+        EXPECT_EQ(client.OutputProperty("DUMMY2", "_ICC_PROFILE"), ReadFile(path));
+        EXPECT_EQ(client.Property("_ICC_PROFILE_2"), ReadFile(path));
+        EXPECT_EQ(MC_InstallProfileForDisplay(display), 0);
+        EXPECT_EQ(MC_RemoveProfileForDisplay(display), 0);
+        EXPECT_EQ(ProfileOf(display).second, kMC_NoProfile);
+        EXPECT_TRUE(client.OutputProperty("DUMMY2", "_ICC_PROFILE").empty());
+        EXPECT_TRUE(client.Property("_ICC_PROFILE_2").empty());
+    }
+    const XorgServer server;
+    ASSERT_RUNNING(server);
+    XClient client;
+    client.SetIdentification("DUMMY0", Identification(3));
+    EXPECT_EQ(ProfileOf(MC_GetMainDisplay()).second, kMC_NoProfile) << "removed, it is not remembered either";
+}
+
+/// Gives all three displays the profile and puts their ramps back, in a child; what came of it, and whether the silence was waited for once.
+std::string GiveToAll(const std::string& path) {
+    return InAChild([&] {
+        const auto start = std::chrono::steady_clock::now();
+        int failures = 0;
+        for (int i = 1; i <= 3; ++i) failures += MC_SetProfileForDisplay(MC_GetIndexedDisplay(i), URLOf(path).Get()) != 0;
+        CGDisplayRestoreColorSyncSettings();
+        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        return std::to_string(failures) + (seconds >= 1.9 && seconds < 3.9 ? " once" : " after " + std::to_string(seconds) + " s");
+    });
+}
+
+TEST_F(ProfilesOfDisplays, AreGivenWhereTheBusNeverAnswers) {
+    const XorgServer server;
+    ASSERT_RUNNING(server);
+    PlugThree();
+    const FakeBus bus(folder / "bus", "");
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address().c_str(), 1);
+    const std::string path = folder.Write("display.icc", ProfileWithCalibration(2.0));
+    EXPECT_EQ(GiveToAll(path), "0 once");
+    XClient client;
+    for (const char* const output : {"DUMMY0", "DUMMY1", "DUMMY2"}) {
+        EXPECT_EQ(client.OutputProperty(output, "_ICC_PROFILE"), ReadFile(path));
+        EXPECT_NEAR(client.Ramp(output)[0][128], MiddleOf(2.0), 2.0);
+    }
+}
+
 TEST(Displays, AServerThatGoesAwayTakesOnlyItsDisplaysAlong) {
     {
         XorgServer server;
@@ -277,57 +574,124 @@ TEST(Displays, AServerThatGoesAwayTakesOnlyItsDisplaysAlong) {
     EXPECT_EQ(EntriesOf(TableOf(MC_GetMainDisplay())), 256);
 }
 
-TEST(Displays, AProfileIsGivenToTheColourManagerAndToTheWindow) {
-    const TemporaryFolder folder;
-    const PrivateBus bus(folder);
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address().c_str(), 1);
-    const ServerProcess colord({"unshare", "-m", "sh", "-c", "mount -t tmpfs tmpfs /var/lib/colord && exec /usr/libexec/colord"});
+/// A bus with a colour manager that knows no devices yet; root and a name space of its own are needed.
+class WithColourManager : public ProfilesOfDisplays {
+protected:
+    void SetUp() override {
+        ProfilesOfDisplays::SetUp();
+        bus.emplace(folder);
+        setenv("DBUS_SYSTEM_BUS_ADDRESS", bus->Address().c_str(), 1);
+        Start();
+        if (!IsThere()) GTEST_SKIP() << "the colour manager cannot be run here (it needs root and a name space of its own)";
+    }
+    void Start() {
+        manager.emplace(std::vector<std::string>{"unshare", "-m", "sh", "-c", "mount -t tmpfs tmpfs /var/lib/colord && exec /usr/libexec/colord"});
+    }
+    static bool IsThere() {
+        for (int tries = 0; tries < 100; ++tries) {
+            if (Shell("colormgr get-devices") == 0) return true;
+            g_usleep(100000);
+        }
+        return false;
+    }
+    std::optional<PrivateBus> bus;
+    std::optional<ServerProcess> manager;
+};
+
+TEST_F(WithColourManager, AProfileIsGivenToItAndToTheWindow) {
     const XorgServer server;
     ASSERT_RUNNING(server);
     PlugThree();
     const std::string path = folder.Write("display.icc", ProfileWithCalibration(1.5));
-    const Owned<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()),
-                                                                      static_cast<CFIndex>(path.size()), false));
     XClient client;
-
-    bool isThere = false;
-    for (int tries = 0; tries < 100 && !isThere; ++tries) {
-        isThere = Shell("colormgr get-devices") == 0;
-        if (!isThere) g_usleep(100000);
-    }
-    if (!isThere) GTEST_SKIP() << "the colour manager cannot be run here (it needs root and a name space of its own)";
-    // It knows nothing of the display yet.
-    EXPECT_EQ(MC_SetProfileForDisplay(MC_GetIndexedDisplay(2), url.Get()), -50);
-
-    GDBusConnection* const manager = g_dbus_connection_new_for_address_sync(
-        bus.Address().c_str(),
+    const Owned<CFURLRef> url = URLOf(path);
+    GDBusConnection* const session = g_dbus_connection_new_for_address_sync(
+        bus->Address().c_str(),
         static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION), nullptr,
         nullptr, nullptr);
-    ASSERT_NE(manager, nullptr);
+    ASSERT_NE(session, nullptr);
     GVariantBuilder properties;
     g_variant_builder_init(&properties, G_VARIANT_TYPE("a{ss}"));
     g_variant_builder_add(&properties, "{ss}", "Kind", "display");
     g_variant_builder_add(&properties, "{ss}", "XRANDR_name", "DUMMY1");
     GVariant* const made = g_dbus_connection_call_sync(
-        manager, "org.freedesktop.ColorManager", "/org/freedesktop/ColorManager", "org.freedesktop.ColorManager", "CreateDevice",
-        g_variant_new("(ssa{ss})", "orlo-display", "temp", &properties), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+        session, "org.freedesktop.ColorManager", "/org/freedesktop/ColorManager", "org.freedesktop.ColorManager", "CreateDevice",
+        g_variant_new("(ssa{ss})", "orlando-display", "temp", &properties), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
     ASSERT_NE(made, nullptr);
     g_variant_unref(made);
 
-    EXPECT_EQ(MC_SetProfileForDisplay(MC_GetIndexedDisplay(2), url.Get()), 0);
+    const CGDirectDisplayID display = MC_GetIndexedDisplay(2);
+    client.SetOutputProperty("DUMMY1", "_ICC_PROFILE", ProfileWithCalibration(4.0));
+    EXPECT_EQ(MC_SetProfileForDisplay(display, url.Get()), 0);
     EXPECT_EQ(client.Property("_ICC_PROFILE_1"), ReadFile(path));
     EXPECT_TRUE(client.Property("_ICC_PROFILE").empty());
-    EXPECT_EQ(Shell("colormgr device-get-default-profile orlo-display | grep -q " + path), 0);
+    EXPECT_EQ(Shell("colormgr device-get-default-profile orlando-display | grep -q " + path), 0);
+    EXPECT_EQ(ProfileOf(display), std::pair(ReadFile(path), int{kMC_ProfileOfColourManager}));
     // Its ramp is what the display goes back to.
     CGDisplayRestoreColorSyncSettings();
-    EXPECT_NEAR(client.Ramp("DUMMY1")[0][128], 65535.0 * std::pow(128.0 / 255.0, 1.5), 2.0);
+    EXPECT_NEAR(client.Ramp("DUMMY1")[0][128], MiddleOf(1.5), 2.0);
 
     const std::string text = folder.Write("text.icc", std::vector<uint8_t>(200, 'x'));
-    const Owned<CFURLRef> unfit(CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
-                                                                        static_cast<CFIndex>(text.size()), false));
-    EXPECT_EQ(MC_SetProfileForDisplay(MC_GetIndexedDisplay(2), unfit.Get()), -50);
+    EXPECT_EQ(MC_SetProfileForDisplay(display, URLOf(text).Get()), -50);
     EXPECT_EQ(client.Property("_ICC_PROFILE_1"), ReadFile(path));
-    g_object_unref(manager);
+    // What it has by now it keeps for others too.
+    EXPECT_EQ(MC_RemoveProfileForDisplay(display), 0);
+    EXPECT_NE(Shell("colormgr device-get-default-profile orlando-display"), 0);
+    EXPECT_EQ(ProfileOf(display).second, kMC_NoProfile);
+    g_object_unref(session);
+}
+
+TEST_F(WithColourManager, ADisplayThatItDoesNotKnowIsRegistered) {
+    const XorgServer server;
+    ASSERT_RUNNING(server);
+    PlugThree();
+    XClient client;
+    client.SetIdentification("DUMMY2", Identification(9));
+    const std::string path = folder.Write("display.icc", ProfileWithCalibration(1.5));
+    const std::string other = folder.Write("other.icc", ProfileWithCalibration(1.7));
+    const CGDirectDisplayID display = MC_GetIndexedDisplay(3);
+    for (const std::string& file : {other, path, path}) EXPECT_EQ(MC_SetProfileForDisplay(display, URLOf(file).Get()), 0);
+    EXPECT_EQ(Shell("colormgr find-device-by-property XRANDR_name DUMMY2 | grep -q 'Serial.*9'"), 0);
+    EXPECT_EQ(Shell("colormgr get-devices-by-kind display | grep -c 'Device ID' | grep -qx 1"), 0);
+    EXPECT_EQ(ProfileOf(display), std::pair(ReadFile(path), int{kMC_ProfileOfColourManager}));
+    // Another display at this output has none; and at another output this one is the same.
+    client.SetIdentification("DUMMY2", Identification(10));
+    client.SetIdentification("DUMMY1", Identification(9));
+    EXPECT_NE(ProfileOf(MC_GetIndexedDisplay(3)).second, kMC_ProfileOfColourManager);
+    EXPECT_EQ(ProfileOf(MC_GetIndexedDisplay(2)), std::pair(ReadFile(path), int{kMC_ProfileOfColourManager}));
+}
+
+TEST_F(WithColourManager, ThatNeverAnswersTheDisplaysAreGivenTheirProfilesAllTheSame) {
+    const XorgServer server;
+    ASSERT_RUNNING(server);
+    PlugThree();
+    const std::string path = folder.Write("display.icc", ProfileWithCalibration(2.0));
+    kill(manager->Id(), SIGSTOP);
+    EXPECT_EQ(GiveToAll(path), "0 once");
+    kill(manager->Id(), SIGCONT);
+    XClient client;
+    EXPECT_EQ(client.OutputProperty("DUMMY1", "_ICC_PROFILE"), ReadFile(path));
+}
+
+TEST_F(WithColourManager, IsCalledByAChildOfFork) {
+    const XorgServer server;
+    ASSERT_RUNNING(server);
+    const std::string path = folder.Write("display.icc", ProfileWithCalibration(1.5));
+    // The parent has called it, and has a connection of GLib's too, whose thread the child does not have.
+    GDBusConnection* const theirs = g_dbus_connection_new_for_address_sync(
+        bus->Address().c_str(),
+        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION), nullptr,
+        nullptr, nullptr);
+    ASSERT_NE(theirs, nullptr);
+    EXPECT_EQ(MC_SetProfileForDisplay(MC_GetMainDisplay(), URLOf(path).Get()), 0);
+    EXPECT_EQ(MC_RemoveProfileForDisplay(MC_GetMainDisplay()), 0);
+    EXPECT_EQ(InAChild([&] {
+                  alarm(60);
+                  const OSErr status = MC_SetProfileForDisplay(MC_GetMainDisplay(), URLOf(path).Get());
+                  return std::to_string(status) + " " + std::to_string(ProfileOf(MC_GetMainDisplay()).second);
+              }),
+              "0 " + std::to_string(kMC_ProfileOfColourManager));
+    g_object_unref(theirs);
 }
 
 }  // namespace

@@ -1,87 +1,86 @@
-#include <gio/gio.h>
-#include <unistd.h>
+#include "platform/linux/Displays/DisplayProfiles.h"
 
-#include <cstring>
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <memory>
 
-#include "platform/Displays.h"
 #include "platform/Owned.h"
 #include "platform/linux/CoreFoundation/CoreFoundationObject.h"
-#include "platform/linux/Displays/DisplayServer.h"
+#include "platform/linux/CoreFoundation/CoreFoundationString.h"
 
 namespace {
 
-constexpr const char* kService = "org.freedesktop.ColorManager";
-constexpr const char* kDevice = "org.freedesktop.ColorManager.Device";
-constexpr int kMostMilliseconds = 2000;
+using platform::Bytes;
+using platform::ProfileSource;
+using platform::ServerOutput;
 
-struct Unref {
-    void operator()(void* object) const { g_object_unref(object); }
-    void operator()(GVariant* variant) const { g_variant_unref(variant); }
-};
-using Connection = std::unique_ptr<GDBusConnection, Unref>;
-using Answer = std::unique_ptr<GVariant, Unref>;
+/// Where profiles are remembered: by the display's identifier, the file.
+const CFStringRef kMemory = CFSTR("com.brenwick.orlocms.displays");
 
-/// A connection of our own: the one that GLib shares ends the process when the bus goes away.
-Connection Connect() {
-    gchar* const address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    if (!address) return nullptr;
-    const auto flags =
-        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-    Connection connection(g_dbus_connection_new_for_address_sync(address, flags, nullptr, nullptr, nullptr));
-    g_free(address);
-    return connection;
-}
-
-Answer Call(const Connection& bus, const char* path, const char* interface, const char* method, GVariant* arguments) {
-    return Answer(g_dbus_connection_call_sync(bus.get(), kService, path, interface, method, arguments, nullptr, G_DBUS_CALL_FLAGS_NONE,
-                                              kMostMilliseconds, nullptr, nullptr));
-}
-
-std::string ManagerObject(const Connection& bus, const char* method, GVariant* arguments) {
-    const Answer answer = Call(bus, "/org/freedesktop/ColorManager", kService, method, arguments);
-    if (!answer || !g_variant_is_of_type(answer.get(), G_VARIANT_TYPE("(o)"))) return {};
-    const gchar* path;
-    g_variant_get(answer.get(), "(&o)", &path);
-    return path;
-}
-
-std::string ProfileObject(const Connection& bus, const std::string& file, const platform::Bytes& profile) {
-    std::string object = ManagerObject(bus, "FindProfileByFilename", g_variant_new("(s)", file.c_str()));
-    if (!object.empty()) return object;
-    gchar* const sum = g_compute_checksum_for_data(G_CHECKSUM_MD5, profile.data(), profile.size());
-    const std::string name = std::string("icc-") + sum;
-    g_free(sum);
-    GVariantBuilder properties;
-    g_variant_builder_init(&properties, G_VARIANT_TYPE("a{ss}"));
-    g_variant_builder_add(&properties, "{ss}", "Filename", file.c_str());
-    object = ManagerObject(bus, "CreateProfile", g_variant_new("(ssa{ss})", name.c_str(), "normal", &properties));
-    return object.empty() ? ManagerObject(bus, "FindProfileById", g_variant_new("(s)", name.c_str())) : object;
-}
-
-bool MakeDefault(const std::string& output, const std::string& file, const platform::Bytes& profile) {
-    const Connection bus = Connect();
-    if (!bus) return false;
-    const std::string device = ManagerObject(bus, "FindDeviceByProperty", g_variant_new("(ss)", "XRANDR_name", output.c_str()));
-    if (device.empty()) return false;
-    const std::string object = ProfileObject(bus, file, profile);
-    if (object.empty()) return false;
-    // Refused when the device has it already, which is as good.
-    Call(bus, device.c_str(), kDevice, "AddProfile", g_variant_new("(so)", "hard", object.c_str()));
-    return Call(bus, device.c_str(), kDevice, "MakeProfileDefault", g_variant_new("(o)", object.c_str())) != nullptr;
-}
-
-platform::Bytes ProfileBytes(const std::string& file) {
+Bytes ProfileBytes(const std::string& file) {
+    constexpr std::uintmax_t kMostBytes = std::uintmax_t{64} << 20;
     std::error_code error;
-    if (!std::filesystem::is_regular_file(file, error)) return {};
+    if (!std::filesystem::is_regular_file(file, error) || std::filesystem::file_size(file, error) > kMostBytes) return {};
     std::ifstream stream(file, std::ios::binary);
     const std::string bytes(std::istreambuf_iterator<char>(stream), {});
     // Every profile has its signature at byte 36 of a header of 128.
     const bool isProfile = bytes.size() >= 128 && bytes.compare(36, 4, "acsp") == 0;
-    return isProfile ? platform::Bytes(bytes.begin(), bytes.end()) : platform::Bytes();
+    return isProfile ? Bytes(bytes.begin(), bytes.end()) : Bytes();
+}
+
+Owned<CFUUIDRef> UUIDOf(const ServerOutput& output) {
+    CFUUIDBytes bytes;
+    static_assert(sizeof bytes == sizeof output.identifier);
+    std::copy(output.identifier.begin(), output.identifier.end(), reinterpret_cast<UInt8*>(&bytes));
+    return Owned<CFUUIDRef>(CFUUIDCreateFromUUIDBytes(kCFAllocatorDefault, bytes));
+}
+
+Owned<CFStringRef> KeyOf(const ServerOutput& output) {
+    const Owned<CFUUIDRef> uuid = UUIDOf(output);
+    return Owned<CFStringRef>(uuid ? CFUUIDCreateString(kCFAllocatorDefault, uuid.Get()) : nullptr);
+}
+
+/// Empty when there is none.
+std::string RememberedFile(const ServerOutput& output) {
+    CFPreferencesSynchronize(kMemory, kCFPreferencesCurrentUser, kCFPreferencesCurrentHost);
+    const Owned<CFStringRef> key = KeyOf(output);
+    const Owned<CFPropertyListRef> value(key ? CFPreferencesCopyValue(key.Get(), kMemory, kCFPreferencesCurrentUser, kCFPreferencesCurrentHost)
+                                             : nullptr);
+    char path[4096];
+    const bool isPath = value && CFGetTypeID(value.Get()) == CFStringGetTypeID() &&
+                        CFStringGetCString(static_cast<CFStringRef>(value.Get()), path, sizeof path, kCFStringEncodingUTF8);
+    return isPath ? path : "";
+}
+
+/// An empty file name: nothing is to be remembered any more.
+bool RememberFile(const ServerOutput& output, const std::string& file) {
+    const Owned<CFStringRef> key = KeyOf(output);
+    const Owned<CFStringRef> value(file.empty() ? nullptr : platform::CreateStringFromUTF8(file));
+    if (!key || (!value && !file.empty())) return false;
+    CFPreferencesSetValue(key.Get(), value.Get(), kMemory, kCFPreferencesCurrentUser, kCFPreferencesCurrentHost);
+    return CFPreferencesSynchronize(kMemory, kCFPreferencesCurrentUser, kCFPreferencesCurrentHost);
+}
+
+bool Assign(const ServerOutput& output, const std::string& file) {
+    const Bytes profile = ProfileBytes(file);
+    if (profile.empty()) return false;
+    const auto answer = platform::ColourManager().MakeDefault(output, file, profile);
+    // The colour manager of a session knows its devices again by itself.
+    const bool isRemembered = RememberFile(output, answer == platform::ColourManager::Answer::kOfSession ? "" : file);
+    // Where the manager has a say its default counts; an output's own property would stand before it.
+    const bool isManaged = answer != platform::ColourManager::Answer::kNobody;
+    const bool isAtOutput = platform::WriteOutputProfile(output, isManaged ? Bytes() : profile);
+    const bool isAtWindow = platform::WriteWindowProfile(output, profile);
+    return isRemembered && isAtOutput && isAtWindow;
+}
+
+bool Unassign(const ServerOutput& output) {
+    platform::ColourManager().RemoveDefault(output);
+    const bool isForgotten = RememberFile(output, "");
+    const bool isAtOutput = platform::WriteOutputProfile(output, {});
+    const bool isAtWindow = platform::WriteWindowProfile(output, {});
+    return isForgotten && isAtOutput && isAtWindow;
 }
 
 }  // namespace
@@ -91,20 +90,71 @@ const CFStringRef kColorSyncDeviceDefaultProfileID = CFSTR("DeviceDefaultProfile
 const CFStringRef kColorSyncProfileHostScope = CFSTR("ProfileHostScope");
 const CFStringRef kColorSyncProfileUserScope = CFSTR("ProfileUserScope");
 
+namespace platform {
+
+DisplayProfile ProfileOf(const ServerOutput& output, ColourManager* manager) {
+    if (Bytes own = ReadOutputProfile(output); !own.empty()) return {std::move(own), ProfileSource::kOutput};
+    if (Bytes managed = ProfileBytes(manager->DefaultProfile(output)); !managed.empty()) return {std::move(managed), ProfileSource::kColourManager};
+    if (Bytes window = ReadWindowProfile(output); !window.empty()) return {std::move(window), ProfileSource::kWindow};
+    if (Bytes remembered = ProfileBytes(RememberedFile(output)); !remembered.empty()) return {std::move(remembered), ProfileSource::kRemembered};
+    return {};
+}
+
+CFDataRef CopyDisplayProfile(CGDirectDisplayID display, ProfileSource* source) {
+    *source = ProfileSource::kNobody;
+    return NullIfRaised([&]() -> CFDataRef {
+        const auto output = FindOutput(display);
+        if (!output) return nullptr;
+        ColourManager manager;
+        const DisplayProfile profile = ProfileOf(*output, &manager);
+        if (profile.bytes.empty()) return nullptr;
+        *source = profile.source;
+        return CFDataCreate(kCFAllocatorDefault, profile.bytes.data(), static_cast<CFIndex>(profile.bytes.size()));
+    });
+}
+
+Installed InstallDisplayProfile(CGDirectDisplayID display) {
+    Installed installed = Installed::kFailed;
+    NullIfRaised([&] {
+        const auto output = FindOutput(display);
+        if (!output) return false;
+        const DisplayProfile profile = [&] {
+            ColourManager manager;
+            return ProfileOf(*output, &manager);
+        }();
+        if (profile.source == ProfileSource::kRemembered) {
+            installed = Assign(*output, RememberedFile(*output)) ? Installed::kNow : Installed::kFailed;
+        } else if (profile.bytes.empty() || ReadWindowProfile(*output) == profile.bytes) {
+            installed = Installed::kAlready;
+        } else if (WriteWindowProfile(*output, profile.bytes)) {
+            installed = Installed::kNow;
+        }
+        return true;
+    });
+    return installed;
+}
+
+}  // namespace platform
+
+CFUUIDRef CGDisplayCreateUUIDFromDisplayID(CGDirectDisplayID display) {
+    return platform::NullIfRaised([&]() -> CFUUIDRef {
+        const auto output = platform::FindOutput(display);
+        return output ? UUIDOf(*output).Detach() : nullptr;
+    });
+}
+
 bool ColorSyncDeviceSetCustomProfiles(CFStringRef deviceClass, CFUUIDRef device, CFDictionaryRef profiles) {
     return platform::NullIfRaised([&] {
-        if (!device || !profiles || CFStringCompare(deviceClass, kColorSyncDisplayDeviceClass, 0) != kCFCompareEqualTo) return false;
-        const auto url = static_cast<CFURLRef>(CFDictionaryGetValue(profiles, kColorSyncDeviceDefaultProfileID));
-        UInt8 path[4096];
-        if (!url || CFGetTypeID(url) != CFURLGetTypeID() || !CFURLGetFileSystemRepresentation(url, true, path, sizeof path)) return false;
-        const std::string file = reinterpret_cast<const char*>(path);
-        const platform::Bytes profile = ProfileBytes(file);
-        if (profile.empty()) return false;
-        const std::vector<platform::ServerOutput> outputs = platform::ActiveOutputs();
-        for (size_t i = 0; i < outputs.size(); ++i) {
-            const Owned<CFUUIDRef> uuid(CGDisplayCreateUUIDFromDisplayID(outputs[i].id));
+        if (!device || CFStringCompare(deviceClass, kColorSyncDisplayDeviceClass, 0) != kCFCompareEqualTo) return false;
+        UInt8 path[4096] = "";
+        if (profiles) {
+            const auto url = static_cast<CFURLRef>(CFDictionaryGetValue(profiles, kColorSyncDeviceDefaultProfileID));
+            if (!url || CFGetTypeID(url) != CFURLGetTypeID() || !CFURLGetFileSystemRepresentation(url, true, path, sizeof path)) return false;
+        }
+        for (const ServerOutput& output : platform::ActiveOutputs()) {
+            const Owned<CFUUIDRef> uuid = UUIDOf(output);
             if (!uuid || !CFEqual(uuid.Get(), device)) continue;
-            return MakeDefault(outputs[i].name, file, profile) && platform::WriteProfileProperty(i, profile);
+            return profiles ? Assign(output, reinterpret_cast<const char*>(path)) : Unassign(output);
         }
         return false;
     });

@@ -99,15 +99,22 @@ struct Server {
     const xcb_screen_t* screen = nullptr;
     std::string name;
     std::shared_ptr<Opening> opening;
+    unsigned number = 0;  // of connections so far
+    bool isFollowed = false;
+    bool hasChanged = false;
+    std::vector<xcb_atom_t> profileAtoms;  // while it is followed
 
     ~Server() { Leave(); }
     void Leave() {
+        if (connection) hasChanged = isFollowed;
         Disconnect(connection, process);
         connection = nullptr;
         screen = nullptr;
     }
 };
 Server sServer;
+
+void SelectEvents();
 
 void Join(const std::string& name) {
     // One that said nothing so far is not waited for again; it is taken up when it has answered.
@@ -118,15 +125,27 @@ void Join(const std::string& name) {
     sServer.connection = std::exchange(sServer.opening, nullptr)->Take(&number);
     if (!sServer.connection) return;
     sServer.name = name;
+    ++sServer.number;
     sServer.process = getpid();
     xcb_screen_iterator_t screens = xcb_setup_roots_iterator(xcb_get_setup(sServer.connection));
     for (; number > 0 && screens.rem > 1; --number) xcb_screen_next(&screens);
     sServer.screen = screens.data;
+    if (sServer.isFollowed) SelectEvents();
 }
 
-/// Reads what the server sent; its events are of no use here.
+/// Reads what the server sent. Its events matter only as a sign that something changed.
 void ReadFromServer(xcb_connection_t* connection) {
     while (const Reply<xcb_generic_event_t> event{xcb_poll_for_event(connection)}) {
+        if (!sServer.isFollowed) continue;
+        const uint8_t type = event->response_type & 0x7F;
+        const uint8_t randr = xcb_get_extension_data(connection, &xcb_randr_id)->first_event;
+        if (type == XCB_PROPERTY_NOTIFY) {
+            const xcb_atom_t atom = reinterpret_cast<const xcb_property_notify_event_t*>(event.get())->atom;
+            const auto& known = sServer.profileAtoms;
+            if (std::find(known.begin(), known.end(), atom) != known.end()) sServer.hasChanged = true;
+        } else if (type == randr + XCB_RANDR_SCREEN_CHANGE_NOTIFY || type == randr + XCB_RANDR_NOTIFY) {
+            sServer.hasChanged = true;
+        }
     }
 }
 
@@ -135,6 +154,83 @@ xcb_atom_t Atom(const std::string& name) {
     if (!connection) return XCB_ATOM_NONE;
     const auto atom = Answer<xcb_intern_atom_reply_t>(xcb_intern_atom(connection, 0, static_cast<uint16_t>(name.size()), name.data()));
     return atom ? atom->atom : static_cast<xcb_atom_t>(XCB_ATOM_NONE);
+}
+
+constexpr const char* kProfileProperty = "_ICC_PROFILE";
+constexpr uint32_t kMostWords = 1 << 22;
+/// Beside a profile at the root window, for which display it was written: its identifier and the digest of the profile.
+constexpr const char* kMarkPrefix = "_ORLO";
+
+std::string WindowPropertyName(unsigned screen) {
+    return screen == 0 ? kProfileProperty : kProfileProperty + ("_" + std::to_string(screen));
+}
+
+void SelectEvents() {
+    const QuietPipe quiet;
+    xcb_connection_t* const connection = sServer.connection;
+    const xcb_window_t root = sServer.screen->root;
+    const bool isWanted = sServer.isFollowed;
+    xcb_randr_select_input(connection, root,
+                           isWanted ? XCB_RANDR_NOTIFY_MASK_SCREEN_CHANGE | XCB_RANDR_NOTIFY_MASK_CRTC_CHANGE | XCB_RANDR_NOTIFY_MASK_OUTPUT_CHANGE |
+                                          XCB_RANDR_NOTIFY_MASK_OUTPUT_PROPERTY
+                                    : 0);
+    const uint32_t events = isWanted ? XCB_EVENT_MASK_PROPERTY_CHANGE : XCB_EVENT_MASK_NO_EVENT;
+    xcb_change_window_attributes(connection, root, XCB_CW_EVENT_MASK, &events);
+    sServer.profileAtoms.clear();
+    constexpr unsigned kMostScreens = 32;
+    for (unsigned screen = 0; isWanted && screen < kMostScreens && sServer.connection; ++screen) {
+        sServer.profileAtoms.push_back(Atom(WindowPropertyName(screen)));
+    }
+    xcb_flush(connection);
+}
+
+/// The request itself takes a few words of the largest one that the server reads.
+bool FitsRequest(xcb_connection_t* connection, const Bytes& profile) {
+    return profile.size() / 4 + 16 <= xcb_get_maximum_request_length(connection);
+}
+
+Bytes ReadOutputProperty(xcb_randr_output_t output, const char* name) {
+    const QuietPipe quiet;
+    const xcb_atom_t atom = Atom(name);
+    if (atom == XCB_ATOM_NONE) return {};
+    xcb_connection_t* const connection = DisplayConnection();
+    const auto property =
+        Answer<xcb_randr_get_output_property_reply_t>(xcb_randr_get_output_property(connection, output, atom, XCB_ATOM_ANY, 0, kMostWords, 0, 0));
+    if (!property || property->format != 8) return {};
+    const uint8_t* const bytes = xcb_randr_get_output_property_data(property.get());
+    return Bytes(bytes, bytes + property->num_items);
+}
+
+Bytes ReadRootProperty(const std::string& name) {
+    const QuietPipe quiet;
+    const xcb_atom_t atom = Atom(name);
+    if (atom == XCB_ATOM_NONE) return {};
+    xcb_connection_t* const connection = DisplayConnection();
+    const auto property = Answer<xcb_get_property_reply_t>(xcb_get_property(connection, 0, sServer.screen->root, atom, XCB_ATOM_ANY, 0, kMostWords));
+    if (!property || property->format != 8) return {};
+    const auto* const bytes = static_cast<const uint8_t*>(xcb_get_property_value(property.get()));
+    return Bytes(bytes, bytes + xcb_get_property_value_length(property.get()));
+}
+
+bool WriteRootProperty(const std::string& name, const Bytes& value) {
+    const QuietPipe quiet;
+    const xcb_atom_t atom = Atom(name);
+    if (atom == XCB_ATOM_NONE) return false;
+    xcb_connection_t* const connection = DisplayConnection();
+    if (value.empty()) return IsDone(xcb_delete_property_checked(connection, sServer.screen->root, atom));
+    return FitsRequest(connection, value) &&
+           IsDone(xcb_change_property_checked(connection, XCB_PROP_MODE_REPLACE, sServer.screen->root, atom, XCB_ATOM_CARDINAL, 8,
+                                              static_cast<uint32_t>(value.size()), value.data()));
+}
+
+void Identify(std::vector<ServerOutput>* outputs) {
+    std::vector<IdentifiedOutput> named;
+    for (const ServerOutput& output : *outputs) named.push_back({output.name, output.identification});
+    const std::vector<Identifier> identifiers = IdentifiersOf(named);
+    for (size_t i = 0; i < outputs->size(); ++i) {
+        (*outputs)[i].identifier = identifiers[i];
+        (*outputs)[i].display = DisplayOfIdentifier(identifiers[i]);
+    }
 }
 
 }  // namespace
@@ -199,6 +295,29 @@ bool IsDone(xcb_void_cookie_t request) {
     return !error && !xcb_connection_has_error(sServer.connection);
 }
 
+void FollowDisplayChanges(bool isWanted) {
+    sServer.isFollowed = isWanted;
+    sServer.hasChanged = false;
+    // One that is made only now selects them by itself.
+    const unsigned number = sServer.number;
+    if (DisplayConnection() && sServer.number == number) SelectEvents();
+}
+
+bool HasDisplayChange() {
+    return sServer.hasChanged;
+}
+
+bool TakeDisplayChanges() {
+    const QuietPipe quiet;
+    DisplayConnection();
+    return std::exchange(sServer.hasChanged, false);
+}
+
+DisplayLine CurrentDisplayLine() {
+    if (!sServer.connection) return {-1, 0};
+    return {xcb_get_file_descriptor(sServer.connection), sServer.number};
+}
+
 const xcb_screen_t* DisplayScreen() {
     return DisplayConnection() ? sServer.screen : nullptr;
 }
@@ -223,7 +342,13 @@ std::vector<ServerOutput> ActiveOutputs() {
         const auto crtc = Answer<xcb_randr_get_crtc_info_reply_t>(xcb_randr_get_crtc_info(connection, output->crtc, current->config_timestamp));
         if (!crtc || crtc->mode == XCB_NONE) continue;
         const std::string name(reinterpret_cast<const char*>(xcb_randr_get_output_info_name(output.get())), output->name_len);
-        found.push_back({outputs[i], output->crtc, name, crtc->x, crtc->y, crtc->width, crtc->height});
+        found.push_back(
+            {outputs[i], output->crtc, name, crtc->x, crtc->y, crtc->width, crtc->height, ReadOutputProperty(outputs[i], "EDID"), {}, 0, 0});
+    }
+    unsigned screens = 0;
+    for (auto output = found.begin(); output != found.end(); ++output) {
+        const auto first = std::find_if(found.begin(), output, [&](const ServerOutput& o) { return o.controller == output->controller; });
+        output->screen = first == output ? screens++ : first->screen;
     }
     std::stable_partition(found.begin(), found.end(), [&](const ServerOutput& output) { return primary && output.id == primary->output; });
     std::vector<ServerOutput> alone;
@@ -231,54 +356,64 @@ std::vector<ServerOutput> ActiveOutputs() {
         const bool mirrored = std::any_of(alone.begin(), alone.end(), [&](const ServerOutput& o) { return o.controller == output.controller; });
         if (!mirrored) alone.push_back(output);
     }
+    Identify(&alone);
     return alone;
 }
 
 std::optional<ServerOutput> FindOutput(uint32_t display) {
     for (const ServerOutput& output : ActiveOutputs()) {
-        if (output.id == display) return output;
+        if (output.display == display) return output;
     }
     return std::nullopt;
 }
 
-Bytes IdentificationOf(const ServerOutput& output) {
+bool HasOutput(xcb_randr_output_t id) {
     const QuietPipe quiet;
-    const xcb_atom_t atom = Atom("EDID");
-    if (atom == XCB_ATOM_NONE) return {};
-    xcb_connection_t* const connection = DisplayConnection();
-    // 256 words hold the base block and seven extensions.
-    const auto property =
-        Answer<xcb_randr_get_output_property_reply_t>(xcb_randr_get_output_property(connection, output.id, atom, XCB_ATOM_ANY, 0, 256, 0, 0));
-    if (!property || property->format != 8) return {};
-    const uint8_t* const bytes = xcb_randr_get_output_property_data(property.get());
-    return Bytes(bytes, bytes + property->num_items);
+    const xcb_screen_t* const screen = DisplayScreen();
+    if (!screen) return false;
+    const auto request = xcb_randr_get_screen_resources_current(DisplayConnection(), screen->root);
+    const auto current = Answer<xcb_randr_get_screen_resources_current_reply_t>(request);
+    if (!current) return false;
+    const xcb_randr_output_t* const outputs = xcb_randr_get_screen_resources_current_outputs(current.get());
+    const xcb_randr_output_t* const end = outputs + xcb_randr_get_screen_resources_current_outputs_length(current.get());
+    return std::find(outputs, end, id) != end;
 }
 
-std::string ProfilePropertyName(size_t position) {
-    return position == 0 ? "_ICC_PROFILE" : "_ICC_PROFILE_" + std::to_string(position);
+Bytes ReadOutputProfile(const ServerOutput& output) {
+    return ReadOutputProperty(output.id, kProfileProperty);
 }
 
-Bytes ReadProfileProperty(size_t position) {
+bool WriteOutputProfile(const ServerOutput& output, const Bytes& profile) {
     const QuietPipe quiet;
-    const xcb_atom_t atom = Atom(ProfilePropertyName(position));
-    if (atom == XCB_ATOM_NONE) return {};
-    xcb_connection_t* const connection = DisplayConnection();
-    constexpr uint32_t kMostWords = 1 << 22;
-    const auto property = Answer<xcb_get_property_reply_t>(xcb_get_property(connection, 0, sServer.screen->root, atom, XCB_ATOM_ANY, 0, kMostWords));
-    if (!property || property->format != 8) return {};
-    const auto* const bytes = static_cast<const uint8_t*>(xcb_get_property_value(property.get()));
-    return Bytes(bytes, bytes + xcb_get_property_value_length(property.get()));
-}
-
-bool WriteProfileProperty(size_t position, const Bytes& profile) {
-    const QuietPipe quiet;
-    const xcb_atom_t atom = Atom(ProfilePropertyName(position));
+    const xcb_atom_t atom = Atom(kProfileProperty);
     if (atom == XCB_ATOM_NONE) return false;
     xcb_connection_t* const connection = DisplayConnection();
-    // The request itself takes a few words of the largest one that the server reads.
-    if (profile.size() / 4 + 16 > xcb_get_maximum_request_length(connection)) return false;
-    return IsDone(xcb_change_property_checked(connection, XCB_PROP_MODE_REPLACE, sServer.screen->root, atom, XCB_ATOM_CARDINAL, 8,
-                                              static_cast<uint32_t>(profile.size()), profile.data()));
+    // The server refuses to remove what is not there.
+    if (profile.empty()) {
+        return ReadOutputProfile(output).empty() || IsDone(xcb_randr_delete_output_property_checked(connection, output.id, atom));
+    }
+    return FitsRequest(connection, profile) &&
+           IsDone(xcb_randr_change_output_property_checked(connection, output.id, atom, XCB_ATOM_CARDINAL, 8, XCB_PROP_MODE_REPLACE,
+                                                           static_cast<uint32_t>(profile.size()), profile.data()));
+}
+
+Bytes ReadWindowProfile(const ServerOutput& output) {
+    const std::string name = WindowPropertyName(output.screen);
+    const Bytes profile = ReadRootProperty(name);
+    const Bytes mark = profile.empty() ? Bytes() : ReadRootProperty(kMarkPrefix + name);
+    const bool isMarked = mark.size() == 2 * sizeof(Identifier) && std::equal(mark.begin() + sizeof(Identifier), mark.end(), Digest(profile).begin());
+    return isMarked && !std::equal(output.identifier.begin(), output.identifier.end(), mark.begin()) ? Bytes() : profile;
+}
+
+bool WriteWindowProfile(const ServerOutput& output, const Bytes& profile) {
+    const std::string name = WindowPropertyName(output.screen);
+    Bytes mark;
+    if (!profile.empty()) {
+        mark.assign(output.identifier.begin(), output.identifier.end());
+        const Identifier digest = Digest(profile);
+        mark.insert(mark.end(), digest.begin(), digest.end());
+    }
+    return WriteRootProperty(name, profile) && WriteRootProperty(kMarkPrefix + name, mark);
 }
 
 }  // namespace platform

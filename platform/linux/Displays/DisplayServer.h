@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/linux/Displays/DisplayIdentity.h"
+
 namespace platform {
 
 /// Keeps a server that went away from ending the process: writing to it raises SIGPIPE.
@@ -33,9 +35,11 @@ struct ServerOutput {
     std::string name;
     int16_t x, y;
     uint16_t width, height;
+    Bytes identification;   // the display's own data; empty where it gives none
+    Identifier identifier;  // the same wherever and whenever this display is found
+    uint32_t display;       // the number that callers know it by, from the identifier
+    unsigned screen;        // its place among the outputs that show a picture, in the server's order, which no choice of a primary one changes
 };
-
-using Bytes = std::vector<uint8_t>;
 
 /// The connection to the server named by DISPLAY, made anew when that changes or the server went away; null without one, and while it does not
 /// answer. A server has two seconds for that.
@@ -57,15 +61,30 @@ Reply<T> Answer(Cookie request) {
 bool IsDone(xcb_void_cookie_t request);
 
 const xcb_screen_t* DisplayScreen();
+
+/// Whether the server is to say when displays, their modes or their profiles change, on this connection and on later ones.
+void FollowDisplayChanges(bool isWanted);
+/// Whether something changed, or the server went away, since this was last asked. The second also reads what has come.
+bool HasDisplayChange();
+bool TakeDisplayChanges();
+/// Where events arrive. Each connection has another number, from 1; without one both say so.
+struct DisplayLine {
+    int descriptor;   // -1: none
+    unsigned number;  // 0: none
+};
+DisplayLine CurrentDisplayLine();
 /// The outputs that show a picture, the primary one first; of outputs that show the same one, only the first.
 std::vector<ServerOutput> ActiveOutputs();
 std::optional<ServerOutput> FindOutput(uint32_t display);
-/// The display's identification data; empty where it gives none.
-Bytes IdentificationOf(const ServerOutput& output);
+/// Whether the server has an output of this number, plugged in or not.
+bool HasOutput(xcb_randr_output_t id);
 
-/// The property of the root window under which other applications find the profile of the display at this position of the list.
-std::string ProfilePropertyName(size_t position);
-Bytes ReadProfileProperty(size_t position);
-bool WriteProfileProperty(size_t position, const Bytes& profile);
+// Where other applications look for a display's profile: a property of its output, and one of the root window that has the screen's number. Writing
+// no bytes removes the property. One of the root window that was written here for another display, before the numbers changed, is not read.
+
+Bytes ReadOutputProfile(const ServerOutput& output);
+bool WriteOutputProfile(const ServerOutput& output, const Bytes& profile);
+Bytes ReadWindowProfile(const ServerOutput& output);
+bool WriteWindowProfile(const ServerOutput& output, const Bytes& profile);
 
 }  // namespace platform

@@ -1,14 +1,16 @@
 #include "platform/Displays.h"
 
-#include <glib.h>
 #include <lcms2.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <memory>
+#include <optional>
 
+#include "platform/CalibrationCurves.h"
 #include "platform/linux/CoreFoundation/CoreFoundationString.h"
+#include "platform/linux/Displays/DisplayProfiles.h"
 #include "platform/linux/Displays/DisplayRamp.h"
 #include "platform/linux/Displays/DisplayServer.h"
 
@@ -17,8 +19,6 @@ struct CGDisplayMode {
 };
 
 namespace {
-
-constexpr uint32_t kMostSamples = 256;
 
 struct Ramp {
     std::vector<uint16_t> channels[3];
@@ -67,31 +67,43 @@ CGError WriteRamp(xcb_randr_crtc_t controller, const Ramp& ramp) {
     return platform::IsDone(request) ? kCGErrorSuccess : kCGErrorFailure;
 }
 
+struct CloseProfile {
+    void operator()(void* profile) const { cmsCloseProfile(profile); }
+};
+
+std::optional<platform::CalibrationCurves> CurvesOf(const platform::Bytes& profile) {
+    const std::unique_ptr<void, CloseProfile> opened(
+        profile.empty() ? nullptr : cmsOpenProfileFromMem(profile.data(), static_cast<cmsUInt32Number>(profile.size())));
+    if (!opened) return std::nullopt;
+    platform::Bytes tag(cmsReadRawTag(opened.get(), cmsSigVcgtTag, nullptr, 0));
+    tag.resize(tag.empty() ? 0 : cmsReadRawTag(opened.get(), cmsSigVcgtTag, tag.data(), static_cast<cmsUInt32Number>(tag.size())));
+    return platform::CalibrationCurves::Read(tag.data(), tag.size());
+}
+
 /// The calibration curves that the display's profile carries, else straight lines.
 Ramp RampOfProfile(const platform::Bytes& profile, size_t size) {
-    cmsHPROFILE const opened = profile.empty() ? nullptr : cmsOpenProfileFromMem(profile.data(), static_cast<cmsUInt32Number>(profile.size()));
-    const auto* const curves = opened ? static_cast<cmsToneCurve**>(cmsReadTag(opened, cmsSigVcgtTag)) : nullptr;
+    const std::optional<platform::CalibrationCurves> curves = CurvesOf(profile);
     Ramp ramp;
     for (int c = 0; c < 3; ++c) {
         for (size_t j = 0; j < size; ++j) {
             const double place = size < 2 ? 0.0 : static_cast<double>(j) / static_cast<double>(size - 1);
-            const double value = curves ? static_cast<double>(cmsEvalToneCurveFloat(curves[c], static_cast<float>(place))) : place;
-            ramp.channels[c].push_back(platform::RampEntry(value));
+            ramp.channels[c].push_back(platform::RampEntry(curves ? curves->ValueAt(c, place) : place));
         }
     }
-    if (opened) cmsCloseProfile(opened);
     return ramp;
 }
 
 }  // namespace
 
 CGError CGGetActiveDisplayList(uint32_t capacity, CGDirectDisplayID* displays, uint32_t* count) {
+    *count = 0;
     return platform::NullIfRaised([&]() -> CGError {
         const std::vector<platform::ServerOutput> outputs = platform::ActiveOutputs();
         *count = static_cast<uint32_t>(outputs.size());
+        if (outputs.empty() && !platform::DisplayConnection()) return kCGErrorFailure;
         if (!displays) return kCGErrorSuccess;
         *count = std::min(*count, capacity);
-        for (uint32_t i = 0; i < *count; ++i) displays[i] = outputs[i].id;
+        for (uint32_t i = 0; i < *count; ++i) displays[i] = outputs[i].display;
         return kCGErrorSuccess;
     });
 }
@@ -138,7 +150,7 @@ CGError CGGetDisplayTransferByTable(CGDirectDisplayID display, uint32_t capacity
         error = ReadRamp(output->controller, &ramp);
         if (error != kCGErrorSuccess) return false;
         const size_t size = ramp.channels[0].size();
-        const size_t n = std::min<size_t>({kMostSamples, size, capacity});
+        const size_t n = std::min<size_t>(size, capacity);
         CGGammaValue* const out[3] = {red, green, blue};
         for (int c = 0; c < 3; ++c) {
             for (size_t i = 0; i < n; ++i) out[c][i] = static_cast<float>(ramp.channels[c][platform::RampKnot(i, n, size)]) / 65535.0F;
@@ -147,6 +159,14 @@ CGError CGGetDisplayTransferByTable(CGDirectDisplayID display, uint32_t capacity
         return true;
     });
     return error;
+}
+
+uint32_t CGDisplayGammaTableCapacity(CGDirectDisplayID display) {
+    return platform::NullIfRaised([&] {
+        const auto output = platform::FindOutput(display);
+        Ramp ramp;
+        return output && ReadRamp(output->controller, &ramp) == kCGErrorSuccess ? static_cast<uint32_t>(ramp.channels[0].size()) : 0U;
+    });
 }
 
 CGError CGSetDisplayTransferByTable(CGDirectDisplayID display, uint32_t tableSize, const CGGammaValue* red, const CGGammaValue* green,
@@ -172,37 +192,38 @@ CGError CGSetDisplayTransferByTable(CGDirectDisplayID display, uint32_t tableSiz
 
 void CGDisplayRestoreColorSyncSettings(void) {
     platform::NullIfRaised([] {
-        const std::vector<platform::ServerOutput> outputs = platform::ActiveOutputs();
-        for (size_t i = 0; i < outputs.size(); ++i) {
+        platform::ColourManager manager;
+        for (const platform::ServerOutput& output : platform::ActiveOutputs()) {
             Ramp ramp;
-            if (ReadRamp(outputs[i].controller, &ramp) != kCGErrorSuccess) continue;
-            WriteRamp(outputs[i].controller, RampOfProfile(platform::ReadProfileProperty(i), ramp.channels[0].size()));
+            if (ReadRamp(output.controller, &ramp) != kCGErrorSuccess) continue;
+            WriteRamp(output.controller, RampOfProfile(platform::ProfileOf(output, &manager).bytes, ramp.channels[0].size()));
         }
         return true;
     });
 }
 
-CFUUIDRef CGDisplayCreateUUIDFromDisplayID(CGDirectDisplayID display) {
-    return platform::NullIfRaised([&]() -> CFUUIDRef {
-        const auto output = platform::FindOutput(display);
-        if (!output) return nullptr;
-        const platform::Bytes identification = platform::IdentificationOf(*output);
-        std::string name(identification.begin(), identification.end());
-        bool alone = !name.empty();
-        // Displays of one make without serial numbers are told apart by where they are plugged in.
-        for (const platform::ServerOutput& other : platform::ActiveOutputs()) {
-            if (other.id != output->id && platform::IdentificationOf(other) == identification) alone = false;
-        }
-        if (!alone) name += g_get_host_name() + std::string("/") + output->name;
-        CFUUIDBytes bytes;
-        gsize size = sizeof bytes;
-        GChecksum* const sum = g_checksum_new(G_CHECKSUM_MD5);
-        g_checksum_update(sum, reinterpret_cast<const guchar*>(name.data()), static_cast<gssize>(name.size()));
-        g_checksum_get_digest(sum, reinterpret_cast<guint8*>(&bytes), &size);
-        g_checksum_free(sum);
-        // Marked as made from a name.
-        bytes.byte6 = static_cast<UInt8>((bytes.byte6 & 0x0f) | 0x30);
-        bytes.byte8 = static_cast<UInt8>((bytes.byte8 & 0x3f) | 0x80);
-        return CFUUIDCreateFromUUIDBytes(kCFAllocatorDefault, bytes);
+namespace platform {
+
+DisplayFacts FactsOfDisplay(CGDirectDisplayID display) {
+    return NullIfRaised([&] {
+        const auto output = FindOutput(display);
+        if (!output) return DisplayFacts();
+        const Identification identification = ReadIdentification(output->identification);
+        return DisplayFacts{output->name, identification.make, identification.model, identification.serial};
     });
 }
+
+CGDirectDisplayID DisplayOfStoredNumber(uint32_t number, CGDirectDisplayID atPosition) {
+    if (IsDerived(number)) return number;
+    CGDirectDisplayID display = number;
+    NullIfRaised([&] {
+        for (const ServerOutput& output : ActiveOutputs()) {
+            if (output.id == number) display = output.display;
+        }
+        if (display == number && DisplayConnection() && !HasOutput(number)) display = atPosition;
+        return true;
+    });
+    return display;
+}
+
+}  // namespace platform

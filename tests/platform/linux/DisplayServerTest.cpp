@@ -135,10 +135,11 @@ TEST_F(DisplayServer, ThatFallsSilentIsLeftAndAskedAnew) {
     ASSERT_TRUE(screen.Running());
     Relay server(Relay::kPassing);
     ASSERT_EQ(Displays(), 1u);
-    ASSERT_TRUE(platform::WriteProfileProperty(0, {1, 2, 3}));
-    EXPECT_EQ(platform::ReadProfileProperty(0), (platform::Bytes{1, 2, 3}));
+    const platform::ServerOutput output = platform::ActiveOutputs().front();
+    ASSERT_TRUE(platform::WriteWindowProfile(output, {1, 2, 3}));
+    EXPECT_EQ(platform::ReadWindowProfile(output), (platform::Bytes{1, 2, 3}));
     server.Become(Relay::kSilent);
-    EXPECT_FALSE(platform::WriteProfileProperty(0, {4}));
+    EXPECT_FALSE(platform::WriteWindowProfile(output, {4}));
     EXPECT_EQ(Displays(), 0u);
     server.Become(Relay::kPassing);
     while (Displays() == 0) usleep(10000);

@@ -58,6 +58,7 @@ struct Documents : testing::Test {
     TemporaryFolder folder;
 
     void SetUp() override {
+        unsetenv("DISPLAY");
         Bench() = DisplayBench();
         Bench().displays = {{65, k32Bits, {{0, 0}, {1920, 1080}}, {}}, {66, k16Bits, {{-1280, 40}, {1280, 1024}}, {}}};
         sNotices.clear();
@@ -369,6 +370,64 @@ TEST_F(Documents, RaiseWhatLoadingARampAnswers) {
     gLastError = 0;
     EXPECT_THROW(withoutRamp.Install(), long);
     EXPECT_EQ(gLastError, -50);
+}
+
+TEST_F(Documents, WithARampThatNoDisplayTakesLoadNothing) {
+    const struct {
+        const char* what;
+        std::string ramp;
+    } rows[] = {
+        {"no entry", "000000000000000300000010"},
+        {"one entry", "000000000000000300010010" + std::string(12, '0')},
+        {"one channel", "000000000000000101000008" + std::string(512, '0')},
+        {"two channels", "000000000000000200020010" + std::string(16, '0')},
+        {"300 entries", "0000000000000003012c0010" + std::string(3600, '0')},
+        {"257 entries", "000000000000000301010008" + std::string(1542, '0')},
+        {"not whole", "000000000000000301000010"},
+    };
+    for (const auto& row : rows) {
+        Write(kCals + kDisplay + "GDIN 129 0 - 000f0028fb00042800000002\n" + kGamma + "GAMA 129 0 - " + row.ramp +
+              "\nDPID 128 0 - 0000004100000042\n");
+        MonitorCalibration document = Read();
+        ASSERT_EQ(document.NumGammaTables(), 2) << row.what;
+        gLastError = 0;
+        EXPECT_THROW(document.Install(), long) << row.what;
+        EXPECT_EQ(gLastError, -50) << row.what;
+        EXPECT_THAT(Bench().log, IsEmpty()) << row.what;
+    }
+    // Of one that is not there nothing is asked.
+    Bench().displays.pop_back();
+    MonitorCalibration document = Read();
+    document.Install();
+    EXPECT_THAT(Bench().log, ElementsAre("load 65"));
+}
+
+TEST_F(Documents, ThatADisplayRefusesLeaveAllRampsAsTheyWere) {
+    Save({65, 66});
+    for (BenchDisplay& display : Bench().displays) {
+        for (auto& ramp : display.ramp) ramp = std::vector<float>(1024, 0.3F);
+    }
+    Bench().displays[0].ramp[1][513] = 0.7F;
+    const auto before = Bench().displays;
+    Bench().loadError = 1001;
+    Bench().refusing = 66;
+    MonitorCalibration document = Read();
+    EXPECT_THROW(document.Install(), long);
+    EXPECT_EQ(gLastError, 1001);
+    EXPECT_THAT(Bench().log, ElementsAre("load 65", "load 65"));
+    for (size_t i = 0; i < 2; ++i) {
+        for (int c = 0; c < 3; ++c) EXPECT_EQ(Bench().displays[i].ramp[c], before[i].ramp[c]) << i << " " << c;
+    }
+}
+
+TEST_F(Documents, TellWhatTheDisplaysWere) {
+    Save({65, 66});
+    Bench().displays.clear();
+    const MonitorCalibration document = Read();
+    EXPECT_EQ(document.StoredInfo(0).depth, 32);
+    EXPECT_EQ(document.StoredInfo(1).depth, 16);
+    EXPECT_EQ(document.StoredInfo(1).left, -1280);
+    EXPECT_EQ(document.StoredInfo(1).index, 2);
 }
 
 TEST_F(Documents, AreNotSavedWithoutAFolderAProperNameOrARamp) {

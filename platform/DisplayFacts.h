@@ -1,0 +1,36 @@
+#pragma once
+
+/// What the system tells of its displays by other ways than the calls of platform/Displays.h.
+///
+/// C++ only, used inside the library. Main thread only.
+
+#include <string>
+
+#include "platform/Displays.h"
+
+namespace platform {
+
+/// UTF-8; empty where it is not known.
+struct DisplayFacts {
+    std::string output;  // where it is plugged in, "DP-1"
+    std::string make;    // three letters of its maker, "DEL"
+    std::string model;
+    std::string serial;
+};
+/// Nothing known of a display that is not active.
+DisplayFacts FactsOfDisplay(CGDirectDisplayID display);
+
+/// Who says which profile a display has.
+enum class ProfileSource { kNobody = 0, kOutput = 1, kColourManager = 2, kWindow = 3, kRemembered = 4 };
+/// The bytes of the display's profile, which the caller releases; null, and kNobody, where it has none.
+CFDataRef CopyDisplayProfile(CGDirectDisplayID display, ProfileSource* source);
+
+/// Puts the profile that the display has where other applications look for it, if it is not there. A display without one needs nothing.
+enum class Installed { kAlready, kNow, kFailed };
+Installed InstallDisplayProfile(CGDirectDisplayID display);
+
+/// The display that a stored number means. On Linux numbers were once the X server's own for its outputs: such a number is still the output's that
+/// has it; one that this server never gave was another server's, and then the display at the stored position is meant.
+CGDirectDisplayID DisplayOfStoredNumber(uint32_t number, CGDirectDisplayID atPosition);
+
+}  // namespace platform
