@@ -44,7 +44,8 @@ typedef struct MatchingData {
 /// monitorWhite    the fixed white to adapt the monitor to, or null
 /// printerWhite    the white to give the printer in place of its media white, or null
 /// status          0; -43 without a printer, or without the library's own reference profile; -50 when a transform cannot be made; -108 without
-///                 memory; -170 for a file that is no profile, a monitor that is no usable matrix model, a printer that is driven by neither RGB
+///                 memory, and for a monitor whose curves have more than 65536 entries or swing so often that their inverses would take more than
+///                 20 MiB; -170 for a file that is no profile, a monitor that is no usable matrix model, a printer that is driven by neither RGB
 ///                 nor CMYK and a proofer of more than 10 channels; else what opening or reading a profile answered
 /// returns         a record with reference count 1 (DisposeMatchingData, or hand it to SetMatchingData), or null
 CM_EXPORT MatchingData* LoadMatchingData(const AliasHandle profiles[3], uint8_t useProofer, const FixedXYZ* monitorWhite,

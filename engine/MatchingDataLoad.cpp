@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <initializer_list>
 #include <memory>
 #include <utility>
@@ -9,6 +8,7 @@
 #include "colour/MatrixInversion.h"
 #include "engine/MatchingData.h"
 #include "engine/MonitorTables.h"
+#include "engine/ShaperBuilding.h"
 #include "platform/Codes.h"
 #include "platform/FourCharCode.h"
 #include "platform/Owned.h"
@@ -141,40 +141,35 @@ OSErr CreateTransforms(const Profiles& profiles, MatchingData* data) {
 
 // ---- the monitor ----
 
-OSErr BuildReverseTables(ICC_ShaperMatrix* shaper) {
-    for (int c = 0; c < 3; ++c) {
-        const int status = ICC_BuildReverseTable(shaper->curves[c], static_cast<int>(shaper->counts[c]), &shaper->reverse[c]);
-        if (status != 0) return static_cast<OSErr>(status);
-        if (!shaper->reverse[c]) return kStatusProfileUnsuitable;
-    }
-    return 0;
+/// The curves' inverses. A curve without one is of no use here.
+OSErr Invert(ICC_ShaperMatrix* shaper) {
+    const int status = BuildReverseTables(shaper);
+    if (status != 0) return static_cast<OSErr>(status);
+    const bool isWhole = shaper->reverse[0] && shaper->reverse[1] && shaper->reverse[2];
+    return isWhole ? OSErr{0} : kStatusProfileUnsuitable;
 }
 
 OSErr BuildMonitorModel(ColorSyncProfileRef monitor, MatchingData* data) {
     constexpr uint32_t kCurves[] = {FourChar("rTRC"), FourChar("gTRC"), FourChar("bTRC")};
     ICC_ShaperMatrix& shaper = data->monitorShaper;
     OSErr status = 0;
-    for (int c = 0; c < 3 && status == 0; ++c) status = GetColourantLUT(monitor, kCurves[c], &shaper.curves[c], &shaper.counts[c]);
+    for (int c = 0; c < 3 && status == 0; ++c) {
+        status = GetColourantLUT(monitor, kCurves[c], &shaper.curves[c], &shaper.counts[c]);
+        // Refused when the inverse is made: before two more of its kind take their room.
+        if (status == 0 && shaper.counts[c] > kMostCurveEntries) status = kStatusNoMemory;
+    }
     if (status == 0) status = GetMonitorMatrix(monitor, &data->monitorMatrix);
     if (status != 0) return status;
     status = ReadMonitorLuminance(monitor, &data->monitorLuminance);
     if (status != 0) return status;
     ICC_MatrixConcat(&data->referenceInverse, &data->monitorMatrix, &shaper.matrix);
     status = InvertMatrix(shaper.matrix, &shaper.inverseMatrix);
-    return status != 0 ? status : BuildReverseTables(&shaper);
+    return status != 0 ? status : Invert(&shaper);
 }
 
 OSErr CopyShaper(const ICC_ShaperMatrix& source, ICC_ShaperMatrix* copy) {
-    for (int c = 0; c < 3; ++c) {
-        const size_t entries = size_t{source.counts[c]} + 1;  // with the guard
-        copy->curves[c] = static_cast<uint16_t*>(std::calloc(entries, sizeof(uint16_t)));
-        if (!copy->curves[c]) return kStatusNoMemory;
-        std::memcpy(copy->curves[c], source.curves[c], entries * sizeof(uint16_t));
-        copy->counts[c] = source.counts[c];
-    }
-    ICC_MatrixCopy(&source.matrix, &copy->matrix);
-    ICC_MatrixCopy(&source.inverseMatrix, &copy->inverseMatrix);
-    return BuildReverseTables(copy);
+    const int status = CopyCurves(source, copy);
+    return status != 0 ? static_cast<OSErr>(status) : Invert(copy);
 }
 
 // ---- the record ----

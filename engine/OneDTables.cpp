@@ -98,6 +98,11 @@ uint16_t ICC_InverseOneDLookup(uint16_t y, const uint16_t* table, uint32_t entry
 }
 
 int ICC_BuildReverseTable(const uint16_t* table, int entryCount, ICC_ReverseTable** out) {
+    uint64_t room = kMostReverseStorage;
+    return BuildReverseTableWithin(table, entryCount, &room, out);
+}
+
+int BuildReverseTableWithin(const uint16_t* table, int entryCount, uint64_t* room, ICC_ReverseTable** out) {
     *out = nullptr;
     if (entryCount < 2) return 0;
     if (entryCount > kMostReverseEntries) return kStatusNoMemory;
@@ -128,9 +133,10 @@ int ICC_BuildReverseTable(const uint16_t* table, int entryCount, ICC_ReverseTabl
         registered += changes[k];
         storageSize += BucketSize(static_cast<uint32_t>(registered));
     }
-    if (storageSize > kMostReverseStorage) return kStatusNoMemory;
+    if (storageSize > *room) return kStatusNoMemory;
     reverse->storage = std::calloc(1, storageSize);
     if (!reverse->storage) return kStatusNoMemory;
+    *room -= storageSize;
 
     auto* place = static_cast<std::byte*>(reverse->storage);
     registered = 0;

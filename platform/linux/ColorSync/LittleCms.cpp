@@ -32,6 +32,18 @@ cmsPipeline* LinkPairs(cmsContext context, cmsUInt32Number count, cmsUInt32Numbe
     return linked.release();
 }
 
+// A context is used by one thread at a time, so that its locks have nothing to do. The library's own take memory, and it goes on without when there
+// is none.
+char sLock;
+void* MakeLock(cmsContext) {
+    return &sLock;
+}
+void EndLock(cmsContext, void*) {}
+cmsBool Lock(cmsContext, void*) {
+    return TRUE;
+}
+void Unlock(cmsContext, void*) {}
+
 }  // namespace
 
 /// Asked by the library, for transforms that it may optimise, whether there is a better way than the pipeline.
@@ -47,8 +59,9 @@ struct LcmsTransformFactory {
     static cmsContext NewContext(LcmsContext* owner) {
         cmsPluginTransform plugin = {{cmsPluginMagicNumber, 2120, cmsPluginTransformSig, nullptr}, {}};
         plugin.factories.xform = Answer;
+        cmsPluginMutex locks = {{cmsPluginMagicNumber, 2120, cmsPluginMutexSig, &plugin.base}, MakeLock, EndLock, Lock, Unlock};
         std::array<cmsPluginRenderingIntent, 4> intents = {};
-        cmsPluginBase* next = &plugin.base;
+        cmsPluginBase* next = &locks.base;
         for (cmsUInt32Number intent = 0; intent < intents.size(); ++intent) {
             intents[intent] = {{cmsPluginMagicNumber, 2120, cmsPluginRenderingIntentSig, next}, intent, LinkPairs, ""};
             next = &intents[intent].base;

@@ -1,86 +1,33 @@
-// Every request for memory that a load makes fails in turn, in the libraries beneath as well: the whole program's malloc passes through here, and is
-// refused to this program, the C++ library and Little CMS. (GLib ends the process where it gets no memory, and Little CMS where it gets none for a
-// mutex.) Each load runs in a process of its own, so
-// that nothing is known from an earlier one. Not for sanitised builds, which have their own malloc.
+// Every request for memory that a load makes fails in turn, in the libraries beneath as well (tests/fixtures/WatchedHeap.h). Each load runs in a
+// process of its own, so that nothing is known from an earlier one.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <link.h>
-#include <pthread.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <functional>
 #include <string>
-#include <string_view>
 
+#include "appearance/ViewingConditions.h"
 #include "engine/MatchingData.h"
 #include "profile/CurveSampling.h"
 #include "profile/ProfileLoading.h"
 #include "profile/ProfileModel.h"
 #include "session/MatchingSettings.h"
-#include "tests/fixtures/ChildProcess.h"
 #include "tests/fixtures/MatchingRecords.h"
 #include "tests/fixtures/ProfileBytes.h"
 #include "tests/fixtures/TemporaryFolder.h"
+#include "tests/fixtures/WatchedHeap.h"
+
+using heap::Armed;
+using heap::Refusing;
 
 namespace {
 
-struct Range {
-    std::uintptr_t start, end;
-    bool isEngine;
-};
-Range sRanges[16];
-std::size_t sRangeCount = 0;
-
-bool sArmed = false;
-bool sForGood = false;       // from the one request on, instead of that one alone
-std::size_t sCountdown = 0;  // requests until then
 bool sReferenceFailed = false;
-
-/// Where the code lies whose requests may be refused.
-int NoteModule(dl_phdr_info* module, std::size_t, void*) {
-    const std::string_view name = module->dlpi_name;
-    if (!name.empty() && name.find("libstdc++") == name.npos && name.find("liblcms2") == name.npos) return 0;
-    for (int i = 0; i < module->dlpi_phnum; ++i) {
-        const auto& part = module->dlpi_phdr[i];
-        if (part.p_type != PT_LOAD || !(part.p_flags & PF_X) || sRangeCount == std::size(sRanges)) continue;
-        const std::uintptr_t start = module->dlpi_addr + part.p_vaddr;
-        sRanges[sRangeCount++] = {start, start + part.p_memsz, name.find("liblcms2") != name.npos};
-    }
-    return 0;
-}
-
-bool IsRefused(const void* caller, std::size_t size) {
-    if (!sArmed) return false;
-    const auto address = reinterpret_cast<std::uintptr_t>(caller);
-    const Range* range = sRanges;
-    while (range < sRanges + sRangeCount && (address < range->start || address >= range->end)) ++range;
-    if (range == sRanges + sRangeCount || (range->isEngine && size == sizeof(pthread_mutex_t))) return false;
-    if (sCountdown > 0 && --sCountdown > 0) return false;
-    if (!sForGood) sArmed = false;
-    errno = ENOMEM;
-    return true;
-}
 
 }  // namespace
 
 extern "C" {
-
-void* __libc_malloc(std::size_t size);
-void* __libc_calloc(std::size_t count, std::size_t size);
-void* __libc_realloc(void* block, std::size_t size);
-
-__attribute__((visibility("default"))) void* malloc(std::size_t size) {
-    return IsRefused(__builtin_return_address(0), size) ? nullptr : __libc_malloc(size);
-}
-__attribute__((visibility("default"))) void* calloc(std::size_t count, std::size_t size) {
-    return IsRefused(__builtin_return_address(0), count * size) ? nullptr : __libc_calloc(count, size);
-}
-__attribute__((visibility("default"))) void* realloc(void* block, std::size_t size) {
-    return IsRefused(__builtin_return_address(0), size) ? nullptr : __libc_realloc(block, size);
-}
 
 ColorSyncProfileRef __real_CreateProfileFromNamedResource(CFStringRef name, OSErr* error);
 ColorSyncProfileRef __wrap_CreateProfileFromNamedResource(CFStringRef name, OSErr* error);
@@ -103,16 +50,14 @@ std::string sTransforms;
 
 /// Stands in for the making of a transform, which has a status of its own: notes the steps, each by its profile's media white.
 extern "C" __attribute__((used)) ColorSyncTransformRef __wrap_ColorSyncTransformCreate(CFArrayRef sequence, CFDictionaryRef) {
-    const bool wasArmed = std::exchange(sArmed, false);
+    const heap::Unarmed unarmed;
     for (CFIndex i = 0; i < CFArrayGetCount(sequence); ++i) {
         const auto* step = static_cast<CFDictionaryRef>(CFArrayGetValueAtIndex(sequence, i));
         const auto* profile = static_cast<ColorSyncProfileRef>(CFDictionaryGetValue(step, kColorSyncProfile));
         sTransforms += std::to_string(GetMediaWhitePoint(profile).X) + " ";
     }
     sTransforms += "; ";
-    auto* stand = static_cast<ColorSyncTransformRef>(const_cast<void*>(CFRetain(sequence)));
-    sArmed = wasArmed;
-    return stand;
+    return static_cast<ColorSyncTransformRef>(const_cast<void*>(CFRetain(sequence)));
 }
 
 namespace {
@@ -139,45 +84,19 @@ std::string Described(const MatchingData& data) {
     return text;
 }
 
-/// Runs `work` in a process of its own with the n-th request refused (0: none). The text that it answers, "(enough)" when there were fewer requests.
-std::string Refusing(std::size_t n, bool forGood, const std::function<std::string()>& work) {
-    return InAChild([&]() -> std::string {
-        const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-        dup2(nowhere, STDERR_FILENO);  // an alias that does not resolve is told there
-        sForGood = forGood;
-        sCountdown = n;
-        const std::string answer = work();
-        return n > 0 && sCountdown > 0 ? "(enough)" : answer;
-    });
-}
-
-class Armed {
-public:
-    Armed() { sArmed = sCountdown > 0; }
-    ~Armed() { sArmed = false; }
-    Armed(const Armed&) = delete;
-    Armed& operator=(const Armed&) = delete;
-};
-
 /// With each request refused, alone and with all after it, the work answers -108 or what it answers with enough memory.
 void ExpectItSaysSoOrIsRight(const std::function<std::string()>& work, const std::string& whole) {
     EXPECT_EQ(Refusing(0, false, work), whole);
-    for (const bool forGood : {false, true}) {
-        int refused = 0;
-        for (std::size_t n = 1;; ++n) {
-            ASSERT_LT(n, 1000U);
-            const std::string answer = Refusing(n, forGood, work);
-            if (answer == "(enough)") break;
-            refused += answer == "-108";
-            EXPECT_TRUE(answer == "-108" || (answer == whole && !forGood)) << n << ": " << answer;
-        }
-        EXPECT_GT(refused, 2);
-    }
+    int refused[2] = {};
+    heap::RefuseEach(work, [&](std::size_t n, bool forGood, const std::string& answer) {
+        refused[forGood] += answer == "-108";
+        EXPECT_TRUE(answer == "-108" || (answer == whole && !forGood)) << n << ": " << answer;
+    });
+    EXPECT_GT(refused[false], 2);
+    EXPECT_GT(refused[true], 2);
 }
 
 struct ShortOfMemory : testing::Test {
-    static void SetUpTestSuite() { dl_iterate_phdr(NoteModule, nullptr); }
-
     TemporaryFolder folder;
 };
 
@@ -210,22 +129,22 @@ TEST_F(ShortOfMemory, ALoadSaysSoOrIsRight) {
     };
     const std::string whole = Refusing(0, false, load);
     ASSERT_GT(whole.size(), 200U) << whole;
-    for (const bool forGood : {false, true}) {
-        int refused = 0, answered = 0, references = 0;
-        for (std::size_t n = 1;; ++n) {
-            ASSERT_LT(n, 3000U);
-            const std::string answer = Refusing(n, forGood, load);
-            if (answer == "(enough)") break;
-            refused += answer == "-108";
-            answered += answer == whole;
-            references += answer == "-43 reference";
-            EXPECT_TRUE(answer == "-108" || answer == whole || answer == "-43 reference") << n << (forGood ? " and all after: " : ": ") << answer;
-        }
-        EXPECT_GT(refused, 50) << forGood;
-        EXPECT_GT(references, 10) << forGood;
-        // What is kept for the next time can be done without.
-        EXPECT_TRUE(forGood || answered > 0);
+    struct {
+        int refused, answered, references;
+    } counts[2] = {};
+    heap::RefuseEach(load, [&](std::size_t n, bool forGood, const std::string& answer) {
+        auto& count = counts[forGood];
+        count.refused += answer == "-108";
+        count.answered += answer == whole;
+        count.references += answer == "-43 reference";
+        EXPECT_TRUE(answer == "-108" || answer == whole || answer == "-43 reference") << n << (forGood ? " and all after: " : ": ") << answer;
+    });
+    for (const auto& count : counts) {
+        EXPECT_GT(count.refused, 50);
+        EXPECT_GT(count.references, 10);
     }
+    // What is kept for the next time can be done without.
+    EXPECT_GT(counts[false].answered, 0);
 }
 
 TEST_F(ShortOfMemory, ReadingAProfileSaysSoOrIsRight) {
@@ -240,9 +159,11 @@ TEST_F(ShortOfMemory, ReadingAProfileSaysSoOrIsRight) {
         {"opening",
          [&] {
              OSErr status = 12345;
-             const Armed armed;
-             const Owned<ColorSyncProfileRef> profile(CreateProfileFromFSRef(&file, &status));
-             sArmed = false;
+             Owned<ColorSyncProfileRef> profile;
+             {
+                 const Armed armed;
+                 profile.Reset(CreateProfileFromFSRef(&file, &status));
+             }
              return profile ? "0" : std::to_string(status);
          },
          "0"},
@@ -250,9 +171,11 @@ TEST_F(ShortOfMemory, ReadingAProfileSaysSoOrIsRight) {
          [&] {
              const Owned<CFDataRef> data(CFDataCreate(kCFAllocatorDefault, bytes.data(), static_cast<CFIndex>(bytes.size())));
              CFErrorRef error = nullptr;
-             const Armed armed;
-             const Owned<ColorSyncProfileRef> profile(ColorSyncProfileCreate(data.Get(), &error));
-             sArmed = false;
+             Owned<ColorSyncProfileRef> profile;
+             {
+                 const Armed armed;
+                 profile.Reset(ColorSyncProfileCreate(data.Get(), &error));
+             }
              // There need be no memory for an error either.
              const Owned<CFErrorRef> owner(error);
              return profile ? "0" : !error || CFErrorGetCode(error) == ENOMEM ? "-108" : std::to_string(CFErrorGetCode(error));
@@ -291,9 +214,11 @@ TEST_F(ShortOfMemory, ReadingAProfileSaysSoOrIsRight) {
              int32_t matrix[9];
              uint32_t points = 0;
              uint16_t* table = nullptr;
-             const Armed armed;
-             const OSErr status = Get3DTable(profile.Get(), Code("A2B0"), matrix, &points, &table);
-             sArmed = false;
+             OSErr status = 0;
+             {
+                 const Armed armed;
+                 status = Get3DTable(profile.Get(), Code("A2B0"), matrix, &points, &table);
+             }
              return std::to_string(status);
          },
          "-170"},
@@ -321,9 +246,11 @@ TEST_F(ShortOfMemory, CheckingAProfileSaysSoOrIsRight) {
     for (const auto& row : rows) {
         const Alias alias(row.file);
         const auto check = [&] {
-            const Armed armed;
-            const OSErr status = row.check(alias.Get());
-            sArmed = false;
+            OSErr status = 0;
+            {
+                const Armed armed;
+                status = row.check(alias.Get());
+            }
             return std::to_string(status);
         };
         SCOPED_TRACE(row.what);
@@ -337,4 +264,44 @@ TEST_F(ShortOfMemory, WhatIsNoProfileIsStillNone) {
     errno = ENOMEM;  // of something before
     EXPECT_EQ(CreateProfileFromFSRef(&file, &status), nullptr);
     EXPECT_EQ(status, 0);
+}
+
+// ---- how much one takes ----
+
+namespace {
+
+std::vector<uint16_t> Swinging(size_t entries) {
+    std::vector<uint16_t> curve(entries);
+    for (size_t i = 0; i < entries; ++i) curve[i] = i % 2 ? 65535 : 0;
+    return curve;
+}
+
+/// What loading, viewing conditions and quality 1 take at most of the heap beyond what was in use, in MiB.
+size_t MostMiBOfARecord(const std::string& monitor) {
+    const size_t before = heap::BytesInUse();
+    heap::ForgetPeak();
+    const Loaded loaded = Load({monitor, kCMYKPrinter});
+    if (loaded.data) {
+        const ViewingConditions conditions = {-0.03, 1.0, 0.0, 0.0, false};
+        DirectICCSetViewingConditions(loaded.data.get(), 0x52647230, &conditions);
+        SetDirectMatchingQuality(loaded.data.get(), 0x51756131);
+    }
+    return (heap::PeakBytes() - before) >> 20;
+}
+
+}  // namespace
+
+TEST(MemoryOfARecord, IsBoundedWhateverTheMonitorsCurves) {
+    const TemporaryFolder folder;
+    const struct {
+        const char* what;
+        std::vector<uint16_t> curve;
+    } rows[] = {{"as many swings as are taken", Swinging(1321)},
+                {"a swing more", Swinging(1322)},
+                {"16 kB of them", Swinging(8100)},
+                {"65536 of them", Swinging(65536)},
+                {"a rising one of 65536 entries", std::vector<uint16_t>(65536, 9)}};
+    for (const auto& row : rows) {
+        EXPECT_LE(MostMiBOfARecord(folder.Write("monitor.icc", MatrixMonitor(CurvTag(row.curve)).Make())), 64U) << row.what;
+    }
 }

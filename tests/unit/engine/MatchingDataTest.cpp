@@ -393,10 +393,11 @@ TEST(LoadMatchingData, MonitorsWhoseMatrixHasNoInverseAreUnsuitable) {
 
 TEST(LoadMatchingData, CurvesOfAnyShapeLoadOrAreRefusedWithAStatus) {
     const TemporaryFolder folder;
-    std::vector<uint16_t> swinging(4096);
-    for (size_t i = 0; i < swinging.size(); ++i) swinging[i] = i % 2 ? 65535 : 0;
-    std::vector<uint16_t> longSwinging(65536);
-    for (size_t i = 0; i < longSwinging.size(); ++i) longSwinging[i] = i % 2 ? 65535 : 0;
+    const auto swinging = [](size_t entries) {
+        std::vector<uint16_t> curve(entries);
+        for (size_t i = 0; i < entries; ++i) curve[i] = i % 2 ? 65535 : 0;
+        return CurvTag(curve);
+    };
     std::vector<uint16_t> longRising(65536);
     for (size_t i = 0; i < longRising.size(); ++i) longRising[i] = static_cast<uint16_t>(i);
     struct Row {
@@ -410,8 +411,10 @@ TEST(LoadMatchingData, CurvesOfAnyShapeLoadOrAreRefusedWithAStatus) {
         {"flat", CurvTag({1000, 1000, 1000}), 0},
         {"flat at 0", CurvTag({0, 0}), 0},
         {"falling", CurvTag({65535, 0}), 0},
-        {"swinging over 4096 entries", CurvTag(swinging), 0},
-        {"swinging over 65536 entries", CurvTag(longSwinging), -108},
+        {"the longest that swings: 20,964,276 bytes for the inverses of three", swinging(1321), 0},
+        {"one entry more", swinging(1322), -108},
+        {"swinging over 8100 entries", swinging(8100), -108},
+        {"swinging over 65536 entries", swinging(65536), -108},
     };
     for (const Row& row : rows) {
         const Loaded loaded = Load({folder.Write("monitor.icc", MatrixMonitor(row.curve).Make()), kCMYKPrinter});

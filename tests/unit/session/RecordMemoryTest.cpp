@@ -2,12 +2,15 @@
 #include <malloc.h>
 
 #include <string>
+#include <vector>
 
 #include "platform/FourCharCode.h"
 #include "session/MatchingDataHandle.h"
 #include "session/MatchingSettings.h"
 #include "tests/fixtures/MatchingRecords.h"
+#include "tests/fixtures/ProfileBytes.h"
 #include "tests/fixtures/SettingsStore.h"
+#include "tests/fixtures/WatchedHeap.h"
 
 /// What loading takes from the heap. Not for sanitised builds, whose allocators do not count.
 
@@ -60,6 +63,22 @@ TEST(RecordMemoryTest, ARecordThatEvaluatesEveryColourHoldsNoGridTables) {
             EXPECT_LT(growth, kMost - kGridTables) << printer;
         }
     }
+}
+
+TEST(RecordMemoryTest, AReloadHoldsTwoRecordsAtMost) {
+    // As many swings as a monitor's curves may have: the largest record there is, whose viewing conditions make its model once more.
+    std::vector<uint16_t> swinging(1321);
+    for (std::size_t i = 0; i < swinging.size(); ++i) swinging[i] = i % 2 ? 65535 : 0;
+    const std::string monitor = store.Folder().Write("swinging.icc", MatrixMonitor(CurvTag(swinging)).Make());
+    const Alias monitorAlias(monitor), printerAlias(kCMYKPrinter);
+    const ICCProfileLocation location = {monitorAlias.Get(), printerAlias.Get(), nullptr};
+    ICC_SetMatchingQuality(FourChar("Qua1"));
+    const std::size_t before = heap::BytesInUse();
+    heap::ForgetPeak();
+    for (int reload = 0; reload < 3; ++reload) ASSERT_EQ(ICC_Load(&location), 0);
+    EXPECT_GT(heap::PeakBytes() - before, std::size_t{64} << 20);
+    EXPECT_LE(heap::PeakBytes() - before, std::size_t{128} << 20);
+    SetMatchingData(nullptr);
 }
 
 }  // namespace
