@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "colour/ChromaticAdaptation.h"
 #include "colour/GuardedArithmetic.h"
 #include "colour/MatrixArithmetic.h"
 #include "colour/ReferenceRGB.h"
 #include "engine/MonitorTables.h"
+#include "engine/ShaperBuilding.h"
 #include "platform/Codes.h"
 
 namespace {
@@ -22,9 +24,8 @@ int32_t RoundToFixed(double value) {
     return static_cast<int32_t>(std::clamp(std::round(value), -2147483648.0, 2147483647.0));
 }
 
-void SetWorkingMatrix(MatchingData* data, const FixedMatrix& monitorToXYZ) {
-    ICC_ShaperMatrix* const shaper = &data->monitorShaper;
-    ICC_MatrixConcat(&data->referenceInverse, &monitorToXYZ, &shaper->matrix);
+void SetMatrices(const MatchingData& data, const FixedMatrix& monitorToXYZ, ICC_ShaperMatrix* shaper) {
+    ICC_MatrixConcat(&data.referenceInverse, &monitorToXYZ, &shaper->matrix);
     ICC_MatrixInverse(&shaper->matrix, &shaper->inverseMatrix);
     ICC_ImproveMatrixInverse(&shaper->matrix, &shaper->inverseMatrix);
 }
@@ -58,9 +59,7 @@ uint16_t To16Bits(double value) {
     return rounded >= 65535.0 ? uint16_t{65535} : static_cast<uint16_t>(rounded);
 }
 
-void BendCurves(MatchingData* data, const ViewingConditions& conditions) {
-    const ICC_ShaperMatrix& base = data->baseShaper;
-    ICC_ShaperMatrix* const working = &data->monitorShaper;
+void BendCurves(const ICC_ShaperMatrix& base, const ViewingConditions& conditions, ICC_ShaperMatrix* working) {
     FixedMatrix toXYZ;
     FixedMatrix fromXYZ;
     ICC_MatrixConcat(&calRGBToXYZ, &working->matrix, &toXYZ);
@@ -90,53 +89,53 @@ void BendCurves(MatchingData* data, const ViewingConditions& conditions) {
     }
 }
 
-void RebuildReverseTables(ICC_ShaperMatrix* shaper) {
-    for (int c = 0; c < 3; ++c) {
-        if (shaper->reverse[c]) ICC_DisposeReverseTable(shaper->reverse[c]);
-        shaper->reverse[c] = nullptr;
-        ICC_BuildReverseTable(shaper->curves[c], static_cast<int>(shaper->counts[c]), &shaper->reverse[c]);
-    }
-}
-
 /// The monitor as it is, on the scale of its absolute luminance (100 cd/m2 = 1.0).
-void UseUnadjustedMonitor(MatchingData* data) {
-    FixedMatrix monitorToXYZ = data->monitorMatrix;
-    const int64_t luminance = int64_t{data->monitorLuminance} * 32768 / 6553500;
+void UseUnadjustedMonitor(const MatchingData& data, ICC_ShaperMatrix* working) {
+    FixedMatrix monitorToXYZ = data.monitorMatrix;
+    const int64_t luminance = int64_t{data.monitorLuminance} * 32768 / 6553500;
     ICC_MatrixScale(&monitorToXYZ, static_cast<int32_t>(luminance), static_cast<int32_t>(LuminanceRowSum(monitorToXYZ)));
-    SetWorkingMatrix(data, monitorToXYZ);
+    SetMatrices(data, monitorToXYZ, working);
     for (int c = 0; c < 3; ++c) {
-        const uint32_t count = std::min(data->baseShaper.counts[c], data->monitorShaper.counts[c]);
-        std::copy_n(data->baseShaper.curves[c], count, data->monitorShaper.curves[c]);
+        const uint32_t count = std::min(data.baseShaper.counts[c], working->counts[c]);
+        std::copy_n(data.baseShaper.curves[c], count, working->curves[c]);
     }
 }
 
-void UseAdjustedMonitor(MatchingData* data, const ViewingConditions& conditions) {
-    FixedMatrix monitorToXYZ = data->monitorMatrix;
+void UseAdjustedMonitor(const MatchingData& data, const ViewingConditions& conditions, ICC_ShaperMatrix* working) {
+    FixedMatrix monitorToXYZ = data.monitorMatrix;
     const int32_t full = static_cast<int32_t>(LuminanceRowSum(monitorToXYZ) * 65535 / 32768);
-    const int32_t luminance = data->useMonitorWhite ? kFixedOne : data->printerWhite.Y;
+    const int32_t luminance = data.useMonitorWhite ? kFixedOne : data.printerWhite.Y;
     const int32_t numerators[3] = {luminance, luminance, luminance};
     const int32_t denominators[3] = {full, full, full};
     ICC_MatrixScaleRows(&monitorToXYZ, numerators, denominators);
 
-    const FixedXYZ adaptedWhite = AdaptedWhite(*data, conditions);
+    const FixedXYZ adaptedWhite = AdaptedWhite(data, conditions);
     FixedMatrix adaptation;
-    BradfordTransform(&data->referenceIlluminant, &adaptedWhite, &adaptation);
+    BradfordTransform(&data.referenceIlluminant, &adaptedWhite, &adaptation);
     FixedMatrix adapted;
     ICC_MatrixConcat(&adaptation, &monitorToXYZ, &adapted);
-    SetWorkingMatrix(data, adapted);
-    BendCurves(data, conditions);
+    SetMatrices(data, adapted, working);
+    BendCurves(data.baseShaper, conditions, working);
 }
 
 }  // namespace
 
 void DirectICCSetViewingConditions(MatchingData* data, uint32_t renderingIntent, const ViewingConditions* conditions) {
-    if (renderingIntent == kRenderingIntent3) {
-        UseUnadjustedMonitor(data);
-    } else {
-        UseAdjustedMonitor(data, *conditions);
+    ICC_ShaperMatrix working = {};
+    int status = CopyCurves(data->monitorShaper, &working);
+    if (status == 0) {
+        if (renderingIntent == kRenderingIntent3) {
+            UseUnadjustedMonitor(*data, &working);
+        } else {
+            UseAdjustedMonitor(*data, *conditions, &working);
+        }
+        status = BuildReverseTables(&working);
     }
-    RebuildReverseTables(&data->monitorShaper);
-    // They hold the model as it was.
-    DisposeMonitorTables(data->monitorTables);
-    data->monitorTables = nullptr;
+    if (status == 0) {
+        std::swap(data->monitorShaper, working);
+        // They hold the model as it was.
+        DisposeMonitorTables(data->monitorTables);
+        data->monitorTables = nullptr;
+    }
+    DeleteShaperMatrix(&working);
 }

@@ -12,7 +12,8 @@ typedef struct ViewingConditions {
     Boolean usePrinter;  // adapt the monitor to the printer white instead
 } ViewingConditions;
 
-/// Bends the record's working monitor model: curves, matrices and reverse tables. For a record that no other thread uses yet.
+/// Bends the record's working monitor model: curves, matrices and reverse tables. For a record that no other thread uses yet. Without memory for the
+/// new model, or when its curves swing too often (LoadMatchingData), the one there is stays in force, whole.
 ///
 /// renderingIntent   'Rdr0' to 'Rdr3'; 'Rdr3' takes the unadjusted monitor on its absolute luminance
 CM_EXPORT void DirectICCSetViewingConditions(MatchingData* data, uint32_t renderingIntent, const ViewingConditions* conditions);

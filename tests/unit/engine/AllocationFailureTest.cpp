@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <string>
 
 #include "appearance/ViewingConditions.h"
 #include "engine/DirectMonitor.h"
@@ -188,6 +189,38 @@ TEST(Disposal, ConditionsFreeWhatWasTabulatedOfTheModelBefore) {
     ASSERT_EQ(SetDirectMatchingQuality(tabulated.data.get(), kQua1), 0);
     const int tables = tabulated.data->monitorTables ? 1 : 0;
     EXPECT_EQ(FreedByConditions(tabulated.data.get()), FreedByConditions(plain.data.get()) + tables);
+}
+
+/// All that the working model holds, as bytes: the reverse tables with their storage.
+std::string Described(const ICC_ShaperMatrix& shaper) {
+    std::string bytes(reinterpret_cast<const char*>(&shaper), sizeof shaper);
+    for (int c = 0; c < 3; ++c) {
+        bytes.append(reinterpret_cast<const char*>(shaper.curves[c]), sizeof(uint16_t) * (shaper.counts[c] + 1));
+        bytes.append(shaper.reverse[c] ? reinterpret_cast<const char*>(shaper.reverse[c]) : "none", shaper.reverse[c] ? sizeof(ICC_ReverseTable) : 4);
+    }
+    return bytes;
+}
+
+TEST(AllocationFailure, WithoutMemoryForViewingConditionsTheModelStaysAsItWas) {
+    const Loaded loaded = Load({kSRGBMonitor, kCMYKPrinter});
+    ASSERT_EQ(SetDirectMatchingQuality(loaded.data.get(), kQua1), 0);
+    const MonitorTables* const tables = loaded.data->monitorTables;
+    const std::string before = Described(loaded.data->monitorShaper);
+    const ViewingConditions conditions = {-0.03, 1.3, 4.0, 0.0, false};
+    // Three curves, and three blocks and the counters of each of three reverse tables.
+    constexpr int kRequests = 3 + 3 * 4;
+    for (int allowed = 0; allowed < kRequests; ++allowed) {
+        {
+            const FailingAllocations failing(allowed);
+            DirectICCSetViewingConditions(loaded.data.get(), FourChar("Rdr0"), &conditions);
+        }
+        EXPECT_EQ(Described(loaded.data->monitorShaper), before) << allowed;
+        EXPECT_EQ(loaded.data->monitorTables, tables) << allowed;
+    }
+    const FailingAllocations failing(kRequests);
+    DirectICCSetViewingConditions(loaded.data.get(), FourChar("Rdr0"), &conditions);
+    EXPECT_NE(Described(loaded.data->monitorShaper), before);
+    EXPECT_EQ(loaded.data->monitorTables, nullptr);
 }
 
 TEST(AllocationFailure, WithoutMemoryForTheMonitorsTablesTheOperationsAnswerTheSame) {
