@@ -2,6 +2,7 @@
 #
 # CM_KERNEL_SWITCHES   what the switch CM_KERNELS knows
 # CM_KERNEL_SETS       those of them that this build has kernels for
+# CM_OWN_KERNEL_SETS   those that are no other's by a second name
 # CM_AVX_KERNELS       whether they are more than every processor of the kind has
 # cm_kernels(PREFIX...)   has each file PREFIX<Set>.cpp compiled for its set, or left out
 
@@ -16,6 +17,7 @@ file(READ ${table} rows)
 string(REGEX MATCHALL "SET\\([A-Z][A-Za-z0-9]*, \"[a-z0-9]+\", [^\\\n/]*" rows "${rows}")
 set(CM_KERNEL_SWITCHES)
 set(CM_KERNEL_SETS)
+set(CM_OWN_KERNEL_SETS)
 set(CM_X86_SETS)  # as code names them, each with its options in CM_OPTIONS_<Set>
 foreach(row IN LISTS rows)
   string(REGEX MATCH "SET\\(([A-Za-z0-9]+), \"([a-z0-9]+)\"" found "${row}")
@@ -35,6 +37,9 @@ foreach(row IN LISTS rows)
   endif()
   if(has_set)
     list(APPEND CM_KERNEL_SETS ${switch})
+    if(NOT row MATCHES "CM_CPU_IS_ARM64")
+      list(APPEND CM_OWN_KERNEL_SETS ${switch})
+    endif()
   endif()
 endforeach()
 if(NOT CM_X86_SETS)

@@ -16,11 +16,11 @@ SMALL = [[(x * 5 + c * 50) % 256 for x in range(200) for c in range(3)]] * 100
 
 
 class LargeImages(OrloCase):
-    WIDTH, HEIGHT = 12000, 6000
+    WIDTH, HEIGHT = 6000, 6000
 
     def large_image(self, name):
         """A photograph many times over."""
-        run_tool("vips", "replicate", photograph("coffee.png"), self.path("tile.v"), "20", "15")
+        run_tool("vips", "replicate", photograph("coffee.png"), self.path("tile.v"), "10", "15")
         run_tool("vips", "crop", self.path("tile.v"), self.path(name), "0", "0", self.WIDTH, self.HEIGHT)
         os.remove(self.path("tile.v"))
         return self.path(name)

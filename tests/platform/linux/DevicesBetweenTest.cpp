@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <limits>
 #include <map>
@@ -197,14 +198,17 @@ TEST(DevicesBetweenTest, EveryProfileAtHandHandsOnWhatItsDeviceCanShow) {
         if (cmsGetDeviceClass(Open(ProfileAt(path)).get()) == cmsSigOutputClass) printers.push_back(path);
     }
     EXPECT_GT(printers.size(), Printers().size());
+    const bool tryAll = std::getenv("CM_DEEP");  // set by ./test --deep; otherwise the printers take turns
     Survey shown, match, proof, predict;
-    for (const std::string& path : devices) {
+    for (std::size_t i = 0; i < devices.size(); ++i) {
+        const std::string& path = devices[i];
         const std::string name = std::filesystem::path(path).filename();
         const Profile device = ProfileAt(path);
         const bool hasTables = cmsIsTag(Open(device).get(), cmsSigBToA0Tag);
         ExpectDeviceByDevice(name, {Reference(), device, Reference()}, shown, hasTables ? kLargestBehindTables : kLargest);
-        for (const std::string& printer : printers) {
-            ExpectDeviceByDevice(name + " before " + printer, {Reference(), device, ProfileAt(printer)}, match);
+        for (std::size_t k = 0; k < printers.size(); ++k) {
+            if (k != i % printers.size() && !tryAll) continue;
+            ExpectDeviceByDevice(name + " before " + printers[k], {Reference(), device, ProfileAt(printers[k])}, match);
         }
         ExpectDeviceByDevice(name + " before a proof", {Reference(), device, press, Reference()}, proof);
         ExpectDeviceByDevice(name + " behind a press", {press, device, Reference()}, predict);
