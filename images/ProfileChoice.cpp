@@ -1,8 +1,14 @@
 #include "images/ProfileChoice.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
 #include <vector>
 
 #include "images/Complaint.h"
+#include "images/FineCurves.h"
 #include "images/FourCharCodes.h"
 
 namespace {
@@ -25,6 +31,25 @@ ChosenProfile Open(const std::string& path, const char* needed) {
     error = FSNewAlias(nullptr, &file, &alias);
     chosen.alias.reset(alias);
     if (error != 0) throw Complaint{path, "the file cannot be referred to (status " + std::to_string(error) + ")", needed};
+    return chosen;
+}
+
+/// A profile in a file of its own, which is removed with the last copy of what is answered. The engine takes profiles by their files.
+ChosenProfile InFile(CFDataRef data) {
+    std::error_code error;
+    std::string path = (std::filesystem::temp_directory_path(error) / "orlo-XXXXXX.icc").string();
+    const int descriptor = mkostemps(path.data(), 4, O_CLOEXEC);
+    const std::shared_ptr<void> file(nullptr, [path, descriptor](void*) {
+        if (descriptor < 0) return;
+        close(descriptor);
+        unlink(path.c_str());
+    });
+    const auto length = data ? static_cast<std::size_t>(CFDataGetLength(data)) : 0;
+    if (descriptor < 0 || length == 0 || write(descriptor, CFDataGetBytePtr(data), length) != static_cast<ssize_t>(length)) {
+        throw Complaint{path, "no temporary file can be written", "set TMPDIR to a folder with room", Exit::Failed};
+    }
+    ChosenProfile chosen = Open(path, "a folder for temporary files is needed");
+    chosen.file = file;
     return chosen;
 }
 
@@ -61,6 +86,33 @@ ChosenProfile ChooseProofer(const std::string& path) {
         throw Complaint{path, "the profile's class is " + CodeText(profileClass), kNeeded};
     }
     return chosen;
+}
+
+void RefineCurves(ChosenProfile& monitor) {
+    const Owned<CFDataRef> fine = ProfileWithFineCurves(monitor.profile.Get(), kFinestCurve);
+    if (!fine) return;
+    ChosenProfile given = InFile(fine.Get());
+    monitor.alias = std::move(given.alias);
+    monitor.file = std::move(given.file);
+}
+
+ChosenProfile StandInPrinter() {
+    constexpr CFIndex kClassOffset = 12;  // in the header
+    const Owned<ColorSyncProfileRef> reference = OpenReferenceProfile();
+    const Owned<CFDataRef> data(ColorSyncProfileCopyData(reference.Get(), nullptr));
+    if (!data) throw Complaint{"MatrixCalRGB.icc", "there is not enough memory for it", "close other programs", Exit::Failed};
+    std::vector<UInt8> bytes(CFDataGetBytePtr(data.Get()), CFDataGetBytePtr(data.Get()) + CFDataGetLength(data.Get()));
+    for (int i = 0; i < 4; ++i) bytes[static_cast<std::size_t>(kClassOffset + i)] = static_cast<UInt8>(kClassPrinter >> (24 - 8 * i));
+    const Owned<CFDataRef> printer(CFDataCreate(kCFAllocatorDefault, bytes.data(), static_cast<CFIndex>(bytes.size())));
+    ChosenProfile chosen = InFile(printer.Get());
+    chosen.profile.Reset(ColorSyncProfileCreate(printer.Get(), nullptr));
+    return chosen;
+}
+
+void RequireLuminance(const ChosenProfile& monitor) {
+    if (GetMonitorLuminance(monitor.profile.Get()) > 0) return;
+    throw Complaint{monitor.path, "it has no luminance tag, and every colour would be black with the intent absolute",
+                    "use the intent relative, or a monitor profile with a luminance tag"};
 }
 
 Owned<ColorSyncProfileRef> OpenReferenceProfile() {

@@ -14,8 +14,9 @@ struct AliasRelease {
 /// A profile file that was found fit for its role.
 struct ChosenProfile {
     std::string path;
-    std::unique_ptr<AliasHandle, AliasRelease> alias;
+    std::unique_ptr<AliasHandle, AliasRelease> alias;  // what the engine is given
     Owned<ColorSyncProfileRef> profile;
+    std::shared_ptr<void> file;  // that the alias leads to, when it is one of ours and goes with this
 };
 
 /// Each throws Complaint for a file that is missing, unreadable, no profile, or unfit for the role: a monitor must be a matrix model; a printer must
@@ -23,6 +24,15 @@ struct ChosenProfile {
 ChosenProfile ChooseMonitor(const std::string& path);
 ChosenProfile ChoosePrinter(const std::string& path);
 ChosenProfile ChooseProofer(const std::string& path);
+
+/// Has the engine given the monitor with fine curves (FineCurves.h) where it has any. Throws Complaint.
+void RefineCurves(ChosenProfile& monitor);
+
+/// A printer for what needs none, as the engine wants one: it prints reference RGB. Throws Complaint.
+ChosenProfile StandInPrinter();
+
+/// Throws Complaint for a monitor whose profile does not tell its luminance, without which it cannot be taken as it is.
+void RequireLuminance(const ChosenProfile& monitor);
 
 /// The reference profile that stands beside the library. Throws Complaint.
 Owned<ColorSyncProfileRef> OpenReferenceProfile();

@@ -4,7 +4,8 @@
 
 namespace {
 
-constexpr std::size_t kStride = 4;  // words or bytes of a device or reference pixel
+constexpr std::size_t kStride = 4;         // words or bytes of a device or reference pixel
+constexpr double kWhiteDifference = 25.5;  // in CIE76, so that a level of 8 bits is a tenth
 
 constexpr uint16_t Widened(uint8_t v) {
     return static_cast<uint16_t>(v * 257);
@@ -68,7 +69,11 @@ std::size_t SkipOf(int colours) {
 }  // namespace
 
 RowConverter::RowConverter(const RunPlan& plan, std::size_t width)
-    : plan_(plan), source_(width * kStride), reference_(width * kStride), device16_(width * kStride), device8_(width * kStride) {}
+    : plan_(plan), source_(width * kStride), reference_(width * kStride), device16_(width * kStride), device8_(width * kStride) {
+    if (plan.operation != Operation::Gamut) return;
+    back_.resize(width * kStride);
+    differences_.resize(width);
+}
 
 bool RowConverter::ToReference(const void* in, std::size_t count) {
     const int channels = plan_.sourceChannels;
@@ -94,7 +99,6 @@ bool RowConverter::FromReference(std::size_t count) {
         case Operation::PrinterMatch:
             return (narrow ? PrinterMatch(in, device8_.data(), count) : PrinterMatch16(in, device16_.data(), count)) == 0;
         case Operation::Gamut:
-            return (plan_.printerGamut ? PrinterGamut : MonitorGamut)(in, device8_.data(), count) == 0;
         case Operation::Predict:
         case Operation::PrinterPredict:
             break;
@@ -113,8 +117,92 @@ bool RowConverter::FromDevice(const void* in, std::size_t count) {
     return (printer ? PrinterPredict16 : MonitorPredict16)(device16_.data(), reference_.data(), count) == 0;
 }
 
+void RowConverter::FindDifferences(std::size_t count) {
+    const auto lab = [this](const uint16_t* colour) {
+        XYZColour sum;
+        for (std::size_t c = 0; c < 3; c++) sum += plan_.gamut.primaries[c] * (static_cast<float>(colour[c]) / static_cast<float>(kFull65535));
+        return XYZToCIELab(sum, PCSWhiteColour);
+    };
+    for (std::size_t i = 0; i < count; i++) {
+        const uint16_t *colour = reference_.data() + i * kStride, *back = back_.data() + i * kStride;
+        differences_[i] = std::equal(colour, colour + 3, back) ? 0.0F : static_cast<float>(deltaE(lab(colour), lab(back)));
+    }
+}
+
+namespace {
+
+// Over a pale picture without its colours, a green that photographs rarely have.
+constexpr std::array<double, 3> kMark = {0.0, 200 / 255.0, 90 / 255.0};
+
+/// The overlay's colour, 0..1: the mark, or a pale grey as bright as the monitor's colour.
+std::array<double, 3> OverlayColour(const uint16_t* monitor, bool isMarked) {
+    if (isMarked) return kMark;
+    constexpr std::array<double, 3> kWeights = {0.2126, 0.7152, 0.0722};
+    double grey = 0.0;
+    for (std::size_t c = 0; c < 3; c++) grey += kWeights[c] * monitor[c] / kFull65535;
+    grey = 0.8 * grey + 0.12;
+    return {grey, grey, grey};
+}
+
+template <typename Sample>
+Sample Scaled(double share) {
+    constexpr double kMost = static_cast<Sample>(~Sample{0});
+    return static_cast<Sample>(std::min(share, 1.0) * kMost + 0.5);
+}
+
+template <typename Sample>
+void PackOverlay(const uint16_t* monitor, const uint8_t* flags, Sample* out, std::size_t count) {
+    for (std::size_t i = 0; i < count; i++, monitor += kStride) {
+        for (const double value : OverlayColour(monitor, flags[i] != 0)) *out++ = Scaled<Sample>(value);
+    }
+}
+
+template <typename Sample>
+void PackDifferences(const float* differences, Sample* out, std::size_t count) {
+    for (std::size_t i = 0; i < count; i++) out[i] = Scaled<Sample>(static_cast<double>(differences[i]) / kWhiteDifference);
+}
+
+}  // namespace
+
+bool RowConverter::Mark(void* out, std::size_t count) {
+    const GamutPlan& gamut = plan_.gamut;
+    uint8_t* const flags = device8_.data();
+    const uint16_t* const in = reference_.data();
+    if (gamut.tolerance || gamut.form == GamutForm::Difference) {
+        const bool done = gamut.printer
+                              ? PrinterMatch16(in, device16_.data(), count) == 0 && PrinterPredict16(device16_.data(), back_.data(), count) == 0
+                              : MonitorMatch16(in, device16_.data(), count) == 0 && MonitorPredict16(device16_.data(), back_.data(), count) == 0;
+        if (!done) return false;
+        FindDifferences(count);
+    }
+    if (gamut.tolerance) {
+        for (std::size_t i = 0; i < count; i++) flags[i] = static_cast<double>(differences_[i]) > *gamut.tolerance ? 255 : 0;
+    } else if ((gamut.printer ? PrinterGamut : MonitorGamut)(in, flags, count) != 0) {
+        return false;
+    }
+    *gamut.marked += static_cast<uint64_t>(std::count_if(flags, flags + count, [](uint8_t flag) { return flag != 0; }));
+
+    const bool narrow = plan_.output.depth == 8;
+    auto* const out8 = static_cast<uint8_t*>(out);
+    auto* const out16 = static_cast<uint16_t*>(out);
+    switch (gamut.form) {
+        case GamutForm::Mask:
+            std::copy_n(flags, count, out8);
+            return true;
+        case GamutForm::Overlay:
+            if (MonitorMatch16(in, device16_.data(), count) != 0) return false;
+            narrow ? PackOverlay(device16_.data(), flags, out8, count) : PackOverlay(device16_.data(), flags, out16, count);
+            return true;
+        case GamutForm::Difference:
+            narrow ? PackDifferences(differences_.data(), out8, count) : PackDifferences(differences_.data(), out16, count);
+            return true;
+    }
+    return false;
+}
+
 bool RowConverter::Convert(const void* in, void* out, std::size_t count) {
     const bool predicts = ReadsDeviceValues(plan_.operation);
+    if (plan_.operation == Operation::Gamut) return ToReference(in, count) && Mark(out, count);
     if (predicts) {
         if (!FromDevice(in, count)) return false;
     } else if (!ToReference(in, count) || !FromReference(count)) {
@@ -123,9 +211,7 @@ bool RowConverter::Convert(const void* in, void* out, std::size_t count) {
 
     auto* out8 = static_cast<uint8_t*>(out);
     auto* out16 = static_cast<uint16_t*>(out);
-    if (plan_.operation == Operation::Gamut) {
-        std::copy_n(device8_.data(), count, out8);
-    } else if (plan_.output.depth == 8) {
+    if (plan_.output.depth == 8) {
         PackColours(device8_.data(), SkipOf(plan_.output.colours), plan_.output, out8, count);
     } else {
         PackColours(predicts ? reference_.data() : device16_.data(), 0, plan_.output, out16, count);

@@ -1,16 +1,29 @@
 #pragma once
 
+#include <array>
+#include <atomic>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "ColourMatch/ColourMatch.h"
 #include "images/ImageReading.h"
 #include "images/Operation.h"
 
+/// How colours are marked that a device cannot show.
+struct GamutPlan {
+    bool printer = false;  // whose gamut
+    GamutForm form = GamutForm::Mask;
+    /// A colour is marked when it and its prediction back from the device differ by more, in CIE76; nothing: by the library's own flag.
+    std::optional<double> tolerance;
+    std::array<XYZColour, 3> primaries;       // of reference RGB, in the connection space
+    std::atomic<uint64_t>* marked = nullptr;  // how many pixels were; borrowed
+};
+
 /// What happens to every pixel. The current matching data does the work.
 struct RunPlan {
     Operation operation = Operation::Match;
-    bool printerGamut = false;
+    GamutPlan gamut = {};
     ImageShape input, output;
     ColorSyncTransformRef toReference = nullptr;  // null when the input is device values
     int sourceChannels = 3;                       // of toReference
@@ -29,10 +42,16 @@ private:
     bool ToReference(const void* in, std::size_t count);
     bool FromReference(std::size_t count);
     bool FromDevice(const void* in, std::size_t count);
+    /// Marks colours and writes what the gamut's picture holds.
+    bool Mark(void* out, std::size_t count);
+    void FindDifferences(std::size_t count);
 
     const RunPlan& plan_;
     std::vector<uint16_t> source_;     // what toReference or a predict operation reads
     std::vector<uint16_t> reference_;  // four words a pixel
     std::vector<uint16_t> device16_;
     std::vector<uint8_t> device8_;  // four bytes a pixel, or a gamut answer
+    // For gamut alone.
+    std::vector<uint16_t> back_;  // reference RGB, predicted back
+    std::vector<float> differences_;
 };

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <iterator>
 #include <sstream>
 
+#include "images/Complaint.h"
 #include "orlo/CalibrationCommand.h"
 #include "orlo/DisplayCommands.h"
 #include "orlo/GenerateCommand.h"
@@ -41,4 +43,16 @@ std::vector<std::string> WordsOf(const Argument& argument) {
 bool TakesFile(const Argument& argument) {
     constexpr std::array<std::string_view, 4> kFiles = {"IMAGE", "PROFILE", "FILE", "FOLDER"};
     return std::ranges::find(kFiles, argument.value) != kFiles.end();
+}
+
+double RealFrom(const std::string& about, const std::string& value, double least, double most) {
+    double number = 0.0;
+    const char* const end = value.data() + value.size();
+    const auto [last, error] = std::from_chars(value.data(), end, number);
+    if (error == std::errc() && last == end && number >= least && number <= most) return number;
+    const auto text = [](double limit) {
+        std::array<char, 32> digits;
+        return std::string(digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), limit).ptr);
+    };
+    throw Complaint{about, "'" + value + "' is not a value of it", "use a number from " + text(least) + " to " + text(most)};
 }

@@ -11,16 +11,21 @@
 struct ImageRequest {
     Operation operation = Operation::Match;
     std::string input, output;
-    std::string monitor, printer, proofer;  // profile files; empty: none
-    std::optional<StoredConditions> conditions;
-    std::optional<int> quality;  // 0, 1 or 2
-    std::optional<int> depth;    // 8 or 16
+    std::string monitor, printer, proofer;       // profile files; empty: none, which a printer may be where none is needed
+    std::optional<StoredConditions> conditions;  // a session's; nothing: the devices as they are
+    std::optional<int> quality;                  // 0, 1 or 2
+    std::optional<int> depth;                    // 8 or 16
     std::optional<TiffCompression> compression;
     bool printerGamut = false;
+    GamutForm gamutForm = GamutForm::Mask;
+    bool exactGamut = false;
+    std::optional<double> tolerance;  // of the gamut, in CIE76
+    bool plainCurves = false;         // the monitor's own, however few entries they have
 };
 
 /// What was done.
 struct ImageReport {
     int width = 0, height = 0, depth = 0;
     std::string from, to;  // names of profiles, or what the picture holds else
+    double marked = 0;     // share of the pixels that are out of gamut
 };

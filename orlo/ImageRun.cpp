@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <optional>
 #include <string>
 
@@ -29,13 +31,14 @@ struct OutputForm {
 ImageFormat CheckOutputName(const ImageRequest& request) {
     const std::optional<ImageFormat> format = FormatOfName(request.output);
     if (!format) throw Complaint{request.output, "its suffix names no known kind of image", "use .png, .tif, .tiff, .jpg or .jpeg"};
-    const bool exact = request.operation == Operation::Gamut || ReadsDeviceValues(request.operation);
+    const bool exact = (request.operation == Operation::Gamut && request.gamutForm == GamutForm::Mask) || ReadsDeviceValues(request.operation);
     if (exact && *format == ImageFormat::Jpeg) {
         const char* wrong = request.operation == Operation::Gamut ? "JPEG would blur the mask" : "JPEG cannot hold the 16 bits of reference RGB";
         throw Complaint{request.output, wrong, "use .png or .tif"};
     }
     if (request.depth == 16 && *format == ImageFormat::Jpeg) throw Complaint{request.output, "JPEG has 8 bits", "use .png or .tif, or --depth 8"};
-    if (request.depth == 16 && request.operation == Operation::Gamut) throw Complaint{"--depth", "a mask has 8 bits", "leave --depth out"};
+    if (request.depth == 16 && request.operation == Operation::Gamut && request.gamutForm == GamutForm::Mask)
+        throw Complaint{"--depth", "a mask has 8 bits", "leave --depth out"};
     if (request.depth == 8 && ReadsDeviceValues(request.operation)) {
         throw Complaint{"--depth", "reference RGB is linear and needs 16 bits", "leave --depth out"};
     }
@@ -51,8 +54,8 @@ OutputForm FormOfOutput(const ImageRequest& request, ImageFormat format, const I
         case Operation::Proof:
             break;
         case Operation::Gamut:
-            form.shape = {1, false, 8};
-            form.profile = nullptr;
+            form.shape = {request.gamutForm == GamutForm::Overlay ? 3 : 1, false, request.gamutForm == GamutForm::Mask ? 8 : form.shape.depth};
+            if (request.gamutForm != GamutForm::Overlay) form.profile = nullptr;
             break;
         case Operation::Predict:
         case Operation::PrinterPredict:
@@ -72,6 +75,35 @@ OutputForm FormOfOutput(const ImageRequest& request, ImageFormat format, const I
     return form;
 }
 
+GamutPlan PlanOfGamut(const ImageRequest& request, ColorSyncProfileRef reference, std::atomic<uint64_t>& marked) {
+    constexpr double kMonitorTolerance = 1, kPrinterTolerance = 3;
+    GamutPlan plan;
+    plan.printer = request.printerGamut;
+    plan.form = request.gamutForm;
+    if (!request.exactGamut) plan.tolerance = request.tolerance.value_or(request.printerGamut ? kPrinterTolerance : kMonitorTolerance);
+    constexpr std::array<uint32_t, 3> kColourants = {0x7258595A, 0x6758595A, 0x6258595A};  // 'rXYZ' and so on
+    for (std::size_t c = 0; c < 3; c++) {
+        const FixedXYZ xyz = GetMediaColourant(reference, kColourants[c]);
+        const auto real = [](int32_t fixed) { return static_cast<float>(fixed) / static_cast<float>(kFixedOne); };
+        plan.primaries[c] = {real(xyz.X), real(xyz.Y), real(xyz.Z)};
+    }
+    plan.marked = &marked;
+    return plan;
+}
+
+std::string NameOfGamutPicture(const ImageRequest& request) {
+    const std::string device = request.printerGamut ? "printer" : "monitor";
+    switch (request.gamutForm) {
+        case GamutForm::Mask:
+            break;
+        case GamutForm::Overlay:
+            return "what is out of gamut of the " + device;
+        case GamutForm::Difference:
+            return "differences of what the " + device + " shows";
+    }
+    return "gamut mask of the " + device;
+}
+
 /// Device values go in as they are, so they must be of the device's own kind.
 void CheckDeviceValues(const ImageRequest& request, const ImageShape& input, ColorSyncProfileRef printer) {
     const bool wantsCMYK = request.operation == Operation::PrinterPredict && GetProfileColourSpace(printer) == kColourSpaceCMYK;
@@ -85,7 +117,11 @@ extern "C" __attribute__((visibility("default"))) void OrloRunImage(const ImageR
     const ImageRequest& request = *wanted;
     StartVips();
     const ImageFormat format = CheckOutputName(request);
-    const ChosenProfile monitor = ChooseMonitor(request.monitor), printer = ChoosePrinter(request.printer);
+    ChosenProfile monitor = ChooseMonitor(request.monitor);
+    // A session shows what hosts show, and those take the profile as it is.
+    if (!request.plainCurves && !request.conditions) RefineCurves(monitor);
+    const ChosenProfile printer = request.printer.empty() ? StandInPrinter() : ChoosePrinter(request.printer);
+    if (request.conditions && request.conditions->intent == kRenderingIntent3) RequireLuminance(monitor);
     std::optional<ChosenProfile> proofer;
     if (!request.proofer.empty()) proofer = ChooseProofer(request.proofer);
     const Owned<ColorSyncProfileRef> reference = OpenReferenceProfile();
@@ -95,7 +131,8 @@ extern "C" __attribute__((visibility("default"))) void OrloRunImage(const ImageR
     if (format == ImageFormat::Png && vips_image_get_orientation(image.get()) > 1) image = OpenImage(request.input, true);
     RunPlan plan;
     plan.operation = request.operation;
-    plan.printerGamut = request.printerGamut;
+    std::atomic<uint64_t> marked = 0;
+    if (request.operation == Operation::Gamut) plan.gamut = PlanOfGamut(request, reference.Get(), marked);
     plan.input = ExamineImage(image.get(), request.input);
     const OutputForm form = FormOfOutput(request, format, plan.input, monitor.profile.Get(), printer.profile.Get(), reference.Get());
     plan.output = form.shape;
@@ -117,7 +154,9 @@ extern "C" __attribute__((visibility("default"))) void OrloRunImage(const ImageR
 
     // The printer's operations read no precomputed tables, so none are built for them.
     const bool printerOnly = request.operation == Operation::PrinterMatch || request.operation == Operation::PrinterPredict || request.printerGamut;
-    const int quality = printerOnly ? 1 : request.quality.value_or(2);
+    // Nor are they exact enough to tell a colour from its prediction back.
+    const bool readsTables = !printerOnly && !(request.operation == Operation::Gamut && plan.gamut.tolerance);
+    const int quality = !readsTables ? 1 : request.quality.value_or(2);
     const CurrentMatching matching(monitor, printer, proofer, request.conditions ? &*request.conditions : nullptr, kQualities[quality]);
     OutputFile file(request.output);
     const Conversion conversion(image.get(), plan, form.profile);
@@ -135,5 +174,6 @@ extern "C" __attribute__((visibility("default"))) void OrloRunImage(const ImageR
     report->height = vips_image_get_height(image.get());
     report->depth = form.shape.depth;
     report->from = plan.toReference ? source.profileName : deviceName;
-    report->to = form.profile ? ProfileName(form.profile) : std::string("gamut mask of the ") + (request.printerGamut ? "printer" : "monitor");
+    report->to = request.operation == Operation::Gamut ? NameOfGamutPicture(request) : ProfileName(form.profile);
+    report->marked = static_cast<double>(marked) / (static_cast<double>(report->width) * report->height);
 }

@@ -1,11 +1,18 @@
 #include "orlo/SettingsCommand.h"
 
-#include <cstdio>
+#include <glib.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 
 #include "images/Complaint.h"
-#include "orlo/CommandLine.h"
+#include "images/FineCurves.h"
+#include "images/ProfileChoice.h"
+#include "orlo/OutputFile.h"
 #include "orlo/StoredSettings.h"
 
 namespace {
@@ -33,19 +40,57 @@ void Get(const std::string& name, const Showing& showing) {
     throw NoSuchSetting(name);
 }
 
+/// Of hosts' monitor values, 0..65535, from which on curves are told to be coarse: a quarter of a step of 8 bits.
+constexpr double kCoarse = 64;
+
+/// Writes the profile with fine curves into the user's colour folder, where every program looks for profiles. Answers its path.
+std::string StoreRefined(const ChosenProfile& monitor) {
+    const Owned<CFDataRef> fine = ProfileWithFineCurves(monitor.profile.Get(), kFinestPortableCurve);
+    if (!fine) throw Complaint{monitor.path, "its tone curves do not rise, and cannot be made finer", "leave --refine out"};
+    const std::filesystem::path folder = std::filesystem::path(g_get_user_data_dir()) / "icc";
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    const std::string path = (folder / (std::filesystem::path(monitor.path).stem().string() + "-fine.icc")).string();
+    OutputFile file(path);
+    const auto length = static_cast<std::size_t>(CFDataGetLength(fine.Get()));
+    if (write(file.Descriptor(), CFDataGetBytePtr(fine.Get()), length) != static_cast<ssize_t>(length)) file.ComplainOfWriting();
+    file.Commit();
+    return path;
+}
+
+/// What hosts make of the curves of a monitor's profile, when it is coarse.
+std::string NoteOnCurves(const ChosenProfile& monitor, double error) {
+    return "monitor-profile: its tone curves have " + std::to_string(FewestCurveEntries(monitor.profile.Get())) + " entries, and hosts are off by " +
+           std::to_string(std::lround(error)) + " of 65535 on average; --refine stores a copy with fine curves\n";
+}
+
 /// Names and values in turn.
-void Set(const std::vector<std::string>& words, const Showing& showing) {
+void Set(const std::vector<std::string>& words, bool refine, const Showing& showing) {
     if (words.size() % 2 != 0) throw Complaint{"settings set", "it needs names, each with a value", "write NAME VALUE"};
     std::vector<SettingChange> changes;
     for (std::size_t i = 0; i < words.size(); i += 2) changes.push_back({words[i], words[i + 1]});
+    const auto monitor = std::ranges::find_if(changes, [](const SettingChange& change) { return change.name == "monitor-profile"; });
+    const bool namesMonitor = monitor != changes.end() && !monitor->value.empty() && monitor->value != "none";
+    if (refine && !namesMonitor) throw Complaint{"--refine", "no monitor profile is set", "write monitor-profile PROFILE"};
+    std::string note;
+    double error = 0;
+    if (namesMonitor) {
+        const ChosenProfile chosen = ChooseMonitor(monitor->value);
+        if (refine) {
+            monitor->value = StoreRefined(chosen);
+        } else if (error = ErrorOfPlainCurves(chosen.profile.Get()); error >= kCoarse) {
+            note = NoteOnCurves(chosen, error);
+        }
+    }
     ChangeSettings(changes);
-    if (!showing.json) return;
+    if (!showing.json) return showing.Tell({}, note);
     Json object = Json::object();
     for (const Setting& setting : ReadSettings()) {
         for (const SettingChange& change : changes) {
             if (change.name == setting.name) object[setting.name] = JsonOf(setting);
         }
     }
+    if (!note.empty()) object["monitor-profile"]["curveError"] = std::lround(error);
     showing.Tell(object, "");
 }
 
@@ -61,6 +106,7 @@ std::string AllSettings() {
 std::vector<Command> SettingsCommands() {
     const auto name = std::make_shared<std::string>();
     const auto words = std::make_shared<std::vector<std::string>>();
+    const auto refine = std::make_shared<bool>(false);
     return {
         {.name = "settings",
          .about = "shows and changes the settings that all hosts of this user share",
@@ -82,9 +128,13 @@ std::vector<Command> SettingsCommands() {
               .about = "stores settings",
               .details = "Of several changes none is stored unless all are right.",
               .arguments = {{"NAME VALUE", "SETTING", "a setting and its new value; more may follow",
-                             [words](const std::string& word) { words->push_back(word); }, true, true}},
-              .json = "{NAME: {\"value\": VALUE, \"stored\": true|false}, ...} of those that were set",
+                             [words](const std::string& word) { words->push_back(word); }, true, true},
+                            {"--refine", "",
+                             "store a copy of the monitor profile with fine tone curves, in the user's colour folder, so that every host gains",
+                             SwitchOn(*refine)}},
+              .json = "{NAME: {\"value\": VALUE, \"stored\": true|false}, ...} of those that were set;\nmonitor-profile also has \"curveError\", "
+                      "0..65535, when its tone curves are coarse",
               .examples = {"orlo settings set monitor-profile monitor.icc printer-profile printer.icc flare 0"},
-              .run = [words](const Showing& showing) { Set(*words, showing); }},
+              .run = [words, refine](const Showing& showing) { Set(*words, *refine, showing); }},
          }}};
 }

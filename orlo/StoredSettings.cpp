@@ -10,6 +10,7 @@
 
 #include "images/FourCharCodes.h"
 #include "orlo/CommandLine.h"
+#include "orlo/CommandTable.h"
 
 namespace {
 
@@ -78,11 +79,7 @@ struct Pending {
 }
 
 double RealBetween(const SettingChange& change, double least, double most) {
-    double number = 0.0;
-    const char* const end = change.value.data() + change.value.size();
-    const auto [last, error] = std::from_chars(change.value.data(), end, number);
-    if (error == std::errc() && last == end && number >= least && number <= most) return number;
-    Refuse(change, ("use a number from " + NumberText(least) + " to " + NumberText(most)).c_str());
+    return RealFrom(change.name, change.value, least, most);
 }
 
 bool OnOrOff(const SettingChange& change) {
@@ -94,6 +91,16 @@ bool OnOrOff(const SettingChange& change) {
 int OneDigit(const SettingChange& change, char least, char most, const char* right) {
     if (change.value.size() == 1 && change.value[0] >= least && change.value[0] <= most) return change.value[0] - '0';
     Refuse(change, right);
+}
+
+/// The names of the intents 1 to 3; 0 stands for the first of them.
+constexpr std::array<const char*, 3> kIntentNames = {"relative", "saturation", "absolute"};
+
+int IntentNumber(const SettingChange& change) {
+    for (std::size_t i = 0; i < kIntentNames.size(); ++i) {
+        if (change.value == kIntentNames[i] || change.value == std::to_string(i + 1)) return static_cast<int>(i) + 1;
+    }
+    Refuse(change, "use relative, saturation or absolute");
 }
 
 std::string WhiteText(const SettingChange& change) {
@@ -222,14 +229,11 @@ const Row kRows[] = {
      [](const SettingChange& change, Pending& pending) { pending.useProofer = OnOrOff(change); }},
     {"quality", "0 (precomputed tables), 1 or 2 (every colour evaluated)", "Matching Quality", IsCodeStored, [] { return Number(ReadQuality()); },
      [](const SettingChange& change, Pending& pending) { pending.quality = OneDigit(change, '0', '2', "use 0, 1 or 2"); }},
-    {"intent", "1, 2 or 3 (3: the monitor as it is, without viewing conditions)", "Rendering Intent", IsCodeStored,
-     [] {
-         const OSType code = ReadIntent();
-         return Number(code == kIntents[3] ? 3 : code == kIntents[2] ? 2 : 1);
-     },
-     [](const SettingChange& change, Pending& pending) { pending.intent = OneDigit(change, '1', '3', "use 1, 2 or 3"); }},
-    {"flare", "-1 to 1: negative lifts black, positive takes veiling light away", "Flare", IsConditionStored,
-     [] { return Number(ConditionsInStore().flare); },
+    {"intent", "relative, saturation (the same) or absolute (the monitor as it is, on the scale of its luminance tag); or their numbers 1, 2, 3",
+     "Rendering Intent", IsCodeStored, [] { return Text(IntentName(ReadIntent())); },
+     [](const SettingChange& change, Pending& pending) { pending.intent = IntentNumber(change); }},
+    {"flare", "-1 to 1: negative makes dark colours darker, as a monitor needs whose black is lifted by that share; positive makes them lighter",
+     "Flare", IsConditionStored, [] { return Number(ConditionsInStore().flare); },
      [](const SettingChange& change, Pending& pending) { pending.conditions.flare = RealBetween(change, -1.0, 1.0); }},
     {"contrast", "0.1 to 10: tone curves are raised to 1/contrast", "Contrast", IsConditionStored,
      [] { return Number(ConditionsInStore().contrast); },
@@ -287,6 +291,19 @@ Pending PendingFromStore() {
 
 void Check(const std::string& about, int status) {
     if (status != 0) throw Complaint{about, "it cannot be set (status " + std::to_string(status) + ")", "see orlo settings list for what is set"};
+}
+
+/// With the absolute intent a monitor is scaled by its luminance, and one that does not say it shows nothing but black.
+void RequireLuminance(const Pending& pending) {
+    if (!pending.monitor && !pending.intent) return;
+    const bool isUnadjusted = pending.intent ? *pending.intent == 3 : IsUnadjusted(ReadIntent());
+    if (!isUnadjusted) return;
+    const std::string path = StoredPath("Monitor Profile");
+    if (pending.monitor && pending.monitor->profile) {
+        RequireLuminance(*pending.monitor);
+    } else if (!pending.monitor && !path.empty()) {
+        RequireLuminance(ChooseMonitor(path));
+    }
 }
 
 void Store(const Pending& pending) {
@@ -356,11 +373,20 @@ void ChangeSettings(std::span<const SettingChange> changes) {
         pending.changesConditions |= row.isStored == IsConditionStored;
         pending.changesWhites |= IsWhite(row);
     }
+    RequireLuminance(pending);
     Store(pending);
     if (!CFPreferencesSynchronize(CFSTR("com.brenwick.orlocms"), kCFPreferencesCurrentUser, kCFPreferencesCurrentHost)) {
         throw Complaint{"settings", "they cannot be written to the configuration folder",
                         "make com.brenwick.orlocms in $XDG_CONFIG_HOME (or ~/.config) writable", Exit::Failed};
     }
+}
+
+std::string IntentName(OSType code) {
+    return kIntentNames[code == kIntents[3] ? 2 : code == kIntents[2] ? 1 : 0];
+}
+
+bool IsUnadjusted(OSType code) {
+    return code == kIntents[3];
 }
 
 StoredConditions ReadStoredConditions() {

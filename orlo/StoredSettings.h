@@ -55,6 +55,11 @@ struct SettingChange {
 /// Stores them all and tells every process; throws Complaint, with nothing stored, when one of them is not right.
 void ChangeSettings(std::span<const SettingChange> changes);
 
+/// "relative", "saturation" or "absolute", of a code 'Rdr0' to 'Rdr3' as hosts are told it: a code of another kind counts as relative.
+std::string IntentName(OSType code);
+/// Whether the intent takes the monitor as it is, without viewing conditions.
+bool IsUnadjusted(OSType code);
+
 /// A stored choice of a profile.
 struct StoredProfile {
     bool isStored = false;

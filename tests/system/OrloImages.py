@@ -131,3 +131,27 @@ def lcms_convert(source, destination, colours, intent, full_in, full_out):
     if len(rows) != len(colours):
         sys.exit(f"transicc answered {len(rows)} of {len(colours)} colours: {done.stdout[:300]!r} {done.stderr[:300]!r}")
     return rows
+
+
+def xyz_tag(*values):
+    return b"XYZ \0\0\0\0" + struct.pack(">3i", *(round(value * 65536) for value in values))
+
+
+def curve_tag(entries):
+    return b"curv\0\0\0\0" + struct.pack(f">I{len(entries)}H", len(entries), *entries)
+
+
+def write_monitor(path, curve=(563,), luminance=None, tags=None):
+    """A monitor profile of version 2.4 with the primaries of many; curve: the entries of its three tone curves; tags: further ones, or in place of these."""
+    every = {b"wtpt": xyz_tag(0.9642, 1, 0.8249), b"rXYZ": xyz_tag(0.436, 0.222, 0.014), b"gXYZ": xyz_tag(0.385, 0.717, 0.097),
+             b"bXYZ": xyz_tag(0.143, 0.061, 0.714), b"rTRC": curve_tag(curve), b"gTRC": curve_tag(curve), b"bTRC": curve_tag(curve)}
+    if luminance is not None:
+        every[b"lumi"] = xyz_tag(0, luminance, 0)
+    every.update(tags or {})
+    offset, table, data = 132 + 12 * len(every), b"", b""
+    for signature, value in every.items():
+        table += struct.pack(">4sII", signature, offset + len(data), len(value))
+        data += value + bytes(-len(value) % 4)
+    header = struct.pack(">II4s4s4s4s12x4s28x3i48x", offset + len(data), 0, b"\x02\x40\0\0", b"mntr", b"RGB ", b"XYZ ", b"acsp", 63190, 65536, 54061)
+    with open(path, "wb") as file:
+        file.write(header + struct.pack(">I", len(every)) + table + data)

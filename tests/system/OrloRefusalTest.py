@@ -3,22 +3,13 @@
 
 import os
 import stat
-import struct
 import subprocess
 
 import OrloCommand
 from OrloCommand import ADOBE_RGB, APPLE_RGB, GREY, NAMED_COLOURS, OrloCase, bytes_of, cmyk_printer, photograph, rgb_printer
-from OrloImages import write_png, write_tiff
+from OrloImages import curve_tag, write_monitor, write_png, write_tiff, xyz_tag
 
 ROW = [[(x * 7 + c * 60) % 256 for x in range(64) for c in range(3)]] * 64
-
-
-def xyz(*values):
-    return b"XYZ \0\0\0\0" + struct.pack(">3i", *(round(value * 65536) for value in values))
-
-
-def curve(entries):
-    return b"curv\0\0\0\0" + struct.pack(f">I{len(entries)}H", len(entries), *entries)
 
 
 class Refusals(OrloCase):
@@ -176,30 +167,23 @@ class Refusals(OrloCase):
 
     def monitor_with(self, name, tag, contents):
         """A monitor profile like many, with one tag of its own."""
-        tags = {b"wtpt": xyz(0.9642, 1, 0.8249), b"rXYZ": xyz(0.436, 0.222, 0.014), b"gXYZ": xyz(0.385, 0.717, 0.097),
-                b"bXYZ": xyz(0.143, 0.061, 0.714), b"rTRC": curve([563]), b"gTRC": curve([563]), b"bTRC": curve([563]), tag: contents}
-        offset, table, data = 132 + 12 * len(tags), b"", b""
-        for signature, value in tags.items():
-            table += struct.pack(">4sII", signature, offset + len(data), len(value))
-            data += value + bytes(-len(value) % 4)
-        header = struct.pack(">II4s4s4s4s12x4s28x3i48x", offset + len(data), 0, b"\x02\x40\0\0", b"mntr", b"RGB ", b"XYZ ", b"acsp",
-                             63190, 65536, 54061)
-        return self.write(name, header + struct.pack(">I", len(tags)) + table + data)
+        write_monitor(self.path(name), tags={tag: contents})
+        return self.path(name)
 
     def test_a_monitor_that_no_matching_data_can_be_built_from(self):
         rising = list(range(65536))
         rows = [
-            ("green.icc", b"gTRC", curve([i * 65535 // 65536 for i in range(65537)]), ("green tone curve has 65537 entries", "65536 at most")),
-            ("million.icc", b"bTRC", curve([0] * 1000000), ("blue tone curve has 1000000 entries", "65536 at most")),
-            ("comb.icc", b"rTRC", curve([0, 65535] * 32768), ("red tone curve goes up and down too often",)),
-            ("flat.icc", b"bXYZ", xyz(0, 0, 0), ("colourants have no inverse",)),
+            ("green.icc", b"gTRC", curve_tag([i * 65535 // 65536 for i in range(65537)]), ("green tone curve has 65537 entries", "65536 at most")),
+            ("million.icc", b"bTRC", curve_tag([0] * 1000000), ("blue tone curve has 1000000 entries", "65536 at most")),
+            ("comb.icc", b"rTRC", curve_tag([0, 65535] * 32768), ("red tone curve goes up and down too often",)),
+            ("flat.icc", b"bXYZ", xyz_tag(0, 0, 0), ("colourants have no inverse",)),
         ]
         for name, tag, contents, words in rows:
             with self.subTest(name):
                 profile = self.monitor_with(name, tag, contents)
                 self.assert_refused(self.match(monitor=profile), profile, *words)
         # The longest curve that there may be.
-        profile = self.monitor_with("long.icc", b"gTRC", curve(rising))
+        profile = self.monitor_with("long.icc", b"gTRC", curve_tag(rising))
         done = subprocess.run([OrloCommand.ORLO, *self.match(monitor=profile)], capture_output=True, check=False)
         self.assertEqual((done.returncode, done.stderr), (0, b""))
 
@@ -273,7 +257,7 @@ class Refusals(OrloCase):
             (["match", good, out, "third", *profiles], "third", "too many"),
             (["match", good, "", *profiles], "match", "empty"),
             (["match", good, out, "--printer", cmyk_printer()], "match", "--monitor"),
-            (["match", good, out, "--monitor", ADOBE_RGB], "match", "--printer"),
+            (["proof", good, out, "--monitor", ADOBE_RGB], "proof", "--printer"),
             (["match", good, out, *profiles, "--monitor"], "--monitor", "missing"),
             (["match", good, out, *profiles, "--monitor="], "--monitor", "its value is empty"),
             (["match", good, out, *profiles, "--monitor", ""], "--monitor", "its value is empty"),

@@ -12,13 +12,13 @@ import sys
 
 import OrloCommand
 from OrloCommand import ADOBE_RGB, APPLE_RGB, PATIENCE, OrloCase, bytes_of, cmyk_printer, photograph, reference_profile, rgb_printer
-from OrloImages import write_tiff
+from OrloImages import lcms_convert, write_monitor, write_tiff
 
 # Each setting with its value while nothing is stored, and two that it takes.
 SETTINGS = {
     "use-proofer": (False, "on", "off"),
     "quality": (0, "2", "1"),
-    "intent": (1, "3", "2"),
+    "intent": ("relative", "absolute", "saturation"),
     "flare": (-0.03, "0.25", "-0.125"),
     "contrast": (1, "1.1", "0.30000000000000004"),
     "a-offset": (0, "-7.5", "128e-3"),
@@ -121,7 +121,7 @@ class ShowAndChange(SettingsCase):
             (("flare", "much"), "flare", "-1 to 1"), (("flare", "1.01"), "flare", "-1 to 1"), (("flare", ""), "flare", "-1 to 1"),
             (("flare", "nan"), "flare", "-1 to 1"), (("flare", "0.5x"), "flare", "-1 to 1"),
             (("contrast", "0"), "contrast", "0.1 to 10"), (("a-offset", "200"), "a-offset", "-128 to 127"),
-            (("quality", "3"), "quality", "0, 1 or 2"), (("intent", "0"), "intent", "1, 2 or 3"), (("quality", "01"), "quality", "0, 1 or 2"),
+            (("quality", "3"), "quality", "0, 1 or 2"), (("intent", "0"), "intent", "relative, saturation or absolute"), (("quality", "01"), "quality", "0, 1 or 2"),
             (("use-proofer", "yes"), "use-proofer", "on or off"), (("monitor-white", "95,100,108"), "monitor-white", "xyz:"),
             (("illuminant", "x" * 32), "illuminant", "31 bytes"), (("observer", ""), "observer", "31 bytes"),
             (("monitor-profile", self.path("missing.icc")), self.path("missing.icc"), "no such file"),
@@ -143,6 +143,42 @@ class ShowAndChange(SettingsCase):
                              (("watch", "flare"), "too many"), (("watch", "--quick"), "no such option")):
             with self.subTest(words):
                 self.assertIn(right, self.orlo(*words, status=2))
+
+    def test_an_intent_has_a_name_and_a_number(self):
+        for number, name in (("1", "relative"), ("2", "saturation"), ("3", "absolute")):
+            self.set("intent", number)
+            self.assertEqual(self.orlo("settings", "get", "intent"), name + "\n")
+
+    def test_the_absolute_intent_needs_a_monitor_that_tells_its_luminance(self):
+        lit = self.path("lit.icc")
+        write_monitor(lit, luminance=100)
+        self.set("intent", "absolute")
+        self.set("monitor-profile", lit)
+        for words in (("monitor-profile", ADOBE_RGB), ("monitor-profile", ADOBE_RGB, "intent", "3")):
+            self.assertIn("no luminance tag", self.orlo("settings", "set", *words, status=2))
+        self.set("monitor-profile", ADOBE_RGB, "intent", "relative")
+        before = self.store_files()
+        self.assertIn("no luminance tag", self.orlo("settings", "set", "intent", "absolute", status=2))
+        self.assertEqual(self.store_files(), before)
+
+    def test_coarse_curves_are_told_and_can_be_refined(self):
+        os.environ["XDG_DATA_HOME"] = self.path("data")
+        coarse = self.path("coarse.icc")
+        write_monitor(coarse, curve=[0, 9000, 24000, 43000, 65535])
+        told = self.orlo("settings", "set", "monitor-profile", coarse)
+        self.assertRegex(told, r"^monitor-profile: its tone curves have 5 entries, and hosts are off by \d{4} of 65535 on average; --refine stores")
+        self.assertGreater(json.loads(self.orlo("settings", "set", "monitor-profile", coarse, "--json"))["monitor-profile"]["curveError"], 5000)
+        self.set("monitor-profile", coarse, "--quiet")
+        self.set("monitor-profile", coarse, "--refine")
+        fine = self.path("data/icc/coarse-fine.icc")
+        self.assertEqual(self.orlo("settings", "get", "monitor-profile"), fine + "\n")
+        # Little CMS takes both for the same monitor.
+        colours = [(v, 255 - v, v // 2) for v in range(0, 256, 5)]
+        before, after = (lcms_convert(profile, "*sRGB", colours, 1, 255, 65535) for profile in (coarse, fine))
+        # A unit of linear light is up to 13 near black there.
+        self.assert_close(after, before, 13)
+        self.set("monitor-profile", fine)
+        self.assertIn("no monitor profile is set", self.orlo("settings", "set", "flare", "0", "--refine", status=2))
 
     def test_what_was_set_is_shown_as_json(self):
         self.assertEqual(json.loads(self.orlo("settings", "set", "flare", "0.25", "quality", "2", "--json")),
@@ -215,10 +251,10 @@ class StoredProfiles(SettingsCase):
         return subprocess.run([OrloCommand.ORLO, "match", photograph("coffee.png"), self.path(target), *options], capture_output=True, check=False)
 
     def test_what_is_missing_is_said(self):
-        for pairs, option in (((), "--monitor"), (("monitor-profile", ADOBE_RGB), "--printer")):
+        for command, pairs, option in (("match", (), "--monitor"), ("proof", ("monitor-profile", ADOBE_RGB), "--printer")):
             if pairs:
                 self.set(*pairs)
-            done = self.matched("out.png")
+            done = subprocess.run([OrloCommand.ORLO, command, photograph("coffee.png"), self.path("out.png")], capture_output=True, check=False)
             self.assertEqual(done.returncode, 3)
             self.assertIn(f"none is stored; add {option}", done.stderr.decode())
             self.assertFalse(os.path.exists(self.path("out.png")))
@@ -230,15 +266,15 @@ class StoredProfiles(SettingsCase):
                 path = self.path(f"{place}.icc")
                 shutil.copy(source, path)
                 self.set(f"{place}-profile", path)
-                self.assertEqual(self.matched("whole.png").returncode, 0)
+                self.assertEqual(self.matched("whole.png", "--session").returncode, 0)
                 os.remove(path)
-                done = self.matched("out.png")
+                done = self.matched("out.png", "--session")
                 self.assertEqual(done.returncode, 3)
                 self.assertIn(f"the stored {place} profile cannot be found; add --{place}", done.stderr.decode())
                 self.assertFalse(os.path.exists(self.path("out.png")))
                 # Not asked for once it is given.
                 if place != "proofer":
-                    self.assertEqual(self.matched("given.png", f"--{place}", source).returncode, 0)
+                    self.assertEqual(self.matched("given.png", "--session", f"--{place}", source).returncode, 0)
                 self.set(f"{place}-profile", source)
 
     def test_a_stored_proofer_counts_while_it_is_in_use(self):
@@ -258,15 +294,41 @@ class StoredProfiles(SettingsCase):
         self.assertTrue(proof("--proofer", cmyk_printer()) == on)
 
     def test_options_win_over_what_is_stored(self):
-        self.set("monitor-profile", APPLE_RGB, "printer-profile", rgb_printer(), "flare", "0.5", "quality", "0")
+        self.set("monitor-profile", APPLE_RGB, "printer-profile", rgb_printer(), "quality", "0")
         given = self.run_orlo("match", photograph("coffee.png"), "given.png", "--depth", "16")
-        self.assertEqual(self.matched("mixed.png", "--depth=16", f"--monitor={ADOBE_RGB}", "--quality=2").returncode, 0)
-        self.set("monitor-profile", ADOBE_RGB, "quality", "2")
+        self.assertEqual(self.matched("mixed.png", "--depth=16", f"--monitor={ADOBE_RGB}").returncode, 0)
+        self.assertEqual(self.read(self.path("mixed.png")).samples, given.samples)
         self.assertEqual(self.matched("stored.png", "--depth=16").returncode, 0)
-        self.assertEqual(self.read(self.path("mixed.png")).samples, self.read(self.path("stored.png")).samples)
-        self.assertNotEqual(self.read(self.path("mixed.png")).samples, given.samples)
-        os.environ["XDG_CONFIG_HOME"] = self.path("another")
-        self.assertEqual(self.run_orlo("match", photograph("coffee.png"), "unset.png", "--depth", "16").samples, given.samples)
+        self.assertNotEqual(self.read(self.path("stored.png")).samples, given.samples)
+        for quality, equal in (("2", False), ("0", True)):
+            self.assertEqual(self.matched("option.png", "--depth=16", "--session", f"--quality={quality}").returncode, 0)
+            self.assertEqual(self.matched("session.png", "--depth=16", "--session").returncode, 0)
+            self.assertEqual(self.read(self.path("option.png")).samples == self.read(self.path("session.png")).samples, equal)
+
+    def test_conditions_count_for_a_session_alone_and_are_told(self):
+        self.set("monitor-profile", ADOBE_RGB, "printer-profile", rgb_printer(), "flare", "0.1", "contrast", "1.5", "a-offset", "3", "intent", "2")
+        stored, given, session = (self.path(name) for name in ("stored.png", "given.png", "session.png"))
+        told = self.matched(stored).stdout.decode()
+        self.assertIn(", stored monitor profile, no viewing conditions, ", told)
+        done = subprocess.run(self.arguments("match", photograph("coffee.png"), given, "--json"), capture_output=True, check=True)
+        self.assertEqual([json.loads(done.stdout)[name] for name in ("stored", "conditions")], [[], None])
+        self.assertEqual(self.read(stored).samples, self.read(given).samples)
+        told = self.matched(session, "--session").stdout.decode()
+        self.assertIn(", stored monitor and printer profile, session with intent saturation, flare 0.1, contrast 1.5, a* offset 3, ", told)
+        self.assertNotEqual(self.read(session).samples, self.read(given).samples)
+        told = json.loads(self.matched(session, "--session", "--json").stdout)
+        self.assertEqual(told["stored"], ["monitor", "printer"])
+        self.assertEqual(told["conditions"], {"intent": "saturation", "flare": 0.1, "contrast": 1.5, "aOffset": 3.0, "bOffset": 0.0, "adaptToPaper": False,
+                                              "fixedMonitorWhite": False, "fixedPrinterWhite": False})
+
+    def test_a_session_that_would_be_black_is_refused(self):
+        self.set("printer-profile", rgb_printer(), "intent", "absolute")
+        done = self.matched("out.png", "--session", "--monitor", ADOBE_RGB)
+        self.assertEqual(done.returncode, 2)
+        self.assertIn(b"no luminance tag, and every colour would be black", done.stderr)
+        write_monitor(self.path("lit.icc"), luminance=100)
+        self.assertEqual(self.matched("out.png", "--session", "--monitor", self.path("lit.icc")).returncode, 0)
+        self.assertGreater(max(self.read(self.path("out.png")).samples), 200)
 
     def session_values(self, colours):
         """What a session of the library makes of reference RGB in this process's stead: another host, written in Python."""
@@ -298,7 +360,7 @@ json.dump(list(target), sys.stdout)
                       ("quality", "0"), ("monitor-white", "xyz:96,100,90", "use-monitor-white", "on"), ("use-monitor-white", "off", "adapt-to-paper", "on")):
             with self.subTest(pairs):
                 self.set(*pairs)
-                done = subprocess.run([OrloCommand.ORLO, "match", self.path("colours.tif"), self.path("out.tif")], capture_output=True, check=False)
+                done = subprocess.run([OrloCommand.ORLO, "match", self.path("colours.tif"), self.path("out.tif"), "--session"], capture_output=True, check=False)
                 self.assertEqual((done.returncode, done.stderr), (0, b""))
                 values = self.read(self.path("out.tif")).pixels()
                 self.assertTrue(values == self.session_values(colours))

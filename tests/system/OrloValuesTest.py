@@ -1,18 +1,66 @@
 #!/usr/bin/env python3
 """The colours that orlo computes, against Little CMS's own calculator working in floating point from profile to profile."""
 
+import glob
+import json
 import os
+import struct
 import subprocess
 
 import OrloCommand
 from OrloCommand import ADOBE_RGB, APPLE_RGB, GREY, SRGB, OrloCase, bytes_of, cmyk_printer, photograph, reference_profile, rgb_printer
-from OrloImages import lcms_convert, write_png, write_tiff
+from OrloImages import lcms_convert, write_monitor, write_png, write_tiff
 
 RELATIVE, ABSOLUTE = 1, 3
 # Inside every gamut in use, none of them near black, where one step of 16-bit linear light is many steps of the monitor.
 COLOURS = [(128, 128, 128), (200, 180, 170), (90, 110, 100), (150, 120, 140), (60, 70, 90), (180, 170, 100), (120, 160, 150), (220, 220, 215)]
 KERNELS = ("plain", "portable", "avx2", "avx512")  # those that the processor lacks stand for the next narrower one
 INKS = [(10, 20, 30, 0), (100, 50, 40, 30), (60, 90, 120, 10), (0, 0, 0, 128), (150, 20, 10, 5), (40, 40, 40, 40)]
+
+
+MATRIX_TAGS = (b"rXYZ", b"gXYZ", b"bXYZ", b"rTRC", b"gTRC", b"bTRC")
+
+
+def tags_of(path):
+    contents = bytes_of(path)
+    entries = [struct.unpack_from(">4sII", contents, 132 + 12 * i) for i in range(struct.unpack_from(">I", contents, 128)[0])]
+    return {signature: contents[offset:offset + length] for signature, offset, length in entries}
+
+
+def tone(tag, x):
+    """What a curve's tag says for 0..1, in floating point."""
+    def numbers(form, offset, count):
+        return struct.unpack_from(f">{count}{form}", tag, offset)
+
+    if tag[:4] == b"curv":
+        (count,) = numbers("I", 8, 1)
+        if count < 2:
+            return x ** (numbers("H", 12, 1)[0] / 256 if count else 1)
+        i = min(int(x * (count - 1)), count - 2)
+        low, high = numbers("H", 12 + 2 * i, 2)
+        return (low + (high - low) * (x * (count - 1) - i)) / 65535
+    form = tag[9]
+    g, a, b, c, d, e, f = [v / 65536 for v in numbers("i", 12, (1, 3, 4, 5, 7)[form])] + [0] * (6, 4, 3, 2, 0)[form]
+    if form == 0:
+        return x ** g
+    if form in (1, 2):
+        return (a * x + b) ** g + c if x >= -b / a else c
+    return (a * x + b) ** g + e if x >= d else c * x + f
+
+
+def inverse(tag, y):
+    low, high = 0.0, 1.0
+    for _ in range(40):
+        middle = (low + high) / 2
+        low, high = (middle, high) if tone(tag, middle) < y else (low, middle)
+    return high
+
+
+def packaged_displays():
+    """Every profile of an RGB display with a matrix that the packages bring."""
+    for path in sorted(glob.glob("/usr/share/color/**/*.ic[cm]", recursive=True)):
+        if bytes_of(path)[12:20] == b"mntrRGB " and tags_of(path).keys() >= set(MATRIX_TAGS):
+            yield path
 
 
 class Values(OrloCase):
@@ -149,7 +197,8 @@ class Values(OrloCase):
         picture = self.vips("crop", photograph("coffee.png"), "picture.png", "200", "100", "251", "197")
         self.run_orlo("printer-match", picture, "ink.tif")
         commands = [("match", ["--quality=0"]), ("match", ["--quality=2", "--depth=16"]), ("proof", ["--quality=0"]), ("proof", ["--quality=2"]),
-                    ("gamut", ["--quality=0"]), ("gamut", ["--quality=2"]), ("gamut", ["--device=printer"]), ("predict", ["--quality=0"]),
+                    ("gamut", ["--exact", "--quality=0"]), ("gamut", ["--exact", "--quality=2"]), ("gamut", ["--exact", "--device=printer"]),
+                    ("gamut", ["--difference", "--depth=16"]), ("predict", ["--quality=0"]),
                     ("predict", ["--quality=2"]), ("printer-match", []), ("printer-predict", [])]
         for command, options in commands:
             source = self.path("ink.tif") if command == "printer-predict" else picture
@@ -172,6 +221,54 @@ class Values(OrloCase):
         self.assertEqual(len(results), 1)
 
 
+    def test_short_curves_are_read_as_they_are_drawn(self):
+        os.mkdir(self.path("tmp"))
+        temporary = unittest.mock.patch.dict(os.environ, TMPDIR=self.path("tmp"))
+        temporary.start()
+        self.addCleanup(temporary.stop)
+        # The engine inverts pieces of a curve mirrored: two entries turn a picture round.
+        for name, curve in (("identity", [0, 65535]), ("five", [0, 2000, 11000, 33000, 65535]), ("gamma", [563]), ("256", [round(65535 * (i / 255) ** 2.2) for i in range(256)])):
+            with self.subTest(name):
+                monitor = self.path(name + ".icc")
+                write_monitor(monitor, curve)
+                expected = lcms_convert("*sRGB", monitor, COLOURS, RELATIVE, 255, 65535)
+                expected = [[min(max(v, 0), 65535) for v in colour] for colour in expected]
+                fine = self.run_orlo("match", self.image(COLOURS, 16), "fine.tif", monitor=monitor)
+                self.assert_close(fine.pixels(), expected, 6)
+                self.assertEqual(fine.profile(), bytes_of(monitor))
+                plain = self.run_orlo("match", self.image(COLOURS, 16), "plain.tif", "--plain-curves", monitor=monitor)
+                self.assertGreater(max(abs(a - e) for p, q in zip(plain.pixels(), expected) for a, e in zip(p, q)), 30)
+                self.assertEqual(os.listdir(os.environ["TMPDIR"]), [])
+
+    def test_fine_curves_come_close_for_every_packaged_display(self):
+        # A display with the reference's own primaries and the packaged one's curves: what differs is the curves' doing.
+        reference = tags_of(reference_profile())
+        light = [(v, v, v) for v in range(40, 65536, 83)]
+        write_tiff(self.path("light.tif"), [[v for colour in light for v in colour]], 16, 3, profile=bytes_of(reference_profile()))
+        monitor, checked = self.path("monitor.icc"), 0
+        for display in packaged_displays():
+            with self.subTest(os.path.basename(display)):
+                curves = tags_of(display)
+                write_monitor(monitor, tags={tag: (curves if tag.endswith(b"TRC") else reference)[tag] for tag in MATRIX_TAGS})
+                expected = [tuple(inverse(curves[tag], v / 65535) * 65535 for tag in MATRIX_TAGS[3:]) for v in range(40, 65536, 83)]
+                actual = self.run_orlo("match", self.path("light.tif"), "out.tif", monitor=monitor).pixels()
+                errors = sorted(abs(a - e) for pair in zip(actual, expected) for a, e in zip(*pair))
+                self.assertLessEqual(sum(errors) / len(errors), 1)
+                self.assertLessEqual(errors[len(errors) * 99 // 100], 4)
+                checked += 1
+        self.assertGreater(checked, 15)
+
+    def test_what_needs_no_printer_gives_the_same_without_one(self):
+        source = self.image(COLOURS, 16)
+        for command, options in (("match", []), ("match", ["--quality=0"]), ("predict", []), ("gamut", []), ("gamut", ["--exact"])):
+            with self.subTest(f"{command} {options}"):
+                expected = self.run_orlo(command, source, "with.tif", *options)
+                done = subprocess.run([OrloCommand.ORLO, command, source, self.path("without.tif"), "--monitor", ADOBE_RGB, *options],
+                                      capture_output=True, check=False)
+                self.assertEqual((done.returncode, done.stderr), (0, b""))
+                self.assertEqual(self.read(self.path("without.tif")).samples, expected.samples)
+
+
 class Gamut(OrloCase):
     def mask(self, colours, *options, profile=None, monitor=ADOBE_RGB, printer=None):
         write_png(self.path("in.png"), [[v for colour in colours for v in colour]], 8, 3, profile=profile)
@@ -182,9 +279,9 @@ class Gamut(OrloCase):
         wide = lcms_convert(ADOBE_RGB, APPLE_RGB, colours, RELATIVE, 255, 255)
         expected = [255 if min(colour) < 0 or max(colour) > 255 else 0 for colour in wide]
         self.assertEqual(expected, [255, 255, 255, 0, 0, 0])
-        for quality in (1, 2):
-            with self.subTest(quality):
-                mask = self.mask(colours, f"--quality={quality}", profile=bytes_of(ADOBE_RGB), monitor=APPLE_RGB)
+        for options in ([], ["--exact", "--quality=1"], ["--exact", "--quality=2"]):
+            with self.subTest(options):
+                mask = self.mask(colours, *options, profile=bytes_of(ADOBE_RGB), monitor=APPLE_RGB)
                 self.assertEqual(mask, expected)
 
     def test_a_wide_monitor_shows_all_of_a_small_images_colours(self):
@@ -197,10 +294,51 @@ class Gamut(OrloCase):
         self.assertEqual(mask, [255, 255, 255, 0, 0, 0])
 
     def test_the_exact_mask_has_two_values(self):
-        for options in (["--quality=1"], ["--quality=2"], ["--device=printer"]):
+        for options in (["--exact", "--quality=1"], ["--exact", "--quality=2"], ["--exact", "--device=printer"], [], ["--quality=0"], ["--device=printer"]):
             with self.subTest(options):
-                mask = self.run_orlo("gamut", photograph("coffee.png"), "out.png", *options)
+                mask = self.run_orlo("gamut", photograph("coffee.png"), "out.png", *options, monitor=APPLE_RGB)
                 self.assertEqual(set(mask.samples), {0, 255})
+
+    def test_white_is_in_the_gamut_of_every_monitor(self):
+        for monitor in packaged_displays():
+            with self.subTest(os.path.basename(monitor)):
+                self.assertEqual(self.mask([(255, 255, 255), (254, 254, 254), (128, 128, 128)], monitor=monitor), [0, 0, 0])
+        self.assertEqual(self.mask([(255, 255, 255)], "--exact"), [255])
+
+    def test_differences_are_those_of_a_colour_and_its_prediction_back(self):
+        # Adobe RGB's pure colours on a smaller monitor: cut off in linear light, and the difference computed by hand.
+        colours = [(0, 255, 0), (255, 0, 0), (0, 200, 200), (128, 128, 128)]
+        reference = lcms_convert(ADOBE_RGB, reference_profile(), colours, RELATIVE, 255, 255)
+        reference = [[min(max(v, 0), 255) for v in colour] for colour in reference]
+        shown = lcms_convert(reference_profile(), APPLE_RGB, reference, RELATIVE, 255, 255)
+        shown = [[min(max(v, 0), 255) for v in colour] for colour in shown]
+        back = lcms_convert(APPLE_RGB, reference_profile(), shown, RELATIVE, 255, 255)
+        labs = [lcms_convert(reference_profile(), "*Lab4", rows, RELATIVE, 255, 255) for rows in (reference, back)]
+        expected = [sum((a - b) ** 2 for a, b in zip(*pair)) ** 0.5 for pair in zip(*labs)]
+        self.assertGreater(expected[0], 5)
+        write_png(self.path("in.png"), [[v for colour in colours for v in colour]], 8, 3, profile=bytes_of(ADOBE_RGB))
+        actual = self.run_orlo("gamut", self.path("in.png"), "out.tif", "--difference", "--depth=16", monitor=APPLE_RGB)
+        self.assert_close([[min(v * 25.5 / 65535, 25.5) for v in actual.samples]], [[min(v, 25.5) for v in expected]], 0.1)
+        # The tolerance is in the same unit.
+        limit = sorted(expected)[1] + 0.2
+        mask = self.mask(colours, f"--tolerance={limit}", profile=bytes_of(ADOBE_RGB), monitor=APPLE_RGB)
+        self.assertEqual(mask, [255 if value > limit else 0 for value in expected])
+
+    def test_the_overlay_marks_in_green_over_a_pale_picture(self):
+        colours = [(0, 255, 0), (128, 128, 128), (250, 20, 20), (255, 255, 255)]
+        write_png(self.path("in.png"), [[v for colour in colours for v in colour]], 8, 3, profile=bytes_of(ADOBE_RGB))
+        overlay = self.run_orlo("gamut", self.path("in.png"), "out.png", "--overlay", monitor=APPLE_RGB)
+        self.assertEqual((overlay.form(), overlay.profile()), ((3, 8, "srgb"), bytes_of(APPLE_RGB)))
+        pixels = overlay.pixels()
+        self.assertEqual([pixels[0], pixels[2]], [(0, 200, 90)] * 2)
+        for pixel in (pixels[1], pixels[3]):
+            self.assertEqual(len(set(pixel)), 1, pixel)
+
+    def test_the_share_that_is_marked_is_told(self):
+        write_png(self.path("in.png"), [[0, 255, 0, 128, 128, 128, 255, 255, 255, 90, 80, 70]], 8, 3, profile=bytes_of(ADOBE_RGB))
+        arguments = self.arguments("gamut", self.path("in.png"), self.path("out.png"), monitor=APPLE_RGB)
+        self.assertIn(b", 25.00 % out of gamut, ", subprocess.run(arguments, capture_output=True, check=True).stdout)
+        self.assertEqual(json.loads(subprocess.run([*arguments, "--json"], capture_output=True, check=True).stdout)["marked"], 0.25)
 
 
 if __name__ == "__main__":
