@@ -43,6 +43,14 @@ if(TARGET orlo)
   install(FILES orlo/completion/orlo.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME orlo COMPONENT command)
   install(FILES orlo/completion/_orlo DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT command)
   install(FILES orlo/completion/orlo.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT command)
+  install(FILES orlo/session/orlo-displays.service DESTINATION lib/systemd/user COMPONENT command)
+  # Sessions look for it under /etc alone; a tree that is installed elsewhere keeps it to itself.
+  install(CODE "
+    set(folder \"\${CMAKE_INSTALL_PREFIX}/etc\")
+    if(CMAKE_INSTALL_PREFIX STREQUAL \"/usr\")
+      set(folder /etc)
+    endif()
+    file(INSTALL \"${PROJECT_SOURCE_DIR}/orlo/session/orlo-displays.desktop\" DESTINATION \"\${folder}/xdg/autostart\")" COMPONENT command)
 endif()
 
 set(CM_CMAKE_FOLDER ${CMAKE_INSTALL_LIBDIR}/cmake/ColourMatch)

@@ -57,6 +57,7 @@ public:
         if (wish.help || wish.version) return wish;
         for (const CLI::Option* option : {node.json, node.quiet}) RefuseValue(*option);
         RefuseStrangers(node, wish);
+        RefuseEarlyOptions(node);
         if (fault) throw Complaint{AboutOf(*fault), "its value is missing", HowTo(node)};
         if (!node.command->run) throw NothingToDo(node);
         for (std::size_t i = 0; i < node.options.size(); ++i) Take(node, node.command->arguments[i], *node.options[i]);
@@ -75,7 +76,9 @@ private:
         nodes_[index].help = app.add_flag("--help,-h");
         for (const Argument& argument : command.arguments) {
             CLI::Option* const option = argument.IsOption() && argument.value.empty() ? app.add_flag(argument.name) : app.add_option(argument.name);
-            if (argument.isRepeated) {
+            if (argument.isRepeated && argument.IsOption()) {
+                option->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+            } else if (argument.isRepeated) {
                 // The parser goes on collecting until it has as many as it expects, and does not mind when they are fewer.
                 option->expected(kMost)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
             } else {
@@ -150,6 +153,18 @@ private:
         const std::string near = Nearest(*stranger, names);
         if (!wish.words.empty()) throw Complaint{wish.words, "'" + *stranger + "' is not a thing to do", UseOneOf(names)};
         throw Complaint{*stranger, "there is no such command", (near.empty() ? "" : "did you mean " + near + "? ") + right};
+    }
+
+    /// "orlo displays --display 2 keep": an option of the command above stands before the command.
+    void RefuseEarlyOptions(const Node& node) const {
+        for (const Node& other : nodes_) {
+            if (&other == &node) continue;
+            for (std::size_t i = 0; i < other.options.size(); ++i) {
+                if (other.options[i]->count() == 0) continue;
+                throw Complaint{other.command->arguments[i].name, "it stands before '" + node.command->name + "'",
+                                "write it behind, or leave it out"};
+            }
+        }
     }
 
     /// "--quiet=yes"

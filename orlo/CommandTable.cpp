@@ -9,6 +9,7 @@
 #include "images/Complaint.h"
 #include "orlo/CalibrationCommand.h"
 #include "orlo/DisplayCommands.h"
+#include "orlo/GammaCommands.h"
 #include "orlo/GenerateCommand.h"
 #include "orlo/ImageCommands.h"
 #include "orlo/SettingsCommand.h"
@@ -19,7 +20,7 @@ namespace {
 /// A new command is a row here, made by a function of its own file.
 Command AllCommands() {
     Command orlo{.name = "orlo", .about = "matches the colours of pictures between monitor, printer and proofing device"};
-    for (const auto& make : {ImageCommands, SettingsCommands, WatchCommands, DisplayCommands, CalibrationCommands, GenerateCommands}) {
+    for (const auto& make : {ImageCommands, SettingsCommands, WatchCommands, DisplayCommands, GammaCommands, CalibrationCommands, GenerateCommands}) {
         std::ranges::move(make(), std::back_inserter(orlo.commands));
     }
     return orlo;

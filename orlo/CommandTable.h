@@ -19,7 +19,7 @@ struct Argument {
     /// Is given each value, in order; an empty text for an option that takes nothing. Throws Complaint.
     std::function<void(const std::string& value)> take;
     bool isNeeded = false;
-    bool isRepeated = false;  // positional, the last: takes all that follow. Of an option given again the last counts
+    bool isRepeated = false;  // every value that is given counts; of another option given again the last. Positional, the last: takes all that follow
 
     bool IsOption() const { return name.starts_with("--"); }
 };

@@ -50,7 +50,7 @@ std::string Heading(const Argument& argument) {
 
 std::string Usage(const Command& command, const std::string& words) {
     std::string usage = words.empty() ? "orlo" : "orlo " + words;
-    if (!command.commands.empty()) return usage + " COMMAND";
+    if (!command.commands.empty()) return usage + (command.run ? " [COMMAND] [OPTIONS]" : " COMMAND");
     for (const Argument& argument : command.arguments) {
         if (argument.IsOption()) continue;
         const std::string word = argument.name + (argument.isRepeated ? "..." : "");
@@ -171,7 +171,7 @@ std::string ManBody(const Command& command, const std::string& words, const std:
     if (!heading.empty()) roff += heading + '\n' + ".B " + Roff(Usage(command, words)) + "\n.PP\n" + Roff(command.about) + ".\n";
     if (!command.details.empty()) roff += ".PP\n" + RoffParagraphs(command.details);
     if (const Rows rows = RowsOf(PositionalOf(command)); !rows.empty()) roff += RoffRows(rows);
-    if (const std::vector<Command> below = ShownBelow(command); !below.empty()) return roff;
+    if (!command.run) return roff;
     roff += RoffRows(RowsOf(OptionsOf(command)));
     if (!command.json.empty()) roff += ".PP\nWith \\-\\-json:\n" + RoffLines(LinesOf(command.json));
     if (!command.examples.empty()) roff += ".PP\nFor example:\n" + RoffLines(command.examples);
@@ -223,8 +223,6 @@ std::string Block(const std::string& language, const std::vector<std::string>& l
 std::string MarkdownOf(const Command& command, const std::string& words, const std::string& level) {
     std::string text = "\n" + level + " orlo " + words + "\n\n`" + Usage(command, words) + "` " + command.about + ".\n";
     if (!command.details.empty()) text += "\n" + command.details + "\n";
-    for (const Command& below : ShownBelow(command)) text += MarkdownOf(below, words + " " + below.name, level + "#");
-    if (!command.commands.empty()) return text;
     Rows rows = RowsOf(PositionalOf(command));
     for (const Argument& argument : command.arguments) {
         if (argument.IsOption()) rows.emplace_back(Heading(argument), argument.about);
@@ -232,6 +230,7 @@ std::string MarkdownOf(const Command& command, const std::string& words, const s
     text += MarkdownRows(rows);
     if (!command.examples.empty()) text += Block("sh", command.examples);
     if (!command.json.empty()) text += "\nWith `--json`:\n" + Block("text", LinesOf(command.json));
+    for (const Command& below : ShownBelow(command)) text += MarkdownOf(below, words + " " + below.name, level + "#");
     return text;
 }
 
@@ -258,9 +257,8 @@ std::string HelpText(const Command& command, const std::string& words) {
     if (!command.details.empty()) text += Wrapped(command.details, 0) + '\n';
     text += Section("Commands", TwoColumns(RowsOf(ShownBelow(command))));
     text += Section("Arguments", TwoColumns(RowsOf(PositionalOf(command))));
-    if (command.commands.empty()) {
-        text += Section("Options", TwoColumns(RowsOf(OptionsOf(command))));
-    } else {
+    if (command.run) text += Section("Options", TwoColumns(RowsOf(OptionsOf(command))));
+    if (!command.commands.empty()) {
         text += "\norlo " + (words.empty() ? "" : words + " ") + "COMMAND --help tells about one of them." +
                 (words.empty() ? " orlo --version prints the version." : "") + "\n";
     }

@@ -36,6 +36,6 @@ ImageReport RunImage(const ImageRequest& request) {
     return report;
 }
 
-void WritePlot(const RampEntries& ramp, const std::string& path) {
-    InModule<decltype(OrloWritePlot)>("OrloWritePlot")(&ramp, &path);
+void RenderPicture(const std::string& svg, const std::string& path) {
+    InModule<decltype(OrloRenderPicture)>("OrloRenderPicture")(&svg, &path);
 }

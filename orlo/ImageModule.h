@@ -6,16 +6,15 @@
 #include <string>
 
 #include "orlo/ImageRequest.h"
-#include "orlo/RampPlot.h"
 
 /// Makes the output of the request, with a progress bar on a terminal.
 ImageReport RunImage(const ImageRequest& request);
 
-/// Writes the plot of a ramp as a PNG file.
-void WritePlot(const RampEntries& ramp, const std::string& path);
+/// Draws an SVG picture into a PNG file.
+void RenderPicture(const std::string& svg, const std::string& path);
 
 // By these names the module is asked for the two.
 extern "C" {
 void OrloRunImage(const ImageRequest* request, ImageReport* report);
-void OrloWritePlot(const RampEntries* ramp, const std::string* path);
+void OrloRenderPicture(const std::string* svg, const std::string* path);
 }

@@ -93,6 +93,16 @@ void OutputFile::ComplainOfWriting() const {
     throw Complaint{path_, "the image cannot be written there", "room for the whole image is needed", Exit::Failed};
 }
 
+void OutputFile::WriteWhole(const std::string& text) {
+    for (std::size_t at = 0; at < text.size();) {
+        const ssize_t count = write(descriptor_, text.data() + at, text.size() - at);
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) throw Complaint{path_, "it cannot be written there", "room for the whole file is needed", Exit::Failed};
+        at += static_cast<std::size_t>(count);
+    }
+    Commit();
+}
+
 void OutputFile::Commit() {
     struct stat status {};
     if (stat(target_.c_str(), &status) == 0 && fchmod(descriptor_, status.st_mode & 07777) != 0) ComplainOfWriting();

@@ -16,6 +16,8 @@ public:
 
     /// Open for reading and writing.
     int Descriptor() const { return descriptor_; }
+    /// Writes the text, and nothing else, and commits. Throws Complaint.
+    void WriteWhole(const std::string& text);
     /// Puts the file in the target's place, with its permissions. Throws Complaint.
     void Commit();
     [[noreturn]] void ComplainOfWriting() const;

@@ -111,5 +111,8 @@ if [[ -x $work/prefix/bin/orlo ]]; then
     for file in man/man1/orlo.1 man/man1/orlo-match.1 bash-completion/completions/orlo zsh/site-functions/_orlo fish/vendor_completions.d/orlo.fish; do
         [[ -s $work/prefix/share/$file ]] || fail "no $file"
     done
+    for file in lib/systemd/user/orlo-displays.service etc/xdg/autostart/orlo-displays.desktop; do
+        grep -q 'Exec.*=orlo displays keep$' "$work/prefix/$file" || fail "$file does not keep the displays"
+    done
 fi
 echo "passed"

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""orlo calibration where no display is connected: documents are saved, verified and installed, and what it refuses."""
+"""orlo calibration where no display is connected: what documents are written, verified and refused."""
 
 import os
+import stat
 import subprocess
 import sys
 
@@ -35,37 +36,59 @@ class Calibration(OrloCase):
     def users_document(self):
         return self.path("config/Orlo Monitor Calibration")
 
-    def test_a_saved_document_is_whole_and_can_be_installed(self):
-        document = self.path("doc")
-        self.assertEqual(self.run_calibration("save", document), (0, f"calibration save: {document}: 0 displays\n", ""))
-        self.assertEqual(list(ResourceFork.read(bytes_of(document))), [SETTINGS, (b"DPID", 128, 0, b"", b"")])
-        self.assertEqual(self.run_calibration("verify", document), (0, f"calibration verify: {document}: 0 displays, 0 connected\n", ""))
-        self.assertEqual(self.run_calibration("install", document), (0, f"calibration install: {document}: 0 of 0 displays\n", ""))
-        self.assertEqual(os.listdir(self.folder), ["doc"])
+    NO_SERVER = "orlo: displays: ramps are loaded through an X server, and DISPLAY names none; run it in an X session\n"
 
-    def test_the_users_document_is_the_default(self):
-        self.assertEqual(
-            self.run_calibration("install"), (0, "calibration install: no document, so the displays have their system ramps\n", "")
-        )
-        self.assertFalse(os.path.exists(self.path("config")), "only saving makes the folder")
-        document = self.users_document()
-        self.assertEqual(self.run_calibration("save"), (0, f"calibration save: {document}: 0 displays\n", ""))
-        self.assertTrue(os.path.exists(document))
-        self.assertEqual(self.run_calibration("verify"), (0, f"calibration verify: {document}: 0 displays, 0 connected\n", ""))
-        self.assertEqual(self.run_calibration("install"), (0, f"calibration install: {document}: 0 of 0 displays\n", ""))
-
-    def test_displays_that_are_not_connected_are_told_and_skipped(self):
+    def test_without_displays_nothing_is_saved_or_replaced(self):
         document = self.write("doc", SETTINGS, DISPLAY, RAMP, IDS)
-        expected = f"display 65: not connected, ramp of 3 x 2 entries, 16 bits\ncalibration verify: {document}: 1 display, 0 connected\n"
-        self.assertEqual(self.run_calibration("verify", document), (0, expected, ""))
-        self.assertEqual(self.run_calibration("install", document), (0, f"calibration install: {document}: 0 of 1 display\n", ""))
+        before = bytes_of(document)
+        for name in ("doc", "new"):
+            self.assertEqual(self.run_calibration("save", self.path(name)), (3, "", self.NO_SERVER))
+        self.assertEqual(self.run_calibration("save"), (3, "", self.NO_SERVER))
+        self.assertEqual(bytes_of(document), before)
+        self.assertFalse(os.path.exists(self.path("new")) or os.path.exists(self.users_document()))
+
+    def test_a_document_without_displays_is_written_when_it_is_asked_for(self):
+        for arguments, document in ((("--empty", self.path("doc")), self.path("doc")), (("--empty",), self.users_document())):
+            self.assertEqual(self.run_calibration("save", *arguments), (0, f"calibration save: {document}: 0 displays\n", ""))
+            self.assertEqual(list(ResourceFork.read(bytes_of(document))), [SETTINGS, (b"DPID", 128, 0, b"", b"")])
+
+    def test_installing_needs_displays(self):
+        document = self.write("doc", SETTINGS, DISPLAY, RAMP, IDS)
+        self.assertEqual(self.run_calibration("install", document), (3, "", self.NO_SERVER))
+        self.assertEqual(self.run_calibration("install"), (3, "", self.NO_SERVER))
+
+    def test_verifying_tells_what_is_expected_and_that_displays_cannot_be_asked(self):
+        document = self.write("doc", SETTINGS, DISPLAY, RAMP, IDS)
+        expected = ("display 65: expected 1920 x 1080, depth 32; not connected; ramp of 3 x 2 entries, 16 bits\n"
+                    f"calibration verify: {document}: 1 display, 0 connected\n")
+        self.assertEqual(self.run_calibration("verify", document), (3, expected, self.NO_SERVER))
+
+    def test_ramps_that_no_display_takes_are_refused(self):
+        rows = {"no entry": "000000000000000300000010", "one channel": "000000000000000101000008" + "00" * 256,
+                "300 entries": "0000000000000003012c0010" + "00" * 1800, "not whole": "00"}
+        for note, ramp in rows.items():
+            with self.subTest(note):
+                document = self.write("doc", SETTINGS, DISPLAY, (b"GAMA", 128, 0, b"", bytes.fromhex(ramp)), IDS)
+                status, text, line = self.run_calibration("verify", document)
+                self.assertEqual(status, 2)
+                self.assertIn("; not fit\n", text)
+                self.assertIn("its ramp for display 65 is none that a display takes", line)
+
+    def test_nothing_is_lost_on_a_full_disk(self):
+        document = self.write("doc", SETTINGS, DISPLAY, RAMP, IDS)
+        for arguments in (("save", "--empty", self.path("new")), ("verify", document), ("--help",)):
+            with open("/dev/full", "wb") as full:
+                done = subprocess.run([OrloCommand.ORLO, "calibration", *arguments], stdout=full, stderr=subprocess.PIPE, check=False)
+            self.assertEqual((done.returncode, done.stderr.count(b"\n")), (1, 1), (arguments, done.stderr))
+            self.assertIn(b"standard output: it cannot be written", done.stderr)
 
     def test_a_relative_name_and_one_after_two_hyphens(self):
         here = os.getcwd()
         os.chdir(self.folder)
         self.addCleanup(os.chdir, here)
-        self.assertEqual(self.run_calibration("save", "--", "-doc")[0], 0)
-        self.assertEqual(self.run_calibration("verify", "./-doc")[0], 0)
+        self.assertEqual(self.run_calibration("save", "--empty", "--", "-doc")[0], 0)
+        self.assertEqual(self.run_calibration("verify", "./-doc")[0], 3)
+        self.assertEqual(os.listdir(self.folder), ["-doc"])
 
     def test_saving_never_replaces_a_folder(self):
         os.makedirs(self.path("doc/part"))
@@ -74,7 +97,7 @@ class Calibration(OrloCase):
             file.write(b"kept")
         for name in ("doc", "doc/", "link", "doc/part/.."):
             with self.subTest(name):
-                status, text, line = self.run_calibration("save", self.path(name))
+                status, text, line = self.run_calibration("save", "--empty", self.path(name))
                 self.assertEqual((status, text), (2, ""), line)
                 self.assertEqual(line, f"orlo: {self.path(name)}: it is a folder; name a file in it\n")
         self.assertEqual(bytes_of(self.path("doc/file")), b"kept")
@@ -83,26 +106,31 @@ class Calibration(OrloCase):
 
     def test_the_users_document_that_is_a_folder_stays_one(self):
         os.makedirs(os.path.join(self.users_document(), "part"))
-        status, text, line = self.run_calibration("save")
+        status, text, line = self.run_calibration("save", "--empty")
         self.assertEqual((status, text, line), (2, "", f"orlo: {self.users_document()}: it is a folder; name a file in it\n"))
         self.assertEqual(os.listdir(self.users_document()), ["part"])
 
     def test_saving_never_replaces_a_pipe_or_a_device(self):
         os.mkfifo(self.path("pipe"))
-        status, text, line = self.run_calibration("save", self.path("pipe"))
-        self.assertEqual((status, text), (2, ""), line)
-        self.assertEqual(line, f"orlo: {self.path('pipe')}: it is neither a file nor a place for one; name a file\n")
-        self.assertEqual(os.listdir(self.folder), ["pipe"])
+        os.symlink("/dev/null", self.path("device"))
+        os.symlink("pipe", self.path("link"))
+        for name in ("pipe", "device", "link"):
+            status, text, line = self.run_calibration("save", "--empty", self.path(name))
+            self.assertEqual((status, text), (2, ""), line)
+            self.assertEqual(line, f"orlo: {self.path(name)}: it is neither a file nor a place for one; name a file\n")
+        self.assertEqual(self.run_calibration("save", "--empty", "/dev/full")[0], 2)
+        self.assertTrue(stat.S_ISFIFO(os.stat(self.path("pipe")).st_mode) and stat.S_ISCHR(os.stat("/dev/full").st_mode))
+        self.assertEqual(sorted(os.listdir(self.folder)), ["device", "link", "pipe"])
 
     def test_a_document_that_is_a_link_stays_one(self):
         os.mkdir(self.path("far"))
         os.symlink("far/behind", self.path("doc"))
         for _ in range(2):
-            self.assertEqual(self.run_calibration("save", self.path("doc"))[0], 0)
+            self.assertEqual(self.run_calibration("save", "--empty", self.path("doc"))[0], 0)
             self.assertEqual(os.readlink(self.path("doc")), "far/behind")
             self.assertEqual(os.listdir(self.path("far")), ["behind"])
         os.symlink("round", self.path("round"))
-        status, text, line = self.run_calibration("save", self.path("round"))
+        status, text, line = self.run_calibration("save", "--empty", self.path("round"))
         self.assertEqual((status, text, line.count("\n")), (1, "", 1), line)
         self.assertTrue(line.startswith(f"orlo: {self.path('round')}: "), line)
         self.assertEqual(os.readlink(self.path("round")), "round")
@@ -130,7 +158,7 @@ class Calibration(OrloCase):
             ("a text", ["verify", self.path("text")], self.path("text"), "damaged"),
             ("settings are missing", ["verify", self.write("a", DISPLAY, RAMP)], self.path("a"), "missing"),
             ("a ramp is missing", ["install", self.write("b", SETTINGS, DISPLAY)], self.path("b"), "missing"),
-            ("a name too long", ["save", self.path("n" * 256)], self.path("n" * 256), "status -43"),
+            ("a name too long", ["save", "--empty", self.path("n" * 256)], self.path("n" * 256), "status -43"),
         ]
         for note, arguments, about, words in rows:
             with self.subTest(note):

@@ -5,6 +5,7 @@ Usage: TEST.py ORLO TEST_DATA [--sanitised] [unittest arguments]
 
 import ctypes
 import os
+import re
 import select
 import shutil
 import signal
@@ -61,6 +62,7 @@ def start_server(case, *command, **how):
                               preexec_fn=lambda: libc.prctl(1, signal.SIGTERM), **how)  # PR_SET_PDEATHSIG
     case.addCleanup(server.wait)
     case.addCleanup(server.terminate)
+    return server
 
 
 CONFIGURATION = """
@@ -94,13 +96,13 @@ EndSection
 """
 
 
-def start_display(case):
+def start_display(case, depth=24):
     """A real X server with three outputs, of which one is on; it is what DISPLAY names until the test ends."""
     with open(case.path("xorg.conf"), "w", encoding="ascii") as file:
-        file.write(CONFIGURATION)
+        file.write(CONFIGURATION.replace("Depth 24", f"Depth {depth}"))
     ends = os.pipe()
     case.addCleanup(os.close, ends[0])
-    start_server(case, "/usr/lib/xorg/Xorg", "-displayfd", str(ends[1]), "-config", case.path("xorg.conf"), "-noreset", "-novtswitch", "-sharevts",
+    server = start_server(case, "/usr/lib/xorg/Xorg", "-displayfd", str(ends[1]), "-config", case.path("xorg.conf"), "-noreset", "-novtswitch", "-sharevts",
                  "-nolisten", "tcp", "-logfile", case.path("xorg.log"), pass_fds=[ends[1]])
     os.close(ends[1])
     number = b""
@@ -111,6 +113,36 @@ def start_display(case):
         number += digit
     os.environ["DISPLAY"] = f":{number.decode().strip()}"
     case.addCleanup(os.environ.pop, "DISPLAY", None)
+    return server
+
+
+class XClient:
+    """Another client of the X server, for what no tool of the system does: properties of outputs that are not there yet."""
+
+    INTEGER = 19
+
+    def __init__(self):
+        self.xcb, self.randr = ctypes.CDLL("libxcb.so.1"), ctypes.CDLL("libxcb-randr.so.0")
+        for function, result in ((self.xcb.xcb_connect, ctypes.c_void_p), (self.xcb.xcb_intern_atom_reply, ctypes.POINTER(ctypes.c_uint32)),
+                                 (self.xcb.xcb_intern_atom, ctypes.c_uint), (self.randr.xcb_randr_change_output_property_checked, ctypes.c_uint),
+                                 (self.xcb.xcb_request_check, ctypes.c_void_p)):
+            function.restype = result
+        self.connection = ctypes.c_void_p(self.xcb.xcb_connect(None, None))
+
+    def close(self):
+        self.xcb.xcb_disconnect(self.connection)
+
+    def atom(self, name):
+        cookie = self.xcb.xcb_intern_atom(self.connection, 0, len(name), name.encode())
+        return self.xcb.xcb_intern_atom_reply(self.connection, ctypes.c_uint(cookie), None)[2]
+
+    def set_output_property(self, output, name, data):
+        verbose = subprocess.run(["xrandr", "--verbose"], capture_output=True, check=True).stdout.decode()
+        number = int(re.search(rf"^{output} .*?Identifier: (0x[0-9a-f]+)", verbose, re.MULTILINE | re.DOTALL).group(1), 16)
+        cookie = self.randr.xcb_randr_change_output_property_checked(
+            self.connection, ctypes.c_uint32(number), ctypes.c_uint32(self.atom(name)), ctypes.c_uint32(self.INTEGER), ctypes.c_uint8(8), ctypes.c_uint8(0),
+            ctypes.c_uint32(len(data)), data)
+        assert self.xcb.xcb_request_check(self.connection, ctypes.c_uint(cookie)) is None
 
 
 class OrloCase(unittest.TestCase):

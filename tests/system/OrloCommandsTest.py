@@ -136,7 +136,7 @@ class Reading(CommandsCase):
         match = self.arguments("match", self.path("in.png"), self.path("out.png"))[1:]
         for arguments, expected in ((["--version"], False), (["settings", "list"], False), (["displays"], False), (["--help"], False), (match, True)):
             with self.subTest(arguments[:2]):
-                done = subprocess.run([OrloCommand.ORLO, *arguments], capture_output=True, check=True, env={**os.environ, "LD_DEBUG": "libs"})
+                done = subprocess.run([OrloCommand.ORLO, *arguments], capture_output=True, check=False, env={**os.environ, "LD_DEBUG": "libs"})
                 self.assertEqual(b"libvips" in done.stderr, expected)
 
     def test_a_full_disk_under_standard_output_is_told(self):

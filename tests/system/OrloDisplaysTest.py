@@ -3,10 +3,34 @@
 
 import json
 import os
+import select
+import signal
+import struct
 import subprocess
+import time
+import xml.etree.ElementTree
 
 import OrloCommand
-from OrloCommand import OrloCase, start_display
+from OrloCommand import PATIENCE, SRGB, SYSTEM_PROFILES, OrloCase, XClient, cmyk_printer, start_display
+
+BLUISH = f"{SYSTEM_PROFILES}/colord/Bluish.icc"  # with calibration curves
+
+
+def identification(serial, model):
+    """What a display of that serial number and model says of itself."""
+    data = bytearray(128)
+    data[:12] = bytes.fromhex("00ffffffffffff0010acc1a0")
+    data[12:16] = struct.pack("<I", serial)
+    data[54:72] = b"\0\0\0\xfc\0" + (model.encode() + b"\n").ljust(13)[:13]
+    return bytes(data)
+
+
+def identify(output, data):
+    """What the output says from now on, as when a display is plugged in."""
+    client = XClient()
+    client.set_output_property(output, "EDID", data)
+    client.close()
+
 
 class DisplayCase(OrloCase):
     def orlo(self, *arguments, status=0):
@@ -28,17 +52,30 @@ class WithoutDisplays(DisplayCase):
         os.environ.pop("DISPLAY", None)
 
     def test_there_are_none(self):
-        self.assertEqual(self.orlo("displays"), "no displays\n")
-        self.assertEqual(json.loads(self.orlo("displays", "--json")), {"displays": []})
-        for verb in (("show",), ("plot",), ("save", self.path("ramp")), ("linear",), ("reset",)):
-            self.assert_refused(("gamma", *verb), "displays", "DISPLAY names an X server", 3)
+        for words in (("gamma", "show"), ("gamma", "plot"), ("gamma", "save", self.path("ramp")), ("gamma", "linear"), ("gamma", "reset"),
+                      ("gamma", "verify"), ("gamma", "adjust"), ("displays",), ("displays", "--json"), ("displays", "unassign"), ("displays", "keep"),
+                      ("displays", "keep", "--once"), ("displays", "assign", SRGB)):
+            self.assert_refused(words, "displays", "DISPLAY names none; run it in an X session", 3)
         self.assertFalse(os.path.exists(self.path("ramp")))
+
+    def test_why_is_told(self):
+        os.environ["WAYLAND_DISPLAY"] = "wayland-0"
+        self.addCleanup(os.environ.pop, "WAYLAND_DISPLAY", None)
+        for words in (("displays",), ("gamma", "load", "x"), ("displays", "keep"), ("calibration", "save"), ("calibration", "install")):
+            self.assert_refused(words, "displays", "this is a Wayland session, where no program but the compositor can load ramps", 3)
+        os.environ["DISPLAY"] = ":987"
+        self.addCleanup(os.environ.pop, "DISPLAY", None)
+        self.assert_refused(("displays",), "displays", "the X server ':987' that DISPLAY names does not answer", 3)
 
 
 class WithDisplays(DisplayCase):
     def setUp(self):
         super().setUp()
-        start_display(self)
+        self.start_three()
+
+    def start_three(self, depth=24):
+        """A server with three displays, which no earlier one of the test knows."""
+        self.server = start_display(self, depth)
         for arguments in (("--addmode", "DUMMY1", "1280x1024"), ("--output", "DUMMY1", "--mode", "1280x1024", "--right-of", "DUMMY0"),
                           ("--addmode", "DUMMY2", "1024x768"), ("--output", "DUMMY2", "--mode", "1024x768", "--pos", "0x1080")):
             subprocess.run(["xrandr", *arguments], check=True, capture_output=True)
@@ -53,9 +90,31 @@ class WithDisplays(DisplayCase):
         self.assertEqual(places, [(1, True, 0, 0, 1920, 1080, 32, 8, 256), (2, False, 1920, 0, 1280, 1024, 32, 8, 256),
                                   (3, False, 0, 1080, 1024, 768, 32, 8, 256)])
         self.assertEqual(len({d["identifier"] for d in displays}), 3)
+        self.assertEqual([d["output"] for d in displays], ["DUMMY0", "DUMMY1", "DUMMY2"])
+        self.assertEqual([(d["make"], d["model"], d["serial"], d["profile"], d["ramp"]) for d in displays], [(None, None, None, None, "straight")] * 3)
         lines = self.orlo("displays").splitlines()
-        self.assertEqual(len(lines), 3)
-        self.assertRegex(lines[0], r"^ 1 main  [0-9A-F-]{36}  1920 x 1080 at 0,0  depth 32, 8 bits a sample, 256 ramp entries$")
+        self.assertEqual(lines[0], "1  DUMMY0 (main): a display without identification")
+        self.assertRegex(lines[1], r"^   identifier  [0-9A-F-]{36}$")
+        self.assertEqual(lines[2:5], ["   picture     1920 x 1080 at 0,0, depth 32, 8 bits a sample", "   profile     none",
+                                      "   ramp        straight, 256 entries"])
+
+    def test_displays_are_named_in_every_way(self):
+        identify("DUMMY1", identification(4711, "Studio 24"))
+        identify("DUMMY2", identification(12, "Studio 27"))
+        displays = json.loads(self.orlo("displays", "--json"))["displays"]
+        self.assertEqual([(d["make"], d["model"], d["serial"]) for d in displays], [(None, None, None), ("DEL", "Studio 24", "4711"), ("DEL", "Studio 27", "12")])
+        self.assertIn("2  DUMMY1: Studio 24 (DEL), serial number 4711\n", self.orlo("displays"))
+        for name in ("2", "DUMMY1", "dummy1", "Studio 24", "studio 24", "DEL Studio 24", displays[1]["identifier"], displays[1]["identifier"].lower()):
+            self.assertEqual(json.loads(self.orlo("gamma", "show", "--json", "--display", name))["display"], "DUMMY1", name)
+        # Several: both are meant, or it is refused.
+        self.orlo("gamma", "adjust", "--invert", "--display", "DUMMY2", "--display=Studio 24", "--display", "2")
+        ramps = {d["output"]: d["ramp"] for d in json.loads(self.orlo("displays", "--json"))["displays"]}
+        self.assertEqual(ramps, {"DUMMY0": "straight", "DUMMY1": "other", "DUMMY2": "other"})
+        self.assert_refused(("gamma", "show", "--display", "1", "--display", "2"), "--display", "several displays are named: DUMMY0, DUMMY1")
+        self.assert_refused(("displays", "--display", "1", "keep"), "--display", "it stands before 'keep'")
+        identify("DUMMY2", identification(12, "Studio 24"))
+        self.assert_refused(("gamma", "show", "--display", "Studio 24"), "--display", "name one by its output: DUMMY1, DUMMY2")
+        self.assertEqual(len(json.loads(self.orlo("displays", "--json", "--display", "2", "--display", "3"))["displays"]), 2)
 
     def test_ramps_are_saved_and_loaded(self):
         bent = [[min(65535, round(65535 * (i / 255) ** g)) for i in range(256)] for g in (0.8, 1.0, 1.3)]
@@ -90,32 +149,200 @@ class WithDisplays(DisplayCase):
         rising = [257 * i for i in range(256)]
         self.assertEqual(self.ramp(), [rising[::-1], rising, rising])
 
+    def test_ramps_of_every_kind_of_file_are_loaded(self):
+        bent = [[round(65535 * (i / 255) ** g) for i in range(256)] for g in (0.8, 1.0, 1.3)]
+        rows = list(zip(*bent))
+        entries = {"lines": "".join(f"{r}\t{g} {b}\n" for r, g, b in rows), "csv": "".join(f"{r},{g},{b}\n" for r, g, b in rows),
+                   "titles": "red;green;blue\n" + "".join(f"{r};{g};{b}\n" for r, g, b in rows),
+                   "decimals": "".join(f"{r / 65535:.6f}, {g / 65535:.6f}, {b / 65535:.6f}\n" for r, g, b in rows)}
+        for name, text in list(entries.items()):
+            entries[f"{name} of another system"] = "\ufeff" + text.replace("\n", "\r\n")
+        sets = "".join(f"{i / 255:.7f} {r / 65535:.7f} {g / 65535:.7f} {b / 65535:.7f}\n" for i, (r, g, b) in enumerate(rows))
+        entries["display.cal"] = ('CAL    \n\nDESCRIPTOR "A calibration"\nKEYWORD "DEVICE_CLASS"\nDEVICE_CLASS "DISPLAY"\n\nNUMBER_OF_FIELDS 4\n'
+                                  f"BEGIN_DATA_FORMAT\nRGB_I RGB_R RGB_G RGB_B\nEND_DATA_FORMAT\n\nNUMBER_OF_SETS 256\nBEGIN_DATA\n{sets}END_DATA\n")
+        for name, text in entries.items():
+            with self.subTest(name):
+                with open(self.path(name), "w", encoding="utf-8", newline="") as out:
+                    out.write(text)
+                self.orlo("gamma", "linear", "--display", "2")
+                before = self.ramp("2")
+                self.orlo("gamma", "load", self.path(name), "--display", "2", "--dry-run")
+                self.assertEqual(self.ramp("2"), before)
+                self.orlo("gamma", "load", self.path(name), "--display", "2")
+                self.assertEqual(self.ramp("2"), bent)
+                self.orlo("gamma", "verify", self.path(name), "--display", "2", "--tolerance", "0")
+        # Another program reads the ramp back, and its own file of it is taken.
+        self.orlo("gamma", "load", self.path("lines"))
+        subprocess.run(["dispwin", "-s", self.path("theirs.cal")], check=True, capture_output=True)
+        self.orlo("gamma", "linear")
+        self.orlo("gamma", "load", self.path("theirs.cal"))
+        self.assertEqual(self.ramp("1"), bent)
+        seen = subprocess.run(["dispwin", "-V", self.path("theirs.cal")], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=True).stdout
+        self.assertIn(b"IS loaded", seen)
+        self.orlo("gamma", "save", self.path("saved.csv"), "--display", "2")
+        with open(self.path("saved.csv"), encoding="ascii") as saved:
+            self.assertEqual(saved.readlines()[:2], ["red,green,blue\n", f"{bent[0][0]},{bent[1][0]},{bent[2][0]}\n"])
+        document = self.path("document")
+        self.orlo("calibration", "save", document)
+        self.orlo("gamma", "reset")
+        self.orlo("gamma", "load", document, "--display", "2")
+        self.assertEqual(self.ramp("2"), bent)
+        self.orlo("gamma", "load", BLUISH, "--display", "3")
+        red, _, blue = self.ramp("3")
+        self.assertLess(red[255], blue[255] - 5000)
+
+    def test_files_that_are_no_whole_ramps_are_refused(self):
+        head = "CAL\n\nNUMBER_OF_FIELDS 4\nBEGIN_DATA_FORMAT\nRGB_I RGB_R RGB_G RGB_B\nEND_DATA_FORMAT\nNUMBER_OF_SETS 2\nBEGIN_DATA\n"
+        rows = {"falling": (head + "1 0 0 0\n0 1 1 1\nEND_DATA\n", "do not grow"), "cut": (head + "0 0 0 0\n1 1 1\n", "not whole"),
+                "no number": (head + "0 0 0 0\n1 1 one 1\nEND_DATA\n", "'one' is no number"), "no set": (head + "END_DATA\n", "0 lines"),
+                "grey": (head.replace("RGB_", "W_"), "no field RGB_I"), "mixed": ("2 2 2\n0.5 0.5 0.5\n", "others are above 1"),
+                "twice titled": ("red green blue\nred green blue\n1 1 1\n2 2 2\n", "line 2"), "infinite": ("0 0 0\ninf inf inf\n1 1 1\n", "line 2"),
+                "zeros": ("\0" * 64, "damaged")}
+        for name, (text, wrong) in rows.items():
+            with self.subTest(name):
+                with open(self.path(name), "w", encoding="ascii") as out:
+                    out.write(text)
+                self.assert_refused(("gamma", "load", self.path(name)), self.path(name), wrong)
+
+    def test_ramps_are_compared_with_a_tolerance(self):
+        self.orlo("gamma", "linear", "--display", "1", "--display", "2", "--display", "3")
+        self.assertIn("DUMMY1: expected straight; found, exactly\n", self.orlo("gamma", "verify"))
+        bent = [257 * i + (300 if i == 99 else 0) for i in range(256)]
+        with open(self.path("bent"), "w", encoding="ascii") as out:
+            out.write("".join(f"{257 * i} {v} {257 * i}\n" for i, v in enumerate(bent)))
+        self.orlo("gamma", "load", self.path("bent"), "--display", "2")
+        done = subprocess.run([OrloCommand.ORLO, "gamma", "verify", "--json"], capture_output=True, check=False)
+        told = json.loads(done.stdout)
+        self.assertEqual((done.returncode, done.stderr.decode()),
+                         (1, "orlo: DUMMY1: its ramp is not straight; orlo displays keep --once puts ramps in their places\n"))
+        self.assertEqual(told["displays"][1], {"display": "DUMMY1", "expected": "straight", "largestDifference": 300, "channel": "green", "entry": 99,
+                                               "matches": False})
+        self.assertEqual((told["matches"], told["tolerance"], told["displays"][0]["matches"]), (False, 257, True))
+        self.assertIn("found, off by up to 300 of 65535, in green at entry 99", self.orlo("gamma", "verify", "--tolerance", "300"))
+        self.orlo("gamma", "verify", self.path("bent"), "--display", "2", "--tolerance", "0")
+
+    def test_ramps_are_adjusted(self):
+        self.orlo("gamma", "linear")
+        self.orlo("gamma", "adjust", "--gamma", "2,1,0.5", "--contrast", "0.8", "--brightness=0.1,0,-0.1")
+        expected = [[round(65535 * min(1, max(0, 0.8 * (i / 255) ** (1 / g) + b))) for i in range(256)] for g, b in ((2, 0.1), (1, 0), (0.5, -0.1))]
+        for actual, wanted in zip(self.ramp(), expected):
+            self.assertTrue(all(abs(a - w) <= 1 for a, w in zip(actual, wanted)))
+        before = self.ramp()
+        told = json.loads(self.orlo("gamma", "adjust", "--invert", "--dry-run", "--json"))
+        self.assertEqual(self.ramp(), before)
+        self.assertEqual([told["displays"][0][c] for c in ("red", "green", "blue")], [channel[::-1] for channel in before])
+        self.assertTrue(told["dryRun"])
+        self.orlo("gamma", "adjust", "--invert")
+        self.assertEqual(self.ramp(), [channel[::-1] for channel in before])
+
+    def test_profiles_are_assigned_for_good_and_taken_away(self):
+        identify("DUMMY1", identification(4711, "Studio 24"))
+        os.chdir(os.path.dirname(BLUISH))
+        self.addCleanup(os.chdir, "/")
+        self.assertIn("would be assigned", self.orlo("displays", "assign", "Bluish.icc", "--display", "2", "--dry-run"))
+        self.assertIsNone(json.loads(self.orlo("displays", "--json"))["displays"][1]["profile"])
+        told = self.orlo("displays", "assign", "Bluish.icc", "--display", "studio 24")
+        self.assertIn("by properties of the output and the root window, as no colour manager took it; it is remembered; its ramp is the profile's\n", told)
+
+        def second():
+            found = json.loads(self.orlo("displays", "--json", "--display", "Studio 24"))["displays"][0]
+            return found["profile"] and found["profile"]["from"], found["ramp"]
+
+        self.assertEqual(second(), ("output", "profile"))
+        subprocess.run(["xrandr", "--output", "DUMMY1", "--primary"], check=True)
+        ramp = self.ramp("Studio 24")
+        self.orlo("gamma", "reset")
+        self.assertEqual(self.ramp("Studio 24"), ramp)
+        self.assertEqual(self.ramp("DUMMY0"), [[257 * i for i in range(256)]] * 3)
+        # In a new session the display is found at another output.
+        self.start_three()
+        identify("DUMMY2", identification(4711, "Studio 24"))
+        self.assertEqual(second(), ("remembered", "straight"))
+        self.orlo("displays", "keep", "--once")
+        self.assertEqual(second(), ("output", "profile"))
+        self.assertEqual(self.ramp("DUMMY2"), ramp)
+        self.assertEqual(self.orlo("displays", "unassign", "--display", "Studio 24"), "DUMMY2: no profile; its ramp is straight\n")
+        self.assertEqual(second(), (None, "straight"))
+
+    def test_documents_hold_in_a_new_session(self):
+        identify("DUMMY1", identification(4711, "Studio 24"))
+        self.orlo("gamma", "adjust", "--gamma", "1.5", "--display", "Studio 24")
+        ramp = self.ramp("Studio 24")
+        self.orlo("calibration", "save")
+        self.start_three()
+        identify("DUMMY1", identification(4711, "Studio 24"))
+        self.assertIn("DUMMY1: expected 1280 x 1024, depth 32; found 1280 x 1024, depth 32;", self.orlo("calibration", "verify"))
+        told = json.loads(self.orlo("calibration", "verify", "--json"))
+        self.assertEqual([(d["output"], d["model"], d["found"], d["fit"]) for d in told["displays"]][1],
+                         ("DUMMY1", "Studio 24", {"width": 1280, "height": 1024, "depth": 32}, True))
+        self.orlo("displays", "keep", "--once")
+        self.assertEqual(self.ramp("Studio 24"), ramp)
+        self.assertEqual(json.loads(self.orlo("displays", "--json", "--display", "2"))["displays"][0]["ramp"], "document")
+        # A display that has another size now is told by its name, and nothing is loaded.
+        self.orlo("gamma", "linear", "--display", "2")
+        subprocess.run(["xrandr", "--output", "DUMMY2", "--mode", "1280x1024"], check=False, capture_output=True)
+        subprocess.run(["xrandr", "--addmode", "DUMMY2", "1280x1024"], check=True)
+        subprocess.run(["xrandr", "--output", "DUMMY2", "--mode", "1280x1024"], check=True)
+        done = subprocess.run([OrloCommand.ORLO, "calibration", "verify", "--json"], capture_output=True, check=False)
+        self.assertEqual((done.returncode, json.loads(done.stdout)["fit"]), (2, False))
+        self.assertIn(b"DUMMY2 has another size than when it was saved", done.stderr)
+        self.assertIn("DUMMY2 has another size", self.orlo("calibration", "install", status=2))
+        self.assertEqual(self.ramp("2"), [[257 * i for i in range(256)]] * 3)
+        self.assertIn("is not used", self.orlo("displays"))
+
+    def test_nothing_is_lost_on_a_full_disk(self):
+        for words in (("gamma", "show"), ("gamma", "plot"), ("gamma", "verify"), ("displays",), ("displays", "keep", "--once"),
+                      ("calibration", "save", self.path("document"))):
+            with open("/dev/full", "wb") as full:
+                done = subprocess.run([OrloCommand.ORLO, *words], stdout=full, stderr=subprocess.PIPE, check=False)
+            self.assertEqual(done.returncode, 1, (words, done.stderr))
+            self.assertIn(b"standard output: it cannot be written", done.stderr)
+
     def test_plots(self):
         self.orlo("gamma", "linear")
         rows = self.orlo("gamma", "plot").splitlines()
-        self.assertEqual(len(rows), 21)
-        self.assertTrue(rows[0].startswith("65535 |") and rows[0].endswith("*"), rows[0])
-        self.assertTrue(rows[19].startswith("    0 |*"), rows[19])
+        self.assertEqual((len(rows), rows[0]), (22, "DUMMY0"))
+        self.assertTrue(rows[1].startswith("65535 |") and rows[1].endswith("*"), rows[1])
+        self.assertTrue(rows[20].startswith("    0 |*"), rows[20])
         with open(self.path("bent.txt"), "w", encoding="ascii") as out:
             out.write("".join(f"{min(65535, i * 280)} {i * 257} {i * i}\n" for i in range(256)))
         self.orlo("gamma", "load", self.path("bent.txt"))
         self.orlo("gamma", "plot", self.path("plot.png"))
         picture = self.read(self.path("plot.png"))
-        self.assertEqual((picture.width, picture.height, picture.bands, picture.depth), (560, 560, 3, 8))
+        self.assertEqual((picture.width, picture.height, picture.bands, picture.depth), (640, 640, 3, 8))
+
+        def pixel(x, y):
+            return picture.samples[3 * (640 * y + x):3 * (640 * y + x) + 3]
 
         def reddish(x, y):
-            red, green, blue = picture.samples[3 * (560 * y + x):3 * (560 * y + x) + 3]
+            red, green, blue = pixel(x, y)
             return red > green + 50 and red > blue + 50
 
         # Half way along red stands at 128 x 280 of 65535, counted from the bottom of the frame.
-        middle = round(24 + 512 * (1 - 127.5 * 280 / 65535))
-        self.assertTrue(any(reddish(24 + 256, y) for y in range(middle - 2, middle + 3)))
-        self.assertFalse(any(reddish(24 + 256, y) for y in range(middle + 30, 536)))
+        middle = round(64 + 512 * (1 - 127.5 * 280 / 65535))
+        self.assertTrue(any(reddish(84 + 256, y) for y in range(middle - 2, middle + 3)))
+        self.assertFalse(any(reddish(84 + 256, y) for y in range(middle + 30, 576)))
+        # The name above the frame, numbers beside and below it, and the legend in it are there.
+        for left, top, right, bottom in ((84, 10, 160, 30), (30, 56, 80, 72), (580, 580, 610, 600), (140, 70, 170, 90)):
+            self.assertTrue(any(sum(pixel(x, y)) < 300 for x in range(left, right) for y in range(top, bottom)), (left, top))
+
+    def test_plots_as_drawings(self):
+        identify("DUMMY1", identification(1, "A<B> & C"))
+        self.orlo("gamma", "plot", self.path("plot.svg"), "--display", "2")
+        drawing = xml.etree.ElementTree.parse(self.path("plot.svg")).getroot()
+        space = "{http://www.w3.org/2000/svg}"
+        texts = [text.text for text in drawing.iter(space + "text")]
+        for text in ("DUMMY1 (A<B> & C)", "gamma ramp of 256 entries", "input in per cent", "output of 65535", "0", "50", "100", "32768", "65535", "red", "green",
+                     "blue", "straight"):
+            self.assertIn(text, texts)
+        lines = [line.get("points").split() for line in drawing.iter(space + "polyline")]
+        self.assertEqual([len(line) for line in lines], [256] * 3)
+        self.assertEqual((lines[0][0], lines[0][-1].split(",")[0]), ("84.0,576.0", "596.0"))
 
     def test_refusals_change_nothing(self):
         before = [self.ramp(display) for display in "123"]
         missing, short, wrong, long, folder, pipe = (self.path(name) for name in ("missing", "short", "wrong", "long", "folder", "pipe"))
-        for path, text in ((short, "1 2 3\n"), (wrong, "0 0 0\n1 2 three\n"), (long, "1 2 3\n" * 257), (self.path("large"), "0 0 0\n1 2 65536\n"),
+        for path, text in ((short, "1 2 3\n"), (wrong, "0 0 0\n1 2 three\n"), (long, "1 2 3\n" * 4097), (self.path("large"), "0 0 0\n1 2 65536\n"),
                            (self.path("four"), "0 0 0 0\n1 1 1 1\n"), (self.path("empty"), "")):
             with open(path, "w", encoding="ascii") as out:
                 out.write(text)
@@ -123,16 +350,19 @@ class WithDisplays(DisplayCase):
         os.mkfifo(pipe)
         rows = [
             (("gamma", "load", missing), missing, "no such file", 3), (("gamma", "load", self.path("empty")), self.path("empty"), "orlo gamma save"),
-            (("gamma", "load", short), short, "2 to 256"), (("gamma", "load", long), long, "2 to 256"), (("gamma", "load", wrong), wrong, "line 2"),
+            (("gamma", "load", short), short, "2 to 4096"), (("gamma", "load", long), long, "2 to 4096"), (("gamma", "load", wrong), wrong, "line 2"),
             (("gamma", "load", self.path("large")), self.path("large"), "line 2"), (("gamma", "load", self.path("four")), self.path("four"), "line 1"),
             (("gamma", "load", folder), folder, "orlo gamma save"), (("gamma", "load", pipe), pipe, "not a file of its own"),
-            (("gamma", "load", "/dev/zero"), "/dev/zero", "not a file of its own"), (("gamma", "show", "--display", "4"), "--display", "1 to 3", 3),
-            (("gamma", "show", "--display", "one"), "--display", "1 to 3", 3), (("gamma", "show", "--display"), "--display", "missing"),
+            (("gamma", "load", "/dev/zero"), "/dev/zero", "not a file of its own"), (("gamma", "show", "--display", "4"), "--display", "use DUMMY0, DUMMY1, DUMMY2", 3),
+            (("gamma", "show", "--display", "one"), "--display", "orlo displays tells more", 3), (("gamma", "show", "--display"), "--display", "missing"),
             (("gamma",), "gamma", "show, plot, save"), (("gamma", "bend"), "gamma", "show, plot, save"), (("gamma", "load"), "gamma load", "--help"),
             (("gamma", "show", "more"), "more", "--help"), (("gamma", "plot", self.path("plot.jpg")), self.path("plot.jpg"), ".png"),
             (("gamma", "plot", self.path("no/plot.png")), self.path("no/plot.png"), "folder", 3),
-            (("gamma", "reset", "--display", "1"), "--display", "no such option"), (("gamma", "--fast"), "--fast", "--help"),
-            (("displays", "all"), "all", "too many"), (("displays", "--display", "1"), "--display", "no such option"),
+            (("gamma", "--fast"), "--fast", "--help"), (("displays", "all"), "displays", "assign, unassign or keep"),
+            (("gamma", "adjust", "--gamma", "0"), "--gamma", "0.1 to 10"), (("gamma", "adjust", "--gamma", "1,2"), "--gamma", "three with commas"),
+            (("gamma", "adjust", "--contrast", "x"), "--contrast", "0 to 10"), (("gamma", "verify", "--tolerance", "-1"), "--tolerance", "0 to 65535"),
+            (("displays", "assign", missing), missing, "no such file", 3), (("displays", "assign", wrong), wrong, "no profile"),
+            (("displays", "assign", cmyk_printer()), cmyk_printer(), "no profile of a display"), (("gamma", "load", SRGB), SRGB, "no calibration curves"),
         ]
         for arguments, about, right, *status in rows:
             with self.subTest(arguments):
@@ -156,8 +386,90 @@ class WithDisplays(DisplayCase):
         self.assertIn("2 of 3 displays", self.orlo("calibration", "install", document))
         self.assertEqual(self.ramp("2"), bent)
 
+    def start_keeping(self):
+        """The loader at work; whoever asks for its next line gets it."""
+        keeper = subprocess.Popen([OrloCommand.ORLO, "displays", "keep", "--json"], stdout=subprocess.PIPE)
+        self.addCleanup(keeper.stdout.close)
+        self.addCleanup(keeper.wait)
+        self.addCleanup(keeper.kill)
+        self.assertEqual(self.next_event(keeper)["event"], "keeping")
+        return keeper
+
+    def next_event(self, keeper):
+        self.assertTrue(select.select([keeper.stdout], [], [], PATIENCE)[0], "nothing was told")
+        return json.loads(keeper.stdout.readline())
+
+    def wait_for(self, condition):
+        end = time.monotonic() + PATIENCE
+        while not condition() and time.monotonic() < end:
+            time.sleep(0.1)
+        self.assertTrue(condition())
+
+    def test_ramps_and_profiles_are_kept(self):
+        identify("DUMMY1", identification(4711, "Studio 24"))
+        straight = [[257 * i for i in range(256)]] * 3
+        self.orlo("gamma", "linear", "--display", "1", "--display", "2", "--display", "3")
+        self.orlo("displays", "assign", BLUISH, "--display", "2")
+        ramp = self.ramp("2")
+        self.orlo("gamma", "linear", "--display", "2")
+        keeper = self.start_keeping()
+        told = self.next_event(keeper)
+        self.assertEqual((told["display"], told["event"], told["ramp"]), ("DUMMY1", "ramp", "profile"))
+        self.assertEqual(self.ramp("2"), ramp)
+        # Unplugged, and plugged in elsewhere; the server then gives it a ramp of its own.
+        subprocess.run(["xrandr", "--output", "DUMMY1", "--off"], check=True)
+        identify("DUMMY1", identification(0, ""))
+        identify("DUMMY2", identification(4711, "Studio 24"))
+        self.wait_for(lambda: self.ramp("DUMMY2") == ramp)
+        # Another mode, and another display that is the primary one.
+        subprocess.run(["xrandr", "--addmode", "DUMMY2", "1280x1024"], check=True)
+        subprocess.run(["xrandr", "--output", "DUMMY2", "--mode", "1280x1024", "--primary", "--gamma", "2:1:1"], check=True)
+        self.wait_for(lambda: self.ramp("DUMMY2") == ramp)
+        self.assertEqual(self.ramp("DUMMY0"), straight)
+        # A profile that is taken away.
+        self.orlo("displays", "unassign", "--display", "DUMMY2")
+        subprocess.run(["xrandr", "--output", "DUMMY0", "--gamma", "1:2:1"], check=True)
+        self.wait_for(lambda: self.ramp("DUMMY0") == straight and self.ramp("DUMMY2") == straight)
+        keeper.send_signal(signal.SIGTERM)
+        self.assertEqual(keeper.wait(PATIENCE), 0)
+
+    def test_what_others_do_is_undone_three_times(self):
+        self.orlo("gamma", "linear", "--display", "1", "--display", "2", "--display", "3")
+        keeper = self.start_keeping()
+        straight = self.ramp("1")
+        for _ in range(3):
+            self.orlo("gamma", "adjust", "--invert")
+            self.wait_for(lambda: self.ramp("1") == straight)
+        self.assertEqual([self.next_event(keeper)["event"]], ["changed"])
+        self.orlo("gamma", "adjust", "--invert")
+        told = self.next_event(keeper)
+        self.assertEqual((told["event"], told["display"]), ("left-alone", "DUMMY0"))
+        self.assertEqual(self.ramp("1"), [channel[::-1] for channel in straight])
+        # With the display everything begins anew.
+        subprocess.run(["xrandr", "--output", "DUMMY0", "--mode", "1280x1024"], check=True)
+        self.wait_for(lambda: self.ramp("1") == straight)
+
+    def test_keeping_ends_with_the_server(self):
+        keeper = self.start_keeping()
+        self.server.terminate()
+        self.assertEqual(keeper.wait(PATIENCE), 0)
+
+    def test_long_ramps_lose_nothing(self):
+        self.start_three(depth=30)
+        bent = [[(i * 7919 + c) % 65536 for i in range(1024)] for c in range(3)]
+        with open(self.path("bent"), "w", encoding="ascii") as out:
+            out.write("".join(f"{r} {g} {b}\n" for r, g, b in zip(*bent)))
+        self.orlo("gamma", "load", self.path("bent"))
+        self.assertEqual(self.ramp(), bent)
+        self.orlo("gamma", "save", self.path("saved"))
+        self.orlo("gamma", "linear")
+        self.assertEqual(self.ramp(), [[round(65535 * i / 1023) for i in range(1024)]] * 3)
+        self.orlo("gamma", "load", self.path("saved"), "--display", "2")
+        self.assertEqual(self.ramp("2"), bent)
+        self.assertEqual(json.loads(self.orlo("displays", "--json"))["displays"][0]["rampEntries"], 1024)
+
     def test_help(self):
-        for words in (("displays", "--help"), ("gamma", "-h")):
+        for words in (("displays", "--help"), ("gamma", "-h"), ("displays", "keep", "--help")):
             self.assertIn("Usage: orlo", self.orlo(*words))
 
 

@@ -1,0 +1,108 @@
+#include "orlo/CalibrationDocument.h"
+
+#include <algorithm>
+#include <climits>
+#include <utility>
+#include <vector>
+
+#include "images/Complaint.h"
+#include "orlo/Ramps.h"
+
+namespace {
+
+std::string PathOf(CFURLRef url) {
+    UInt8 path[PATH_MAX];
+    return url && CFURLGetFileSystemRepresentation(url, true, path, sizeof path) ? reinterpret_cast<const char*>(path) : "?";
+}
+
+}  // namespace
+
+std::string StatusText(OSErr status) {
+    return "status " + std::to_string(status);
+}
+
+std::string CountOfDisplays(int count) {
+    return std::to_string(count) + (count == 1 ? " display" : " displays");
+}
+
+DocumentPlace PlaceOfFile(const std::string& file) {
+    const Owned<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(file.data()),
+                                                                      static_cast<CFIndex>(file.size()), false));
+    if (!url) throw Complaint{file, "it is no name of a file", "name a file"};
+    DocumentPlace place{file, {}, Owned<CFStringRef>(CFURLCopyLastPathComponent(url.Get()))};
+    const Owned<CFURLRef> folder(CFURLCreateCopyDeletingLastPathComponent(kCFAllocatorDefault, url.Get()));
+    if (!place.name) throw Complaint{file, "its name is not UTF-8", "give it another name"};
+    if (!folder || !CFURLGetFSRef(folder.Get(), &place.folder))
+        throw Complaint{file, "its folder is not there", "make the folder first", Exit::NotThere};
+    return place;
+}
+
+std::unique_ptr<DocumentPlace> PlaceOfUsersDocument(bool makeFolder) {
+    auto place = std::make_unique<DocumentPlace>();
+    if (FSFindFolder(kUserDomain, kPreferencesFolderType, makeFolder, &place->folder) != 0) return nullptr;
+    place->name = Owned<CFStringRef>::Retain(CFSTR("Orlo Monitor Calibration"));
+    const Owned<CFURLRef> folder(CFURLCreateFromFSRef(kCFAllocatorDefault, &place->folder));
+    place->shown = PathOf(folder.Get()) + "/Orlo Monitor Calibration";
+    return place;
+}
+
+OSErr FindDocument(const DocumentPlace& place, FSRef* file) {
+    std::vector<UniChar> name(static_cast<size_t>(CFStringGetLength(place.name.Get())));
+    for (size_t i = 0; i < name.size(); ++i) name[i] = CFStringGetCharacterAtIndex(place.name.Get(), static_cast<CFIndex>(i));
+    return FSMakeFSRefUnicode(&place.folder, name.size(), name.data(), 0, file);
+}
+
+std::unique_ptr<MonitorCalibration> ReadDocument(const DocumentPlace& place) {
+    FSRef file;
+    bool sane = false;
+    OSErr status = FindDocument(place, &file);
+    if (status == 0) status = CheckResourceForkSanity(&file, &sane);
+    if (status == kStatusFileNotFound) throw Complaint{place.shown, "there is no such document", "save one first", Exit::NotThere};
+    if (status != 0) throw Complaint{place.shown, "it cannot be read (" + StatusText(status) + ")", "a file that may be read is needed"};
+    if (!sane) throw Complaint{place.shown, "it is damaged, or no calibration document", "save it again"};
+    std::unique_ptr<MonitorCalibration> document;
+    try {
+        document = std::make_unique<MonitorCalibration>(&file);
+    } catch (long) {
+        throw Complaint{place.shown, "a part of it is missing", "save it again"};
+    }
+    if (!document->IsValid())
+        throw Complaint{place.shown, "it cannot be opened (" + StatusText(ResError()) + ")", "a file that may be read is needed"};
+    return document;
+}
+
+std::vector<DocumentDisplay> DisplaysOfDocument(const MonitorCalibration& document, const std::vector<KnownDisplay>& connected) {
+    std::vector<DocumentDisplay> displays;
+    for (int16_t i = 0; i < document.NumGammaTables(); ++i) {
+        DocumentDisplay display{.number = document.DisplayRef(i), .expected = document.StoredInfo(i)};
+        display.ramp = RampOfTable(document.GammaTable(i));
+        const auto found = std::ranges::find(connected, display.number, &KnownDisplay::number);
+        if (found != connected.end()) display.found = *found;
+        displays.push_back(std::move(display));
+    }
+    return displays;
+}
+
+std::map<CGDirectDisplayID, RampEntries> RampsOfUsersDocument(const std::vector<KnownDisplay>& connected, std::string* wrong) {
+    std::map<CGDirectDisplayID, RampEntries> ramps;
+    wrong->clear();
+    const auto place = PlaceOfUsersDocument(false);
+    FSRef file;
+    if (!place || FindDocument(*place, &file) != 0) return ramps;
+    try {
+        const auto document = ReadDocument(*place);
+        for (const DocumentDisplay& display : DisplaysOfDocument(*document, connected)) {
+            if (!display.found) continue;
+            if (!display.IsFit()) {
+                *wrong =
+                    place->shown + ": " + display.found->Name() + (display.ramp ? " has another depth or size now" : ": its ramp fits no display");
+                return {};
+            }
+            ramps[display.number] = *display.ramp;
+        }
+    } catch (const Complaint& complaint) {
+        *wrong = complaint.about + ": " + complaint.wrong;
+        return {};
+    }
+    return ramps;
+}

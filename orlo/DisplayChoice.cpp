@@ -1,0 +1,102 @@
+#include "orlo/DisplayChoice.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+
+#include "images/Complaint.h"
+
+namespace {
+
+std::string SmallLetters(std::string text) {
+    std::ranges::transform(text, text.begin(), [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+    return text;
+}
+
+/// Why there are no displays here.
+Complaint NoDisplays() {
+    const char *display = std::getenv("DISPLAY"), *wayland = std::getenv("WAYLAND_DISPLAY");
+    const bool isNamed = display && *display;
+    if (!isNamed && wayland && *wayland) {
+        return {"displays", "this is a Wayland session, where no program but the compositor can load ramps",
+                "choose the profile in the desktop's settings, or log in to an X session", Exit::NotThere};
+    }
+    if (!isNamed) return {"displays", "ramps are loaded through an X server, and DISPLAY names none", "run it in an X session", Exit::NotThere};
+    if (!IsDisplayServerThere()) {
+        return {"displays", std::string("the X server '") + display + "' that DISPLAY names does not answer, or has no ramps",
+                "run it in an X session", Exit::NotThere};
+    }
+    return {"displays", "no display is switched on", "connect one", Exit::NotThere};
+}
+
+std::vector<KnownDisplay> AllDisplays() {
+    std::vector<KnownDisplay> displays;
+    for (int index = 1; index <= MC_NumDisplays(); ++index) {
+        KnownDisplay display{.number = MC_GetIndexedDisplay(index), .index = index};
+        MC_GetDisplayIdentity(display.number, &display.identity);
+        MC_GetDisplayInfo(display.number, &display.info);
+        displays.push_back(display);
+    }
+    return displays;
+}
+
+std::string NamesOf(const std::vector<KnownDisplay>& displays) {
+    std::string names;
+    for (const KnownDisplay& display : displays) names += (names.empty() ? "" : ", ") + display.Name();
+    return names;
+}
+
+KnownDisplay Find(const std::string& name, const std::vector<KnownDisplay>& displays) {
+    const std::string wanted = SmallLetters(name);
+    using Answers = std::string (*)(const KnownDisplay&);
+    constexpr Answers kAnswers[] = {
+        [](const KnownDisplay& display) { return std::to_string(display.index); },
+        [](const KnownDisplay& display) { return display.Name(); },
+        [](const KnownDisplay& display) { return std::string(display.identity.identifier); },
+        [](const KnownDisplay& display) { return std::string(display.identity.model); },
+        [](const KnownDisplay& display) { return std::string(display.identity.make) + " " + display.identity.model; },
+    };
+    for (const Answers answer : kAnswers) {
+        std::vector<KnownDisplay> found;
+        std::ranges::copy_if(displays, std::back_inserter(found),
+                             [&](const KnownDisplay& display) { return SmallLetters(answer(display)) == wanted; });
+        if (found.size() == 1) return found.front();
+        if (found.size() > 1) throw Complaint{"--display", "several displays are '" + name + "'", "name one by its output: " + NamesOf(found)};
+    }
+    throw Complaint{"--display", "there is no display '" + name + "'", "use " + NamesOf(displays) + "; orlo displays tells more", Exit::NotThere};
+}
+
+}  // namespace
+
+bool IsDisplayServerThere() {
+    uint32_t count = 0;
+    return CGGetActiveDisplayList(0, nullptr, &count) == 0;
+}
+
+std::vector<KnownDisplay> ActiveDisplays() {
+    std::vector<KnownDisplay> displays = AllDisplays();
+    if (displays.empty()) throw NoDisplays();
+    // The X server inside a compositor keeps ramps that never reach a display.
+    if (std::ranges::all_of(displays, [](const KnownDisplay& display) { return display.Name().starts_with("XWAYLAND"); })) {
+        throw Complaint{"displays", "this X server is a Wayland compositor's, where no other program can load ramps",
+                        "choose the profile in the desktop's settings, or log in to an X session", Exit::NotThere};
+    }
+    return displays;
+}
+
+std::vector<KnownDisplay> ChooseDisplays(const std::vector<std::string>& names) {
+    const std::vector<KnownDisplay> displays = ActiveDisplays();
+    if (names.empty()) return {displays.front()};
+    std::vector<KnownDisplay> chosen;
+    for (const std::string& name : names) chosen.push_back(Find(name, displays));
+    std::ranges::sort(chosen, {}, &KnownDisplay::index);
+    const auto repeated = std::ranges::unique(chosen, {}, &KnownDisplay::index);
+    chosen.erase(repeated.begin(), repeated.end());
+    return chosen;
+}
+
+KnownDisplay ChooseDisplay(const std::vector<std::string>& names) {
+    const std::vector<KnownDisplay> chosen = ChooseDisplays(names);
+    if (chosen.size() > 1) throw Complaint{"--display", "several displays are named: " + NamesOf(chosen), "name one"};
+    return chosen.front();
+}
