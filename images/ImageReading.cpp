@@ -43,7 +43,7 @@ std::optional<ImageFormat> FormatOfContents(int descriptor) {
     return std::nullopt;
 }
 
-ImageHold Decode(VipsSource* source, ImageFormat format, VipsAccess access) {
+ImageHold Decode(VipsSource* source, ImageFormat format, VipsAccess access, int page) {
     VipsImage* image = nullptr;
     // A short or damaged file is an error; a harmless oddity, such as an unknown tag, is not.
     constexpr VipsFailOn kFailOn = VIPS_FAIL_ON_ERROR;
@@ -52,13 +52,21 @@ ImageHold Decode(VipsSource* source, ImageFormat format, VipsAccess access) {
             vips_pngload_source(source, &image, "access", access, "fail_on", kFailOn, nullptr);
             break;
         case ImageFormat::Tiff:
-            vips_tiffload_source(source, &image, "access", access, "fail_on", kFailOn, nullptr);
+            vips_tiffload_source(source, &image, "access", access, "fail_on", kFailOn, "page", page - 1, nullptr);
             break;
         case ImageFormat::Jpeg:
             vips_jpegload_source(source, &image, "access", access, "fail_on", kFailOn, nullptr);
             break;
     }
     return ImageHold(image);
+}
+
+/// Throws Complaint when a page is asked for that a readable file does not have.
+void RequirePage(VipsSource* source, ImageFormat format, const std::string& path, int page) {
+    const ImageHold first = Decode(source, format, VIPS_ACCESS_SEQUENTIAL, 1);
+    const int pages = first ? vips_image_get_n_pages(first.get()) : page;
+    if (page > pages)
+        throw Complaint{path, "it has " + std::to_string(pages) + (pages == 1 ? " page" : " pages"), "name a page that is there", Exit::NotThere};
 }
 
 }  // namespace
@@ -72,10 +80,18 @@ void StartVips() {
 }
 
 void ComplainOfDamage(const std::string& path) {
-    throw Complaint{path, "the image is damaged or cut short", "a whole PNG, TIFF or JPEG image is needed"};
+    // The first line says what went wrong first.
+    std::string reason = vips_error_buffer();
+    reason = reason.substr(0, reason.find('\n'));
+    throw Complaint{path, "the image is damaged or cut short, or its form is not supported" + (reason.empty() ? "" : " (" + reason + ")"),
+                    "a whole PNG, TIFF or JPEG image of 8 or 16 bits is needed"};
 }
 
-ImageHold OpenImage(const std::string& path, bool upright) {
+int PagesOf(VipsImage* image) {
+    return vips_image_get_n_pages(image);
+}
+
+ImageHold OpenImage(const std::string& path, bool upright, int page) {
     // Without waiting for the other end of a pipe, which is refused.
     const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (file.Number() < 0) {
@@ -90,7 +106,8 @@ ImageHold OpenImage(const std::string& path, bool upright) {
 
     const VipsHold<VipsSource> source(vips_source_new_from_descriptor(file.Number()));
     if (!source) ComplainOfDamage(path);
-    ImageHold image = Decode(source.get(), *format, upright ? VIPS_ACCESS_RANDOM : VIPS_ACCESS_SEQUENTIAL);
+    ImageHold image = Decode(source.get(), *format, upright ? VIPS_ACCESS_RANDOM : VIPS_ACCESS_SEQUENTIAL, page);
+    if (page > 1 && (*format != ImageFormat::Tiff || !image)) RequirePage(source.get(), *format, path, page);
     if (!image) ComplainOfDamage(path);
     if (!upright) return image;
 

@@ -21,11 +21,15 @@ void StartVips();
 
 /// Opens a PNG, TIFF or JPEG file, told by its first bytes, for reading from top to bottom: pixels are decoded as they are asked for.
 ///
+/// page      from 1; only TIFF files have more than one
 /// upright   true: turned as the file's orientation tag says. A turned image is held as a whole, by libvips in a temporary file when it is
 ///           large.
 ///
 /// Throws Complaint. A file that is damaged further down is found out only when its pixels are asked for.
-ImageHold OpenImage(const std::string& path, bool upright);
+ImageHold OpenImage(const std::string& path, bool upright, int page = 1);
+
+/// How many pages the file of the image has.
+int PagesOf(VipsImage* image);
 
 /// Throws Complaint for anything but grey, RGB or CMYK of 8 or 16 bits.
 ImageShape ExamineImage(VipsImage* image, const std::string& path);

@@ -17,6 +17,8 @@ ChosenProfile Open(const std::string& path, const char* needed) {
     const Owned<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()),
                                                                       static_cast<CFIndex>(path.size()), FALSE));
     FSRef file;
+    std::error_code none;
+    if (std::filesystem::is_directory(path, none)) throw Complaint{path, "it is a folder", needed};
     if (!url || !CFURLGetFSRef(url.Get(), &file)) throw Complaint{path, "there is no such file", needed, Exit::NotThere};
 
     ChosenProfile chosen;

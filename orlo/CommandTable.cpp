@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <iterator>
 #include <sstream>
 
@@ -56,4 +57,10 @@ double RealFrom(const std::string& about, const std::string& value, double least
         return std::string(digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), limit).ptr);
     };
     throw Complaint{about, "'" + value + "' is not a value of it", "use a number from " + text(least) + " to " + text(most)};
+}
+
+long WholeFrom(const std::string& about, const std::string& value, long least, long most) {
+    const double number = RealFrom(about, value, static_cast<double>(least), static_cast<double>(most));
+    if (number != std::floor(number)) throw Complaint{about, "'" + value + "' is not a value of it", "use a whole number"};
+    return static_cast<long>(number);
 }

@@ -53,6 +53,9 @@ inline auto Into(std::string& to) {
 /// The number; throws Complaint for what is none, or none of that range.
 double RealFrom(const std::string& about, const std::string& value, double least, double most);
 
+/// The same for a whole number.
+long WholeFrom(const std::string& about, const std::string& value, long least, long most);
+
 inline auto SwitchOn(bool& to) {
     return [&to](const std::string&) { to = true; };
 }

@@ -139,6 +139,8 @@ void Run(Asked asked, const std::string& command, const Showing& showing) {
     std::snprintf(figures.data(), figures.size(), ": %d x %d pixels, %d bits, ", report.width, report.height, report.depth);
     std::string line = command + ": " + request.input + " -> " + request.output + figures.data() + report.from + " to " + report.to + ", " +
                        StoredText(taken) + ConditionsText(request.conditions);
+    if (report.pages > 1) line += ", page " + std::to_string(request.page) + " of " + std::to_string(report.pages);
+    if (!report.note.empty()) line += ", " + report.note;
     if (request.operation == Operation::Gamut) {
         std::snprintf(figures.data(), figures.size(), ", %.2f %% out of gamut", 100 * report.marked);
         line += figures.data();
@@ -153,6 +155,8 @@ void Run(Asked asked, const std::string& command, const Showing& showing) {
                  {"stored", taken},          {"conditions", JsonOf(request.conditions)},
                  {"seconds", seconds}};
     if (request.operation == Operation::Gamut) told["marked"] = report.marked;
+    if (report.pages > 1) told["page"] = request.page, told["pages"] = report.pages;
+    if (!report.note.empty()) told["note"] = report.note;
     showing.Tell(told, line);
 }
 
@@ -187,6 +191,8 @@ Command ImageCommand(const About& row) {
         add({"--difference", "", "OUTPUT is a grey map of the differences: white is 25.5 or more, so that a level of 8 bits is 0.1",
              [request](const std::string&) { request->gamutForm = GamutForm::Difference; }});
     }
+    add({"--page", "NUMBER", "which page of a TIFF file that has several; 1 unless given",
+         [request](const std::string& value) { request->page = static_cast<int>(WholeFrom("--page", value, 1, 65535)); }});
     add({"--depth", "8|16", "bits of a sample of OUTPUT. Default: those of INPUT; a mask and JPEG have 8, reference RGB has 16",
          [request](const std::string& value) { request->depth = value == "8" ? 8 : 16; }});
     add({"--compression", "lzw|deflate|none", "of a TIFF file; lzw unless given, none is the fastest", [request](const std::string& value) {
@@ -197,7 +203,8 @@ Command ImageCommand(const About& row) {
         " \"stored\": [\"monitor\", \"printer\", \"proofer\"] as far as they came from the store,\n"
         " \"conditions\": null, or with --session {\"intent\", \"flare\", \"contrast\", \"aOffset\", \"bOffset\", \"adaptToPaper\",\n"
         "   \"fixedMonitorWhite\", \"fixedPrinterWhite\"},\n"
-        " \"seconds\"; gamut: \"marked\": 0..1, the share of the pixels}";
+        " \"seconds\"; gamut: \"marked\": 0..1, the share of the pixels;\n"
+        " \"page\" and \"pages\" of an input with several; \"note\": what could not be done beside the picture}";
     command.examples = {row.example};
     command.run = [asked, name = command.name](const Showing& showing) { Run(*asked, name, showing); };
     return command;

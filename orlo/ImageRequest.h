@@ -14,6 +14,7 @@ struct ImageRequest {
     std::string monitor, printer, proofer;       // profile files; empty: none, which a printer may be where none is needed
     std::optional<StoredConditions> conditions;  // a session's; nothing: the devices as they are
     std::optional<int> quality;                  // 0, 1 or 2
+    int page = 1;                                // of an input with several
     std::optional<int> depth;                    // 8 or 16
     std::optional<TiffCompression> compression;
     bool printerGamut = false;
@@ -27,5 +28,7 @@ struct ImageRequest {
 struct ImageReport {
     int width = 0, height = 0, depth = 0;
     std::string from, to;  // names of profiles, or what the picture holds else
+    int pages = 1;         // of the input
+    std::string note;      // what could not be done beside the picture; empty: all was
     double marked = 0;     // share of the pixels that are out of gamut
 };

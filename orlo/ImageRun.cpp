@@ -10,6 +10,7 @@
 #include "images/FourCharCodes.h"
 #include "images/ImageReading.h"
 #include "images/ImageWriting.h"
+#include "images/Metadata.h"
 #include "images/ProfileChoice.h"
 #include "images/SourceColour.h"
 #include "orlo/ImageModule.h"
@@ -126,9 +127,14 @@ extern "C" __attribute__((visibility("default"))) void OrloRunImage(const ImageR
     if (!request.proofer.empty()) proofer = ChooseProofer(request.proofer);
     const Owned<ColorSyncProfileRef> reference = OpenReferenceProfile();
 
-    ImageHold image = OpenImage(request.input, false);
+    ImageHold image = OpenImage(request.input, false, request.page);
+    bool isTurned = false;
+    const int pages = PagesOf(image.get());
     // PNG has no place for the orientation that TIFF and JPEG keep in a tag.
-    if (format == ImageFormat::Png && vips_image_get_orientation(image.get()) > 1) image = OpenImage(request.input, true);
+    if (format == ImageFormat::Png && vips_image_get_orientation(image.get()) > 1) {
+        image = OpenImage(request.input, true, request.page);
+        isTurned = true;
+    }
     RunPlan plan;
     plan.operation = request.operation;
     std::atomic<uint64_t> marked = 0;
@@ -168,6 +174,10 @@ extern "C" __attribute__((visibility("default"))) void OrloRunImage(const ImageR
     if (conversion.InputFailed()) ComplainOfDamage(request.input);
     if (conversion.OperationFailed()) throw Complaint{request.input, "its colours cannot be converted", "other profiles are needed"};
     if (!written) file.ComplainOfWriting();
+    // libvips carries it between files of one kind, but for TIFF.
+    const bool sameKind = format == FormatOfName(request.input) && format != ImageFormat::Tiff;
+    const std::string reason = sameKind || request.operation == Operation::Gamut ? "" : CarryMetadata(request.input, file.TemporaryPath(), isTurned);
+    if (!reason.empty()) report->note = "camera data is not carried over (" + reason + ")";
     file.Commit();
 
     report->width = vips_image_get_width(image.get());
@@ -175,5 +185,6 @@ extern "C" __attribute__((visibility("default"))) void OrloRunImage(const ImageR
     report->depth = form.shape.depth;
     report->from = plan.toReference ? source.profileName : deviceName;
     report->to = request.operation == Operation::Gamut ? NameOfGamutPicture(request) : ProfileName(form.profile);
+    report->pages = pages;
     report->marked = static_cast<double>(marked) / (static_cast<double>(report->width) * report->height);
 }

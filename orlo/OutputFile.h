@@ -18,6 +18,8 @@ public:
     int Descriptor() const { return descriptor_; }
     /// Writes the text, and nothing else, and commits. Throws Complaint.
     void WriteWhole(const std::string& text);
+    /// Where it is written until then.
+    const std::string& TemporaryPath() const { return temporary_; }
     /// Puts the file in the target's place, with its permissions. Throws Complaint.
     void Commit();
     [[noreturn]] void ComplainOfWriting() const;

@@ -1,12 +1,14 @@
 #!/usr/bin/env python3
 """What orlo writes for each kind of image: bands, depth, profile, alpha, metadata, names."""
 
+import json
 import os
+import shutil
 import subprocess
 
 import OrloCommand
 from OrloCommand import ADOBE_RGB, GREY, SRGB, OrloCase, bytes_of, cmyk_printer, photograph, reference_profile, rgb_printer
-from OrloImages import tiff_tag, write_png, write_tiff
+from OrloImages import run_tool, tiff_tag, write_png, write_tiff
 
 RAMP = [[(x * 9 + y * 40 + c * 60) % 256 for x in range(24) for c in range(3)] for y in range(6)]
 RAMP_16 = [[v * 257 for v in row] for row in RAMP]
@@ -180,6 +182,43 @@ class Metadata(OrloCase):
         self.assertEqual((png.width, png.height), (6, 24))
         # Orientation 6: the first row becomes the last column.
         self.assertEqual([png.samples[(y * 6 + 5) * 3] for y in range(24)], list(tiff.band(0)[:24]))
+
+    # What a photograph tells, by the names that exiv2 knows it by.
+    TOLD = {"Exif.Image.Make": "Orlo Works", "Exif.Image.Copyright": "A. Painter", "Exif.Photo.ExposureTime": "1/250", "Exif.GPSInfo.GPSAltitude": "300/1",
+            "Iptc.Application2.Caption": "A rocket", "Xmp.dc.format": "image/jpeg"}
+
+    def told(self, path):
+        lines = subprocess.run(["exiv2", "-PEIXkv", path], capture_output=True, check=False).stdout.decode().splitlines()
+        return dict(line.split(None, 1) for line in lines if " " in line.strip())
+
+    def test_what_the_camera_told_stays_in_every_kind(self):
+        source = self.path("photo.jpg")
+        shutil.copy(photograph("rocket.jpg"), source)
+        commands = [f"-Mset {key} {value}" for key, value in self.TOLD.items()]
+        subprocess.run(["exiv2", *commands, "-Mset Exif.Photo.ColorSpace 1", source], capture_output=True, check=True)
+        self.assertEqual({key: self.told(source)[key] for key in self.TOLD}, self.TOLD)
+        for path in ("photo.jpg>a.tif", "a.tif>b.tif", "b.tif>c.png", "c.png>d.tif", "d.tif>e.jpg", "e.jpg>f.jpg", "photo.jpg>g.png", "g.png>h.jpg"):
+            with self.subTest(path):
+                before, after = path.split(">")
+                self.run_orlo("match", self.path(before), after)
+                told = self.told(self.path(after))
+                self.assertEqual({key: told.get(key, "").strip() for key in self.TOLD}, self.TOLD)
+                self.assertEqual(told["Exif.Photo.ColorSpace"].strip(), "65535")
+                self.assertNotIn("Exif.Thumbnail.JPEGInterchangeFormat", told)
+
+    def test_a_page_of_several_is_told_and_can_be_chosen(self):
+        for number, level in ((1, 40), (2, 200)):
+            write_png(self.path(f"page{number}.png"), [[level] * 3 * 8] * 4, 8, 3)
+        run_tool("vips", "arrayjoin", f"{self.path('page1.png')} {self.path('page2.png')}", self.path("both.v"), "--across", "1")
+        run_tool("vips", "copy", self.path("both.v"), self.path("pages.tif") + "[page_height=4]")
+        arguments = self.arguments("match", self.path("pages.tif"), self.path("out.png"), monitor=SRGB)
+        done = subprocess.run([*arguments], capture_output=True, check=True)
+        self.assertIn(b", page 1 of 2, ", done.stdout)
+        first = self.read(self.path("out.png"))
+        told = json.loads(subprocess.run([*arguments, "--page=2", "--json"], capture_output=True, check=True).stdout)
+        second = self.read(self.path("out.png"))
+        self.assertEqual((told["page"], told["pages"], first.height, second.height), (2, 2, 4, 4))
+        self.assertLess(max(first.samples), min(second.samples))
 
     def test_the_claim_of_sRGB_in_the_camera_data_goes(self):
         source = self.vips("copy", photograph("hubble_deep_field.jpg"), "camera.jpg")

@@ -3,6 +3,7 @@
 
 import os
 import stat
+import struct
 import subprocess
 
 import OrloCommand
@@ -14,7 +15,7 @@ ROW = [[(x * 7 + c * 60) % 256 for x in range(64) for c in range(3)]] * 64
 
 class Refusals(OrloCase):
     # Whatever else is refused is wrong usage or bad input, and ends with 2.
-    STATUS = {"no such file": 3, "folder does not exist": 3, "none is stored": 3, "cannot be read": 1, "cannot be written": 1, "cannot be reached": 1,
+    STATUS = {"it has 1 page": 3, "no such file": 3, "folder does not exist": 3, "none is stored": 3, "cannot be read": 1, "cannot be written": 1, "cannot be reached": 1,
               "can be written in": 1}
 
     def setUp(self):
@@ -72,11 +73,26 @@ class Refusals(OrloCase):
             ("a TIFF without its directory", self.write("start.tif", bytes_of(self.path("whole.tif"))[:8]), "damaged"),
             ("Lab", lab, "neither"),
             ("real numbers", self.path("float.tif"), "8 nor 16 bits"),
+            ("12 bits", self.twelve_bits(), "its form is not supported (tiff2vips: samples_per_pixel not a whole number of bytes)"),
             ("five channels of RGB", self.path("five.tif"), "5 channels"),
         ]
         for note, source, word in rows:
             with self.subTest(note):
                 self.assert_refused(self.match(source), source, word)
+
+    def twelve_bits(self):
+        """A TIFF file of two grey lines of four samples."""
+        entries = [(256, 3, 4), (257, 3, 2), (258, 3, 12), (259, 3, 1), (262, 3, 1), (273, 4, 122), (277, 3, 1), (278, 3, 2), (279, 4, 12)]
+        directory = b"".join(struct.pack("<HHI", tag, kind, 1) + struct.pack("<HH" if kind == 3 else "<I", *([value, 0] if kind == 3 else [value]))
+                             for tag, kind, value in entries)
+        return self.write("twelve.tif", struct.pack("<2sHIH", b"II", 42, 8, len(entries)) + directory + bytes(4) + bytes(range(12)))
+
+    def test_a_page_that_is_not_there(self):
+        write_tiff(self.path("one.tif"), ROW, 8, 3)
+        for source in (self.path("one.tif"), self.path("good.png")):
+            self.assert_refused(self.match(source, None, "--page", "2"), source, "it has 1 page")
+        for value in ("0", "1.5", "two"):
+            self.assert_refused(self.match(None, None, "--page", value), "--page", value)
 
     def as_nobody(self):
         """How to run the command as somebody whom file permissions bind."""
@@ -142,7 +158,7 @@ class Refusals(OrloCase):
         lut_only = cmyk_printer()
         rows = [
             ("--monitor", missing, "no such file"), ("--monitor", text, "ICC profile"), ("--monitor", cut, "ICC profile"),
-            ("--monitor", self.folder, ""), ("--monitor", large, "20 MiB"), ("--monitor", lut_only, "matrix model"),
+            ("--monitor", self.folder, "it is a folder"), ("--monitor", large, "20 MiB"), ("--monitor", lut_only, "matrix model"),
             ("--monitor", GREY, "matrix model"),
             ("--printer", missing, "no such file"), ("--printer", text, "ICC profile"), ("--printer", ADOBE_RGB, "'mntr'"),
             ("--printer", link, "'link'"), ("--printer", NAMED_COLOURS, "'nmcl'"),

@@ -6,6 +6,7 @@ import json
 import os
 import struct
 import subprocess
+import unittest.mock
 
 import OrloCommand
 from OrloCommand import ADOBE_RGB, APPLE_RGB, GREY, SRGB, OrloCase, bytes_of, cmyk_printer, photograph, reference_profile, rgb_printer
@@ -219,7 +220,6 @@ class Values(OrloCase):
             self.assertEqual((done.returncode, done.stderr), (0, b""))
             results.add(bytes(self.read(self.path("out.tif")).samples))
         self.assertEqual(len(results), 1)
-
 
     def test_short_curves_are_read_as_they_are_drawn(self):
         os.mkdir(self.path("tmp"))
