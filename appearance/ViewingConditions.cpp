@@ -120,14 +120,14 @@ void UseAdjustedMonitor(const MatchingData& data, const ViewingConditions& condi
 
 }  // namespace
 
-void DirectICCSetViewingConditions(MatchingData* data, uint32_t renderingIntent, const ViewingConditions* conditions) {
+OSErr BendMonitor(MatchingData* data, uint32_t renderingIntent, const ViewingConditions& conditions) {
     ICC_ShaperMatrix working = {};
     int status = CopyCurves(data->monitorShaper, &working);
     if (status == 0) {
         if (renderingIntent == kRenderingIntent3) {
             UseUnadjustedMonitor(*data, &working);
         } else {
-            UseAdjustedMonitor(*data, *conditions, &working);
+            UseAdjustedMonitor(*data, conditions, &working);
         }
         status = BuildReverseTables(&working);
     }
@@ -138,4 +138,9 @@ void DirectICCSetViewingConditions(MatchingData* data, uint32_t renderingIntent,
         data->monitorTables = nullptr;
     }
     DeleteShaperMatrix(&working);
+    return static_cast<OSErr>(status);
+}
+
+void DirectICCSetViewingConditions(MatchingData* data, uint32_t renderingIntent, const ViewingConditions* conditions) {
+    BendMonitor(data, renderingIntent, *conditions);
 }

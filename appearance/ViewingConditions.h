@@ -19,3 +19,8 @@ typedef struct ViewingConditions {
 CM_EXPORT void DirectICCSetViewingConditions(MatchingData* data, uint32_t renderingIntent, const ViewingConditions* conditions);
 
 CM_C_END
+
+#ifdef __cplusplus
+/// DirectICCSetViewingConditions with a status: 0, or -108 with the model as it was. Used inside the library.
+OSErr BendMonitor(MatchingData* data, uint32_t renderingIntent, const ViewingConditions& conditions);
+#endif

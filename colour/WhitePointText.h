@@ -14,3 +14,9 @@ CM_C_BEGIN
 CM_EXPORT Boolean ExtractPCSXYZ(CFStringRef text, FixedXYZ* result);
 
 CM_C_END
+
+#ifdef __cplusplus
+/// ExtractPCSXYZ with a status, which tells a text without such a field from one that was not read for lack of memory: 0, or -108 with *found false.
+/// Used inside the library.
+OSErr ReadPCSXYZ(CFStringRef text, FixedXYZ* result, bool* found);
+#endif

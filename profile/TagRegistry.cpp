@@ -1,20 +1,37 @@
 #include "profile/TagRegistry.h"
 
+#include <new>
+
 #include "platform/BigEndian.h"
 #include "platform/Codes.h"
 #include "platform/Dispatch.h"
+#include "platform/MadeOnce.h"
 #include "platform/Owned.h"
 
 namespace {
 
-dispatch_once_t sRegistryOnce;
-dispatch_queue_t sRegistryQueue;
-CFMutableDictionaryRef sTagKeys;
+struct Registry {
+    dispatch_queue_t queue;
+    CFMutableDictionaryRef keys;  // used on the queue
+};
 
-void CreateRegistry(void*) {
-    sRegistryQueue = dispatch_queue_create("ICC Profile Tag Registry", DISPATCH_QUEUE_SERIAL);
-    // No key callbacks: the signature itself is the key, in a pointer's place.
-    sTagKeys = CFDictionaryCreateMutable(kCFAllocatorDefault, 0, nullptr, &kCFTypeDictionaryValueCallBacks);
+/// Null without memory; the next call tries again.
+Registry* TheRegistry() {
+    static constinit platform::MadeOnce<Registry> registry;
+    static dispatch_queue_t queue = nullptr;  // one that was made stays, as queues are never freed; guarded by the making
+    try {
+        return registry.Get([] {
+            if (!queue) queue = dispatch_queue_create("ICC Profile Tag Registry", DISPATCH_QUEUE_SERIAL);
+            // No key callbacks: the signature itself is the key, in a pointer's place.
+            Owned<CFMutableDictionaryRef> keys(CFDictionaryCreateMutable(kCFAllocatorDefault, 0, nullptr, &kCFTypeDictionaryValueCallBacks));
+            if (!queue || !keys) throw std::bad_alloc();
+            auto* const made = new Registry{queue, nullptr};
+            made->keys = keys.Detach();
+            return made;
+        });
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
 }
 
 bool IsASCII(uint32_t signature) {
@@ -22,6 +39,7 @@ bool IsASCII(uint32_t signature) {
 }
 
 struct Lookup {
+    CFMutableDictionaryRef keys;
     uint32_t signature;
     CFStringRef key;
 };
@@ -30,22 +48,22 @@ void FindOrAddKey(void* context) {
     auto* lookup = static_cast<Lookup*>(context);
     // NOLINTNEXTLINE(performance-no-int-to-ptr): never followed as a pointer.
     const auto* signature = reinterpret_cast<const void*>(uintptr_t{lookup->signature});
-    if (!CFDictionaryContainsKey(sTagKeys, signature)) {
+    if (!CFDictionaryContainsKey(lookup->keys, signature)) {
         UInt8 characters[4];
         WriteBigEndian32(lookup->signature, characters);
         const Owned<CFStringRef> key(CFStringCreateWithBytes(kCFAllocatorDefault, characters, 4, kCFStringEncodingASCII, FALSE));
-        if (key) CFDictionarySetValue(sTagKeys, signature, key.Get());
+        if (key) CFDictionarySetValue(lookup->keys, signature, key.Get());
     }
-    lookup->key = static_cast<CFStringRef>(CFDictionaryGetValue(sTagKeys, signature));
+    lookup->key = static_cast<CFStringRef>(CFDictionaryGetValue(lookup->keys, signature));
 }
 
 }  // namespace
 
 CFStringRef TagKey(uint32_t signature) {
-    dispatch_once_f(&sRegistryOnce, nullptr, CreateRegistry);
-    if (!sRegistryQueue || !sTagKeys) return nullptr;
-    Lookup lookup = {signature, nullptr};
-    dispatch_sync_f(sRegistryQueue, &lookup, FindOrAddKey);
+    const Registry* const registry = TheRegistry();
+    if (!registry) return nullptr;
+    Lookup lookup = {registry->keys, signature, nullptr};
+    dispatch_sync_f(registry->queue, &lookup, FindOrAddKey);
     return lookup.key;
 }
 

@@ -63,18 +63,19 @@ void RebuildAfterChange(void*) {
 /// A stored white and whether it is to be used.
 struct StoredWhite {
     FixedXYZ colour = {0, 0, 0};
-    Boolean use = false;
+    bool use = false;
 
     const FixedXYZ* InForce() const { return use ? &colour : nullptr; }
 };
 
-StoredWhite ReadStoredWhite(OSErr (*recall)(CFStringRef*, Boolean*)) {
-    StoredWhite white;
+/// 0, or -108: a white that cannot be read for lack of memory is not the same as none.
+OSErr ReadStoredWhite(OSErr (*recall)(CFStringRef*, Boolean*), StoredWhite* white) {
     CFStringRef text = nullptr;
-    recall(&text, &white.use);
+    Boolean use = false;
+    recall(&text, &use);
     const Owned<CFStringRef> owner(text);
-    if (white.use) white.use = ExtractPCSXYZ(text, &white.colour);
-    return white;
+    if (!use) return 0;
+    return text ? ReadPCSXYZ(text, &white->colour, &white->use) : kStatusNoMemory;
 }
 
 void RecallSettings() {
@@ -84,12 +85,14 @@ void RecallSettings() {
 }
 
 OSErr RebuildIfValid(const ICCProfileLocation& location) {
-    const OSErr status = ICC_Validate(&location);
+    OSErr status = ICC_Validate(&location);
     if (status != 0) return status;
     if (!location.printer) return 0;
 
-    const StoredWhite monitorWhite = ReadStoredWhite(ICC_RecallMonitorWhitepoint);
-    const StoredWhite printerWhite = ReadStoredWhite(ICC_RecallPrinterWhitepoint);
+    StoredWhite monitorWhite, printerWhite;
+    status = ReadStoredWhite(ICC_RecallMonitorWhitepoint, &monitorWhite);
+    if (status == 0) status = ReadStoredWhite(ICC_RecallPrinterWhitepoint, &printerWhite);
+    if (status != 0) return status;
     ICC_SetMonitorWhitepoint(monitorWhite.InForce());
     ICC_SetPrinterWhitepoint(printerWhite.InForce());
     ICC_RecallViewingConditions();

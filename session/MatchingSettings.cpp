@@ -80,7 +80,12 @@ OSErr BuildAndInstall(const ICCProfileLocation* location) {
     const AliasHandle profiles[3] = {location->monitor, location->printer, location->proofer};
     MatchingData* const data = LoadMatchingData(profiles, useProofer, WhiteInForce(sMonitorWhite), WhiteInForce(sPrinterWhite), &status);
     if (status != 0) return status;
-    DirectICCSetViewingConditions(data, sRenderingIntent, &sViewingConditions);
+    status = BendMonitor(data, sRenderingIntent, sViewingConditions);
+    if (status != 0) {
+        // A monitor that is not bent would be another one than was asked for.
+        DisposeMatchingData(data);
+        return status;
+    }
     status = SetDirectMatchingQuality(data, sMatchingQuality);
     // Deliberate: data that cannot have its tables is neither installed nor disposed of.
     if (status != 0) return status;
@@ -148,12 +153,14 @@ OSErr ICC_RecallViewingConditions(void) {
 
 OSErr ICC_RememberViewingConditions(void) {
     const Owned<CFMutableDictionaryRef> dictionary(CreatePreferencesDictionary());
-    if (!dictionary) return 0;
+    if (!dictionary) return kStatusNoMemory;
     AddRealToDictionary(dictionary.Get(), CFSTR("Flare"), sViewingConditions.flare);
     AddRealToDictionary(dictionary.Get(), CFSTR("Contrast"), sViewingConditions.contrast);
     AddRealToDictionary(dictionary.Get(), CFSTR("A Offset"), sViewingConditions.aOffset);
     AddRealToDictionary(dictionary.Get(), CFSTR("B Offset"), sViewingConditions.bOffset);
     AddBooleanToDictionary(dictionary.Get(), CFSTR("Use Printer"), sViewingConditions.usePrinter);
+    // An entry that found no room would be read as its default.
+    if (CFDictionaryGetCount(dictionary.Get()) != 5) return kStatusNoMemory;
     SetDictionaryPreference(CFSTR("Viewing Conditions"), dictionary.Get());
     return 0;
 }

@@ -179,6 +179,8 @@ AliasHandle GetFileLocationPreference(CFStringRef key) {
 void SetFileLocationPreference(AliasHandle alias, CFStringRef key, Boolean usePaths) {
     Owned<CFTypeRef> value;
     if (alias) value = usePaths ? CopyAliasAsURLText(alias) : CopyAliasAsBytes(alias);
+    // Bytes there always are: without memory for them what is stored stays.
+    if (alias && !usePaths && !value) return;
     StoreValue(key, value.Get());
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <new>
+#include <utility>
 
 namespace platform {
 
@@ -30,6 +31,19 @@ cmsPipeline* LinkPairs(cmsContext context, cmsUInt32Number count, cmsUInt32Numbe
         if (!pair || !cmsPipelineCat(linked.get(), pair.get())) return nullptr;
     }
     return linked.release();
+}
+
+/// Whether a copy of a pipeline has all that it has: without memory the library leaves a stage's data, matrix or offset out, and says nothing.
+bool IsWhole(const cmsPipeline* copy, const cmsPipeline* pipeline) {
+    const cmsStage* copied = cmsPipelineGetPtrToFirstStage(copy);
+    for (const cmsStage* stage = cmsPipelineGetPtrToFirstStage(pipeline); stage; stage = cmsStageNext(stage), copied = cmsStageNext(copied)) {
+        if (!copied || !cmsStageData(stage) != !cmsStageData(copied)) return false;
+        if (cmsStageType(stage) != cmsSigMatrixElemType) continue;
+        const auto* data = static_cast<const _cmsStageMatrixData*>(cmsStageData(stage));
+        const auto* copiedData = static_cast<const _cmsStageMatrixData*>(cmsStageData(copied));
+        if (!copiedData->Double || !data->Offset != !copiedData->Offset) return false;
+    }
+    return true;
 }
 
 // A context is used by one thread at a time, so that its locks have nothing to do. The library's own take memory, and it goes on without when there
@@ -88,7 +102,9 @@ void LcmsContext::Log(cmsContext context, cmsUInt32Number, const char* text) try
 cmsBool LcmsContext::OfferPipeline(cmsPipeline* pipeline) {
     const auto* context = static_cast<const LcmsContext*>(cmsGetContextUserData(cmsGetPipelineContextID(pipeline)));
     if (!context || !context->catch_) return FALSE;
-    context->catch_->pipeline.reset(cmsPipelineDup(pipeline));
+    LcmsPipeline copy(cmsPipelineDup(pipeline));
+    if (copy && !IsWhole(copy.get(), pipeline)) copy.reset();
+    context->catch_->pipeline = std::move(copy);
     return TRUE;
 }
 
