@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -51,6 +52,7 @@ std::string RampLine(const Kept& kept) {
 }
 
 std::string ProfileLine(const Kept& kept) {
+    if (kept.profile.empty()) return kept.display.Name() + ": applications find no other display's profile for it";
     return kept.display.Name() + ": applications find its profile " + OneLine(kept.profile) + " again";
 }
 
@@ -86,6 +88,8 @@ public:
     void Run() {
         // From now on an interrupt ends the loop, also one that comes before it runs.
         for (const int number : {SIGINT, SIGTERM, SIGHUP}) g_unix_signal_add(number, Stop, loop_);
+        // It goes on when nobody reads its lines any more.
+        signal(SIGPIPE, SIG_IGN);
         Surroundings::Look();
         CGDisplayRegisterReconfigurationCallback(DisplaysChanged, this);
         for (const char* const name : {"CMDeviceStateNotification", "CMDeviceProfilesNotification"}) {

@@ -25,7 +25,8 @@ enum class ProfileSource { kNobody = 0, kOutput = 1, kColourManager = 2, kWindow
 /// The bytes of the display's profile, which the caller releases; null, and kNobody, where it has none.
 CFDataRef CopyDisplayProfile(CGDirectDisplayID display, ProfileSource* source);
 
-/// Puts the profile that the display has where other applications look for it, if it is not there. A display without one needs nothing.
+/// Puts the profile that the display has where other applications look for it, if it is not there; for a display without one what was put there for
+/// another display goes.
 enum class Installed { kAlready, kNow, kFailed };
 Installed InstallDisplayProfile(CGDirectDisplayID display);
 

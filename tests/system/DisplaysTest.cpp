@@ -492,6 +492,9 @@ TEST_F(ProfilesOfDisplays, StayTheirsWhenAnotherBecomesThePrimaryOneOrIsUnplugge
     EXPECT_EQ(MC_InstallProfileForDisplay(MC_GetIndexedDisplay(1)), 1);
     EXPECT_EQ(client.Property("_ICC_PROFILE"), ReadFile(path));
     EXPECT_EQ(MC_InstallProfileForDisplay(MC_GetIndexedDisplay(1)), 0);
+    EXPECT_EQ(MC_InstallProfileForDisplay(MC_GetIndexedDisplay(2)), 1);
+    EXPECT_TRUE(client.Property("_ICC_PROFILE_1").empty());
+    EXPECT_EQ(MC_InstallProfileForDisplay(MC_GetIndexedDisplay(2)), 0);
 }
 
 TEST_F(ProfilesOfDisplays, AreFoundAgainInANewSession) {

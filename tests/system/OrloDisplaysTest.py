@@ -449,8 +449,13 @@ class WithDisplays(DisplayCase):
         subprocess.run(["xrandr", "--output", "DUMMY0", "--mode", "1280x1024"], check=True)
         self.wait_for(lambda: self.ramp("1") == straight)
 
-    def test_keeping_ends_with_the_server(self):
+    def test_keeping_goes_on_without_a_reader_and_ends_with_the_server(self):
         keeper = self.start_keeping()
+        keeper.stdout.close()
+        subprocess.run(["xrandr", "--output", "DUMMY2", "--off"], check=True)
+        subprocess.run(["xrandr", "--output", "DUMMY0", "--mode", "1280x1024", "--gamma", "2:1:1"], check=True)
+        self.wait_for(lambda: self.ramp("1") == [[257 * i for i in range(256)]] * 3)
+        self.assertIsNone(keeper.poll())
         self.server.terminate()
         self.assertEqual(keeper.wait(PATIENCE), 0)
 

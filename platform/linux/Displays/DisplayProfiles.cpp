@@ -124,7 +124,7 @@ Installed InstallDisplayProfile(CGDirectDisplayID display) {
         }();
         if (profile.source == ProfileSource::kRemembered) {
             installed = Assign(*output, RememberedFile(*output)) ? Installed::kNow : Installed::kFailed;
-        } else if (profile.bytes.empty() || ReadWindowProfile(*output) == profile.bytes) {
+        } else if (profile.bytes.empty() ? !HasStrayWindowProfile(*output) : ReadWindowProfile(*output) == profile.bytes) {
             installed = Installed::kAlready;
         } else if (WriteWindowProfile(*output, profile.bytes)) {
             installed = Installed::kNow;

@@ -405,6 +405,10 @@ Bytes ReadWindowProfile(const ServerOutput& output) {
     return isMarked && !std::equal(output.identifier.begin(), output.identifier.end(), mark.begin()) ? Bytes() : profile;
 }
 
+bool HasStrayWindowProfile(const ServerOutput& output) {
+    return ReadWindowProfile(output).empty() && !ReadRootProperty(WindowPropertyName(output.screen)).empty();
+}
+
 bool WriteWindowProfile(const ServerOutput& output, const Bytes& profile) {
     const std::string name = WindowPropertyName(output.screen);
     Bytes mark;

@@ -86,5 +86,7 @@ Bytes ReadOutputProfile(const ServerOutput& output);
 bool WriteOutputProfile(const ServerOutput& output, const Bytes& profile);
 Bytes ReadWindowProfile(const ServerOutput& output);
 bool WriteWindowProfile(const ServerOutput& output, const Bytes& profile);
+/// Whether such a one of another display stands under this output's number, where applications would take it for this display's.
+bool HasStrayWindowProfile(const ServerOutput& output);
 
 }  // namespace platform
