@@ -40,6 +40,14 @@ std::vector<KnownDisplay> AllDisplays() {
     return displays;
 }
 
+/// Whether the X server is one inside a Wayland compositor: what it keeps of ramps never reaches a display. Not all of them name their outputs so
+/// that it shows.
+bool IsInsideCompositor(const std::vector<KnownDisplay>& displays) {
+    const char *session = std::getenv("XDG_SESSION_TYPE"), *wayland = std::getenv("WAYLAND_DISPLAY");
+    if (session && std::string(session) == "wayland" && wayland && *wayland) return true;
+    return std::ranges::all_of(displays, [](const KnownDisplay& display) { return display.Name().starts_with("XWAYLAND"); });
+}
+
 std::string NamesOf(const std::vector<KnownDisplay>& displays) {
     std::string names;
     for (const KnownDisplay& display : displays) names += (names.empty() ? "" : ", ") + display.Name();
@@ -76,8 +84,7 @@ bool IsDisplayServerThere() {
 std::vector<KnownDisplay> ActiveDisplays() {
     std::vector<KnownDisplay> displays = AllDisplays();
     if (displays.empty()) throw NoDisplays();
-    // The X server inside a compositor keeps ramps that never reach a display.
-    if (std::ranges::all_of(displays, [](const KnownDisplay& display) { return display.Name().starts_with("XWAYLAND"); })) {
+    if (IsInsideCompositor(displays)) {
         throw Complaint{"displays", "this X server is a Wayland compositor's, where no other program can load ramps",
                         "choose the profile in the desktop's settings, or log in to an X session", Exit::NotThere};
     }

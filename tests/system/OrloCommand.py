@@ -154,7 +154,9 @@ class OrloCase(unittest.TestCase):
         # The user's own settings are neither read nor changed.
         os.environ["XDG_CONFIG_HOME"] = self.path("config")
         os.environ["DBUS_SYSTEM_BUS_ADDRESS"] = f"unix:path={self.path('no-system-bus')}"
-        os.environ.pop("DBUS_SESSION_BUS_ADDRESS", None)
+        # Nor is the session that the tests run in.
+        for name in ("DBUS_SESSION_BUS_ADDRESS", "WAYLAND_DISPLAY", "XDG_SESSION_TYPE"):
+            os.environ.pop(name, None)
 
     def start_bus(self):
         """A session bus of the test's own."""

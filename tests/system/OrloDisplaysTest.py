@@ -98,6 +98,16 @@ class WithDisplays(DisplayCase):
         self.assertEqual(lines[2:5], ["   picture     1920 x 1080 at 0,0, depth 32, 8 bits a sample", "   profile     none",
                                       "   ramp        straight, 256 entries"])
 
+    def test_a_wayland_session_has_no_ramps_behind_its_x_server(self):
+        for name, value in (("WAYLAND_DISPLAY", "wayland-0"), ("XDG_SESSION_TYPE", "wayland")):
+            self.orlo("gamma", "show")
+            os.environ[name] = value
+            self.addCleanup(os.environ.pop, name, None)
+        for words in (("displays",), ("gamma", "show"), ("displays", "keep"), ("calibration", "save", self.path("document"))):
+            line = self.orlo(*words, status=3)
+            self.assertIn("this X server is a Wayland compositor's, where no other program can load ramps", line)
+        self.assertFalse(os.path.exists(self.path("document")))
+
     def test_displays_are_named_in_every_way(self):
         identify("DUMMY1", identification(4711, "Studio 24"))
         identify("DUMMY2", identification(12, "Studio 27"))
