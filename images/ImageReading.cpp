@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr const char* kUsableImage = "a PNG, TIFF or JPEG image is needed";
+constexpr const char* kUsableImage = "an image of a kind that libvips loads is needed, such as PNG, TIFF or JPEG";
 
 class Descriptor {
 public:
@@ -43,11 +43,13 @@ std::optional<ImageFormat> FormatOfContents(int descriptor) {
     return std::nullopt;
 }
 
-ImageHold Decode(VipsSource* source, ImageFormat format, VipsAccess access, int page) {
+/// format   nothing: of a kind that libvips finds a loader for
+ImageHold Decode(VipsSource* source, std::optional<ImageFormat> format, VipsAccess access, int page) {
     VipsImage* image = nullptr;
     // A short or damaged file is an error; a harmless oddity, such as an unknown tag, is not.
     constexpr VipsFailOn kFailOn = VIPS_FAIL_ON_ERROR;
-    switch (format) {
+    if (!format) return ImageHold(vips_image_new_from_source(source, "", "access", access, "fail_on", kFailOn, nullptr));
+    switch (*format) {
         case ImageFormat::Png:
             vips_pngload_source(source, &image, "access", access, "fail_on", kFailOn, nullptr);
             break;
@@ -57,12 +59,14 @@ ImageHold Decode(VipsSource* source, ImageFormat format, VipsAccess access, int 
         case ImageFormat::Jpeg:
             vips_jpegload_source(source, &image, "access", access, "fail_on", kFailOn, nullptr);
             break;
+        default:
+            break;  // told by no first bytes here
     }
     return ImageHold(image);
 }
 
 /// Throws Complaint when a page is asked for that a readable file does not have.
-void RequirePage(VipsSource* source, ImageFormat format, const std::string& path, int page) {
+void RequirePage(VipsSource* source, std::optional<ImageFormat> format, const std::string& path, int page) {
     const ImageHold first = Decode(source, format, VIPS_ACCESS_SEQUENTIAL, 1);
     const int pages = first ? vips_image_get_n_pages(first.get()) : page;
     if (page > pages)
@@ -73,6 +77,8 @@ void RequirePage(VipsSource* source, ImageFormat format, const std::string& path
 
 void StartVips() {
     if (vips_init("orlo") != 0) throw Complaint{"libvips", "it cannot be started", "install it again", Exit::Failed};
+    // It takes nearly everything for an image.
+    vips_operation_block_set("VipsForeignLoadMagick", TRUE);
     // What libvips has to say about a file is said in one line here.
     g_log_set_handler(
         "VIPS", static_cast<GLogLevelFlags>(G_LOG_LEVEL_WARNING | G_LOG_LEVEL_INFO), [](const gchar*, GLogLevelFlags, const gchar*, gpointer) {},
@@ -84,7 +90,7 @@ void ComplainOfDamage(const std::string& path) {
     std::string reason = vips_error_buffer();
     reason = reason.substr(0, reason.find('\n'));
     throw Complaint{path, "the image is damaged or cut short, or its form is not supported" + (reason.empty() ? "" : " (" + reason + ")"),
-                    "a whole PNG, TIFF or JPEG image of 8 or 16 bits is needed"};
+                    "a whole image of 8 or 16 bits is needed"};
 }
 
 int PagesOf(VipsImage* image) {
@@ -102,12 +108,14 @@ ImageHold OpenImage(const std::string& path, bool upright, int page) {
     if (fstat(file.Number(), &status) != 0 || !S_ISREG(status.st_mode)) throw Complaint{path, "this is not a file of its own", kUsableImage};
     if (status.st_size == 0) throw Complaint{path, "the file is empty", kUsableImage};
     const std::optional<ImageFormat> format = FormatOfContents(file.Number());
-    if (!format) throw Complaint{path, "this is not an image of a known kind", kUsableImage};
-
     const VipsHold<VipsSource> source(vips_source_new_from_descriptor(file.Number()));
     if (!source) ComplainOfDamage(path);
-    ImageHold image = Decode(source.get(), *format, upright ? VIPS_ACCESS_RANDOM : VIPS_ACCESS_SEQUENTIAL, page);
-    if (page > 1 && (*format != ImageFormat::Tiff || !image)) RequirePage(source.get(), *format, path, page);
+    if (!format && !vips_foreign_find_load_source(source.get())) {
+        vips_error_clear();
+        throw Complaint{path, "this is not an image of a known kind", kUsableImage};
+    }
+    ImageHold image = Decode(source.get(), format, upright ? VIPS_ACCESS_RANDOM : VIPS_ACCESS_SEQUENTIAL, page);
+    if (page > 1 && (format != ImageFormat::Tiff || !image)) RequirePage(source.get(), format, path, page);
     if (!image) ComplainOfDamage(path);
     if (!upright) return image;
 

@@ -5,7 +5,7 @@
 
 #include "images/VipsHold.h"
 
-enum class ImageFormat { Png, Tiff, Jpeg };
+enum class ImageFormat { Png, Tiff, Jpeg, WebP, Avif, Heif, JpegXl, Ppm };
 
 /// What the samples of a pixel are. Grey, RGB and CMYK have 1, 3 and 4 colours; alpha follows them.
 struct ImageShape {
@@ -19,7 +19,7 @@ struct ImageShape {
 /// Starts libvips, quietly; before anything else here. Throws Complaint.
 void StartVips();
 
-/// Opens a PNG, TIFF or JPEG file, told by its first bytes, for reading from top to bottom: pixels are decoded as they are asked for.
+/// Opens a file of any kind that libvips loads, told by its first bytes, for reading from top to bottom: pixels are decoded as they are asked for.
 ///
 /// page      from 1; only TIFF files have more than one
 /// upright   true: turned as the file's orientation tag says. A turned image is held as a whole, by libvips in a temporary file when it is

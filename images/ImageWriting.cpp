@@ -1,6 +1,7 @@
 #include "images/ImageWriting.h"
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 
 namespace {
@@ -17,14 +18,37 @@ VipsForeignTiffCompression VipsCompression(TiffCompression compression) {
     return VIPS_FOREIGN_TIFF_COMPRESSION_NONE;
 }
 
+constexpr int kLongest = 10'000'000;  // what libvips works on
+constexpr std::array<FormatTraits, 8> kFormats = {{
+    {ImageFormat::Png, "png", {".png", ".png"}, 16, false, true, true, true, false, kLongest},
+    {ImageFormat::Tiff, "tiff", {".tif", ".tiff"}, 16, true, true, true, true, true, kLongest},
+    {ImageFormat::Jpeg, "jpeg", {".jpg", ".jpeg"}, 8, true, false, true, false, true, 65500},
+    {ImageFormat::WebP, "webp", {".webp", ".webp"}, 8, false, true, true, true, false, 16383},
+    {ImageFormat::Avif, "avif", {".avif", ".avif"}, 8, false, true, true, false, false, 16384},
+    {ImageFormat::Heif, "heif", {".heic", ".heif"}, 8, false, true, true, false, false, 16384},
+    {ImageFormat::JpegXl, "jxl", {".jxl", ".jxl"}, 16, false, true, true, true, false, kLongest},
+    {ImageFormat::Ppm, "ppm", {".ppm", ".pgm"}, 16, false, false, false, true, false, kLongest},
+}};
+
 }  // namespace
+
+const FormatTraits& TraitsOf(ImageFormat format) {
+    return *std::ranges::find(kFormats, format, &FormatTraits::format);
+}
 
 std::optional<ImageFormat> FormatOfName(const std::string& path) {
     std::string suffix = std::filesystem::path(path).extension().string();
     std::ranges::transform(suffix, suffix.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    if (suffix == ".png") return ImageFormat::Png;
-    if (suffix == ".tif" || suffix == ".tiff") return ImageFormat::Tiff;
-    if (suffix == ".jpg" || suffix == ".jpeg") return ImageFormat::Jpeg;
+    for (const FormatTraits& traits : kFormats) {
+        if (suffix == traits.suffixes[0] || suffix == traits.suffixes[1]) return traits.format;
+    }
+    return std::nullopt;
+}
+
+std::optional<ImageFormat> FormatCalled(const std::string& name) {
+    for (const FormatTraits& traits : kFormats) {
+        if (name == traits.name) return traits.format;
+    }
     return std::nullopt;
 }
 
@@ -43,6 +67,17 @@ bool WriteImage(VipsImage* image, ImageFormat format, TiffCompression compressio
         case ImageFormat::Jpeg:
             // Colour is the point of the file: no coarser chroma.
             return vips_jpegsave_target(image, target.get(), "Q", 95, "subsample_mode", VIPS_FOREIGN_SUBSAMPLE_OFF, nullptr) == 0;
+        case ImageFormat::WebP:
+            return vips_webpsave_target(image, target.get(), "lossless", TRUE, nullptr) == 0;
+        case ImageFormat::Avif:
+        case ImageFormat::Heif:
+            return vips_heifsave_target(image, target.get(), "Q", 95, "subsample_mode", VIPS_FOREIGN_SUBSAMPLE_OFF, "compression",
+                                        format == ImageFormat::Avif ? VIPS_FOREIGN_HEIF_COMPRESSION_AV1 : VIPS_FOREIGN_HEIF_COMPRESSION_HEVC,
+                                        nullptr) == 0;
+        case ImageFormat::JpegXl:
+            return vips_jxlsave_target(image, target.get(), "lossless", TRUE, nullptr) == 0;
+        case ImageFormat::Ppm:
+            return vips_ppmsave_target(image, target.get(), nullptr) == 0;
     }
     return false;
 }

@@ -11,9 +11,7 @@
 #include "images/FineCurves.h"
 #include "images/FourCharCodes.h"
 
-namespace {
-
-ChosenProfile Open(const std::string& path, const char* needed) {
+ChosenProfile OpenProfile(const std::string& path, const char* needed) {
     const Owned<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()),
                                                                       static_cast<CFIndex>(path.size()), FALSE));
     FSRef file;
@@ -36,6 +34,8 @@ ChosenProfile Open(const std::string& path, const char* needed) {
     return chosen;
 }
 
+namespace {
+
 /// A profile in a file of its own, which is removed with the last copy of what is answered. The engine takes profiles by their files.
 ChosenProfile InFile(CFDataRef data) {
     std::error_code error;
@@ -50,7 +50,7 @@ ChosenProfile InFile(CFDataRef data) {
     if (descriptor < 0 || length == 0 || write(descriptor, CFDataGetBytePtr(data), length) != static_cast<ssize_t>(length)) {
         throw Complaint{path, "no temporary file can be written", "set TMPDIR to a folder with room", Exit::Failed};
     }
-    ChosenProfile chosen = Open(path, "a folder for temporary files is needed");
+    ChosenProfile chosen = OpenProfile(path, "a folder for temporary files is needed");
     chosen.file = file;
     return chosen;
 }
@@ -65,14 +65,14 @@ std::string CodeText(uint32_t code) {
 
 ChosenProfile ChooseMonitor(const std::string& path) {
     constexpr const char* kNeeded = "a monitor profile with three colourants and three tone curves is needed";
-    ChosenProfile chosen = Open(path, kNeeded);
+    ChosenProfile chosen = OpenProfile(path, kNeeded);
     if (!IsMatrixModel(chosen.profile.Get())) throw Complaint{path, "the profile is no matrix model", kNeeded};
     return chosen;
 }
 
 ChosenProfile ChoosePrinter(const std::string& path) {
     constexpr const char* kNeeded = "a printer profile (class 'prtr') for RGB or CMYK is needed";
-    ChosenProfile chosen = Open(path, kNeeded);
+    ChosenProfile chosen = OpenProfile(path, kNeeded);
     const uint32_t profileClass = GetProfileClass(chosen.profile.Get());
     if (profileClass != kClassPrinter) throw Complaint{path, "the profile's class is " + CodeText(profileClass), kNeeded};
     const uint32_t space = GetProfileColourSpace(chosen.profile.Get());
@@ -82,7 +82,7 @@ ChosenProfile ChoosePrinter(const std::string& path) {
 
 ChosenProfile ChooseProofer(const std::string& path) {
     constexpr const char* kNeeded = "the profile of a device is needed";
-    ChosenProfile chosen = Open(path, kNeeded);
+    ChosenProfile chosen = OpenProfile(path, kNeeded);
     const uint32_t profileClass = GetProfileClass(chosen.profile.Get());
     if (profileClass == kClassNamed || profileClass == kClassLink) {
         throw Complaint{path, "the profile's class is " + CodeText(profileClass), kNeeded};

@@ -19,6 +19,9 @@ struct ChosenProfile {
     std::shared_ptr<void> file;  // that the alias leads to, when it is one of ours and goes with this
 };
 
+/// Any profile; throws Complaint, in which `needed` says what would be right, for a file that is missing, unreadable or none.
+ChosenProfile OpenProfile(const std::string& path, const char* needed);
+
 /// Each throws Complaint for a file that is missing, unreadable, no profile, or unfit for the role: a monitor must be a matrix model; a printer must
 /// have class 'prtr' and space 'RGB ' or 'CMYK'; a proofing device must have two sides, so that no named colours or device links do.
 ChosenProfile ChooseMonitor(const std::string& path);

@@ -56,12 +56,21 @@ int ChannelsOf(ColorSyncProfileRef profile) {
 
 }  // namespace
 
-SourceColour FindSourceColour(VipsImage* image, const ImageShape& shape, const std::string& path, ColorSyncProfileRef reference) {
+SourceColour FindSourceColour(VipsImage* image, const ImageShape& shape, const std::string& path, const std::string& inputProfile,
+                              ColorSyncProfileRef reference) {
     SourceColour source;
     Owned<ColorSyncProfileRef> profile;
     const void* bytes = nullptr;
     std::size_t length = 0;
-    if (vips_image_get_typeof(image, VIPS_META_ICC_NAME) != 0 && vips_image_get_blob(image, VIPS_META_ICC_NAME, &bytes, &length) == 0) {
+    if (!inputProfile.empty()) {
+        profile = std::move(OpenProfile(inputProfile, "the profile of an image's colours is needed").profile);
+        source.channels = ChannelsOf(profile.Get());
+        source.profileName = ProfileName(profile.Get());
+        if (source.channels != shape.colours && !(shape.colours == 1 && source.channels == 3)) {
+            throw Complaint{inputProfile, "it (" + source.profileName + ") is not for images such as " + path,
+                            "name a profile for this kind of image"};
+        }
+    } else if (vips_image_get_typeof(image, VIPS_META_ICC_NAME) != 0 && vips_image_get_blob(image, VIPS_META_ICC_NAME, &bytes, &length) == 0) {
         profile = ProfileFromBytes(bytes, length);
         if (!profile) throw Complaint{path, "its embedded profile is damaged", "remove the profile or embed a whole one"};
         source.channels = ChannelsOf(profile.Get());
@@ -72,7 +81,7 @@ SourceColour FindSourceColour(VipsImage* image, const ImageShape& shape, const s
         }
         source.profileName = ProfileName(profile.Get());
     } else if (shape.colours == 4) {
-        throw Complaint{path, "a CMYK image without a profile can mean any colour", "embed the profile that it was made for"};
+        throw Complaint{path, "a CMYK image without a profile can mean any colour", "add --input-profile PROFILE, with the one that it was made for"};
     } else {
         profile = SRGBProfile();
         source.channels = 3;

@@ -13,7 +13,9 @@ struct SourceColour {
     std::string profileName;
 };
 
-/// By the embedded profile; without one, grey and RGB images are taken for sRGB. Relative colorimetric, without black point compensation.
+/// By the profile in the file `inputProfile`, where that is not empty; else by the embedded profile; without one, grey and RGB images are taken for
+/// sRGB. Relative colorimetric, without black point compensation.
 ///
 /// Throws Complaint for a CMYK image without a profile, and for a profile that is damaged or does not fit the image.
-SourceColour FindSourceColour(VipsImage* image, const ImageShape& shape, const std::string& path, ColorSyncProfileRef reference);
+SourceColour FindSourceColour(VipsImage* image, const ImageShape& shape, const std::string& path, const std::string& inputProfile,
+                              ColorSyncProfileRef reference);

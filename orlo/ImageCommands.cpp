@@ -166,8 +166,9 @@ Command ImageCommand(const About& row) {
     request->operation = row.operation;
     Command command{.name = row.name, .about = row.about, .details = row.details};
     command.arguments = {
-        {"INPUT", "IMAGE", "a PNG, TIFF or JPEG file", Into(request->input), true},
-        {"OUTPUT", "IMAGE", "the file to write; its suffix says which kind: .png, .tif, .tiff, .jpg or .jpeg", Into(request->output), true},
+        {"INPUT", "IMAGE", "a file of any kind that libvips loads", Into(request->input), true},
+        {"OUTPUT", "IMAGE", "the file to write; its suffix says which kind: .png, .tif, .jpg, .webp, .avif, .heic, .jxl or .ppm",
+         Into(request->output), true},
         {"--monitor", "PROFILE", "the monitor's ICC profile: a matrix model with tone curves. Default: the stored one", Into(request->monitor)},
         {"--printer", "PROFILE", "the printer's ICC profile: class prtr, RGB or CMYK. Default: the stored one, where a printer is needed",
          Into(request->printer)},
@@ -191,6 +192,10 @@ Command ImageCommand(const About& row) {
         add({"--difference", "", "OUTPUT is a grey map of the differences: white is 25.5 or more, so that a level of 8 bits is 0.1",
              [request](const std::string&) { request->gamutForm = GamutForm::Difference; }});
     }
+    if (!ReadsDeviceValues(row.operation)) {
+        add({"--input-profile", "PROFILE", "the profile that INPUT's colours are in, whatever it carries", Into(request->inputProfile)});
+    }
+    add({"--format", "png|tiff|jpeg|webp|avif|heif|jxl|ppm", "which kind of file OUTPUT is. Default: what its suffix says", Into(request->format)});
     add({"--page", "NUMBER", "which page of a TIFF file that has several; 1 unless given",
          [request](const std::string& value) { request->page = static_cast<int>(WholeFrom("--page", value, 1, 65535)); }});
     add({"--depth", "8|16", "bits of a sample of OUTPUT. Default: those of INPUT; a mask and JPEG have 8, reference RGB has 16",

@@ -11,6 +11,8 @@
 struct ImageRequest {
     Operation operation = Operation::Match;
     std::string input, output;
+    std::string format;                          // of the output; empty: told by its suffix
+    std::string inputProfile;                    // in place of the input's own; empty: none
     std::string monitor, printer, proofer;       // profile files; empty: none, which a printer may be where none is needed
     std::optional<StoredConditions> conditions;  // a session's; nothing: the devices as they are
     std::optional<int> quality;                  // 0, 1 or 2

@@ -19,8 +19,6 @@
 
 namespace {
 
-constexpr int kLargestJpegSide = 65500;  // what libjpeg holds
-
 /// Where the colours end up, and in which form.
 struct OutputForm {
     ImageFormat format;
@@ -28,18 +26,29 @@ struct OutputForm {
     ColorSyncProfileRef profile;  // borrowed; null: none is embedded
 };
 
+/// "PNG"
+std::string NameInMessages(const FormatTraits& traits) {
+    std::string name = traits.name;
+    std::ranges::transform(name, name.begin(), [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
+    return name;
+}
+
 /// Everything that can be said against the output from its name alone.
 ImageFormat CheckOutputName(const ImageRequest& request) {
-    const std::optional<ImageFormat> format = FormatOfName(request.output);
-    if (!format) throw Complaint{request.output, "its suffix names no known kind of image", "use .png, .tif, .tiff, .jpg or .jpeg"};
-    const bool exact = (request.operation == Operation::Gamut && request.gamutForm == GamutForm::Mask) || ReadsDeviceValues(request.operation);
-    if (exact && *format == ImageFormat::Jpeg) {
-        const char* wrong = request.operation == Operation::Gamut ? "JPEG would blur the mask" : "JPEG cannot hold the 16 bits of reference RGB";
-        throw Complaint{request.output, wrong, "use .png or .tif"};
+    const std::optional<ImageFormat> format = request.format.empty() ? FormatOfName(request.output) : FormatCalled(request.format);
+    if (!format) {
+        throw Complaint{request.output, "its suffix names no known kind of image",
+                        "use .png, .tif, .jpg, .webp, .avif, .heic, .jxl or .ppm, or name the kind with --format"};
     }
-    if (request.depth == 16 && *format == ImageFormat::Jpeg) throw Complaint{request.output, "JPEG has 8 bits", "use .png or .tif, or --depth 8"};
-    if (request.depth == 16 && request.operation == Operation::Gamut && request.gamutForm == GamutForm::Mask)
-        throw Complaint{"--depth", "a mask has 8 bits", "leave --depth out"};
+    const FormatTraits& traits = TraitsOf(*format);
+    const std::string name = NameInMessages(traits);
+    const bool isMask = request.operation == Operation::Gamut && request.gamutForm == GamutForm::Mask;
+    if (isMask && !traits.isExact) throw Complaint{request.output, name + " would blur the mask", "use .png or .tif"};
+    if (ReadsDeviceValues(request.operation) && (traits.mostBits < 16 || !traits.isExact)) {
+        throw Complaint{request.output, name + " cannot hold the 16 bits of reference RGB", "use .png or .tif"};
+    }
+    if (request.depth == 16 && traits.mostBits < 16) throw Complaint{request.output, name + " has 8 bits", "use .png or .tif, or --depth 8"};
+    if (request.depth == 16 && isMask) throw Complaint{"--depth", "a mask has 8 bits", "leave --depth out"};
     if (request.depth == 8 && ReadsDeviceValues(request.operation)) {
         throw Complaint{"--depth", "reference RGB is linear and needs 16 bits", "leave --depth out"};
     }
@@ -49,7 +58,7 @@ ImageFormat CheckOutputName(const ImageRequest& request) {
 
 OutputForm FormOfOutput(const ImageRequest& request, ImageFormat format, const ImageShape& input, ColorSyncProfileRef monitor,
                         ColorSyncProfileRef printer, ColorSyncProfileRef reference) {
-    OutputForm form{format, {3, input.hasAlpha && format != ImageFormat::Jpeg, request.depth.value_or(input.depth)}, monitor};
+    OutputForm form{format, {3, input.hasAlpha && TraitsOf(format).holdsAlpha, request.depth.value_or(input.depth)}, monitor};
     switch (request.operation) {
         case Operation::Match:
         case Operation::Proof:
@@ -66,13 +75,15 @@ OutputForm FormOfOutput(const ImageRequest& request, ImageFormat format, const I
         case Operation::PrinterMatch:
             form.profile = printer;
             if (GetProfileColourSpace(printer) == kColourSpaceCMYK) {
-                if (format == ImageFormat::Png) throw Complaint{request.output, "PNG cannot hold CMYK", "use .tif or .jpg"};
+                if (!TraitsOf(format).holdsCMYK) {
+                    throw Complaint{request.output, NameInMessages(TraitsOf(format)) + " cannot hold CMYK", "use .tif or .jpg"};
+                }
                 form.shape.colours = 4;
                 form.shape.hasAlpha = false;
             }
             break;
     }
-    if (format == ImageFormat::Jpeg) form.shape.depth = 8;
+    form.shape.depth = std::min(form.shape.depth, TraitsOf(format).mostBits);
     return form;
 }
 
@@ -130,8 +141,8 @@ extern "C" __attribute__((visibility("default"))) void OrloRunImage(const ImageR
     ImageHold image = OpenImage(request.input, false, request.page);
     bool isTurned = false;
     const int pages = PagesOf(image.get());
-    // PNG has no place for the orientation that TIFF and JPEG keep in a tag.
-    if (format == ImageFormat::Png && vips_image_get_orientation(image.get()) > 1) {
+    // Other kinds have no place for the orientation that TIFF and JPEG keep in a tag.
+    if (!TraitsOf(format).keepsOrientation && vips_image_get_orientation(image.get()) > 1) {
         image = OpenImage(request.input, true, request.page);
         isTurned = true;
     }
@@ -143,8 +154,10 @@ extern "C" __attribute__((visibility("default"))) void OrloRunImage(const ImageR
     const OutputForm form = FormOfOutput(request, format, plan.input, monitor.profile.Get(), printer.profile.Get(), reference.Get());
     plan.output = form.shape;
     plan.flattenOntoWhite = plan.input.hasAlpha && !form.shape.hasAlpha && request.operation != Operation::Gamut;
-    if (format == ImageFormat::Jpeg && std::max(vips_image_get_width(image.get()), vips_image_get_height(image.get())) > kLargestJpegSide) {
-        throw Complaint{request.output, "JPEG ends at 65500 pixels a side", "use .png or .tif"};
+    const FormatTraits& traits = TraitsOf(format);
+    if (std::max(vips_image_get_width(image.get()), vips_image_get_height(image.get())) > traits.longestSide) {
+        throw Complaint{request.output, NameInMessages(traits) + " ends at " + std::to_string(traits.longestSide) + " pixels a side",
+                        "use .png or .tif"};
     }
 
     SourceColour source;
@@ -153,7 +166,7 @@ extern "C" __attribute__((visibility("default"))) void OrloRunImage(const ImageR
         CheckDeviceValues(request, plan.input, printer.profile.Get());
         deviceName = ProfileName(request.operation == Operation::Predict ? monitor.profile.Get() : printer.profile.Get());
     } else {
-        source = FindSourceColour(image.get(), plan.input, request.input, reference.Get());
+        source = FindSourceColour(image.get(), plan.input, request.input, request.inputProfile, reference.Get());
         plan.toReference = source.toReference.Get();
         plan.sourceChannels = source.channels;
     }
@@ -176,8 +189,11 @@ extern "C" __attribute__((visibility("default"))) void OrloRunImage(const ImageR
     if (!written) file.ComplainOfWriting();
     // libvips carries it between files of one kind, but for TIFF.
     const bool sameKind = format == FormatOfName(request.input) && format != ImageFormat::Tiff;
-    const std::string reason = sameKind || request.operation == Operation::Gamut ? "" : CarryMetadata(request.input, file.TemporaryPath(), isTurned);
+    const bool isWritable = format == ImageFormat::Png || format == ImageFormat::Tiff || format == ImageFormat::Jpeg || format == ImageFormat::WebP;
+    const std::string reason =
+        sameKind || !isWritable || request.operation == Operation::Gamut ? "" : CarryMetadata(request.input, file.TemporaryPath(), isTurned);
     if (!reason.empty()) report->note = "camera data is not carried over (" + reason + ")";
+    if (form.profile && !traits.holdsProfile) report->note = NameInMessages(traits) + " carries no profile";
     file.Commit();
 
     report->width = vips_image_get_width(image.get());

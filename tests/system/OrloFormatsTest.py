@@ -93,6 +93,49 @@ class OutputForms(OrloCase):
                 self.assertEqual((after.bands, after.depth), (3, depth))
 
 
+class Kinds(OrloCase):
+    EXACT, LOSSY = ("png", "tif", "webp", "jxl", "ppm"), ("jpg", "avif", "heic")
+
+    def test_every_kind_is_written_and_read_again(self):
+        source = self.vips("crop", photograph("coffee.png"), "in.png", "200", "100", "64", "48")
+        expected = self.run_orlo("match", source, "expected.png")
+        again = self.run_orlo("match", self.path("expected.png"), "again.png")
+        for kind in (*self.EXACT, *self.LOSSY):
+            with self.subTest(kind):
+                after = self.run_orlo("match", source, "out." + kind)
+                self.assertEqual((after.width, after.height, after.bands), (64, 48, 3))
+                if kind in self.EXACT:
+                    self.assertEqual(after.samples, expected.samples)
+                else:
+                    off = [abs(a - e) for a, e in zip(after.samples, expected.samples)]
+                    self.assertLess(sum(off) / len(off), 3)
+                if kind == "ppm":
+                    continue
+                self.assertEqual(after.profile(), bytes_of(ADOBE_RGB))
+                if kind in self.EXACT:
+                    self.assertEqual(self.run_orlo("match", self.path("out." + kind), "back.png").samples, again.samples)
+
+    def test_alpha_and_16_bits_stay_where_the_kind_holds_them(self):
+        write_png(self.path("rgba.png"), [[30000, 20000, 10000, 65535, 1000, 2000, 3000, 40000] * 8] * 8, 16, 4)
+        expected = self.run_orlo("match", self.path("rgba.png"), "expected.tif")
+        for kind, form in (("jxl", (4, 16)), ("webp", (4, 8)), ("ppm", (3, 16)), ("png", (4, 16))):
+            with self.subTest(kind):
+                after = self.run_orlo("match", self.path("rgba.png"), "out." + kind)
+                self.assertEqual((after.bands, after.depth), form)
+                if form == (4, 16):
+                    self.assertEqual(after.samples, expected.samples)
+
+    def test_the_kind_may_be_named(self):
+        write_png(self.path("in.png"), RAMP, 8, 3)
+        self.run_orlo("match", self.path("in.png"), "out.bin", "--format", "tiff")
+        self.assertEqual(bytes_of(self.path("out.bin"))[:2], b"II")
+
+    def test_a_kind_that_carries_no_profile_is_told(self):
+        write_png(self.path("in.png"), RAMP, 8, 3)
+        done = subprocess.run(self.arguments("match", self.path("in.png"), self.path("out.ppm")), capture_output=True, check=True)
+        self.assertIn(b", PPM carries no profile, ", done.stdout)
+
+
 class Alpha(OrloCase):
     ALPHA = [[0, 1, 77, 128, 254, 255]] * 4
 

@@ -63,7 +63,7 @@ class Refusals(OrloCase):
             ("a folder", folder, "not a file"),
             ("no bytes", self.write("empty.png", b""), "empty"),
             ("a text", self.write("text.png", b"This is not an image.\n" * 50), "not an image"),
-            ("an image of another kind", self.write("other.png", b"GIF89a" + bytes(100)), "PNG, TIFF or JPEG"),
+            ("an image of another kind", self.write("other.png", b"GIF89a" + bytes(100)), "damaged"),
             ("a PNG's first bytes only", self.write("start.png", whole["coffee.png"][:20]), "damaged"),
             ("half a PNG", self.write("half.png", whole["coffee.png"][:len(whole["coffee.png"]) // 2]), "damaged"),
             ("a PNG with a wrong byte", self.write("wrong.png", bytes(broken)), "damaged"),
@@ -134,10 +134,14 @@ class Refusals(OrloCase):
         write_tiff(self.path("grey-in-rgb.tif"), ROW, 8, 3, profile=bytes_of(GREY))
         write_tiff(self.path("damaged.tif"), ROW, 8, 3, profile=bytes_of(ADOBE_RGB)[:200])
         write_tiff(self.path("named.tif"), ROW, 8, 3, profile=bytes_of(NAMED_COLOURS))
-        for name, word in (("untagged.tif", "CMYK image without a profile"), ("rgb-in-cmyk.tif", "Adobe"), ("cmyk-in-rgb.tif", "FOGRA39L"),
+        for name, word in (("untagged.tif", "CMYK image without a profile can mean any colour; add --input-profile"), ("rgb-in-cmyk.tif", "Adobe"), ("cmyk-in-rgb.tif", "FOGRA39L"),
                            ("grey-in-rgb.tif", "not for this kind"), ("damaged.tif", "damaged"), ("named.tif", "not for this kind")):
             with self.subTest(name):
                 self.assert_refused(self.match(self.path(name)), self.path(name), "profile", word)
+
+    def test_an_input_profile_that_does_not_fit(self):
+        for profile, words in ((cmyk_printer(), "is not for images such as"), (self.path("missing.icc"), "no such file"), (NAMED_COLOURS, "is not for images")):
+            self.assert_refused(self.match(None, None, "--input-profile", profile), profile, words)
 
     def test_device_values_of_another_kind(self):
         write_tiff(self.path("inks.tif"), [[1, 2, 3, 4] * 8] * 8, 8, 4)
@@ -221,7 +225,7 @@ class Refusals(OrloCase):
     def test_unusable_output(self):
         rows = [
             ("no suffix", self.out("out"), "suffix"),
-            ("a suffix of another kind", self.out("out.gif"), "suffix"),
+            ("a suffix of another kind", self.out("out.gif"), "or name the kind with --format"),
             ("a folder that is not there", self.out("nowhere/out.png"), "folder does not exist"),
             ("a folder that takes no files", "/proc/orlo-test.png", "folder"),
             ("a device", "/dev/null", "suffix"),
@@ -251,6 +255,10 @@ class Refusals(OrloCase):
             ("predict", "out.png", ["--depth", "8"], "--depth", "16 bits"),
             ("match", "out.png", ["--device", "printer"], "--device", "no such option"),
             ("match", "out.png", ["--compression", "none"], "--compression", "only TIFF"),
+            ("match", "out.webp", ["--depth", "16"], "out.webp", "WEBP has 8 bits"),
+            ("gamut", "out.avif", [], "out.avif", "AVIF would blur the mask"),
+            ("printer-match", "out.jxl", [], "out.jxl", "JXL cannot hold CMYK"),
+            ("match", "out.png", ["--format", "jpeg", "--depth=16"], "out.png", "JPEG has 8 bits"),
             ("match", "out.jpg", ["--compression=lzw"], "--compression", "only TIFF"),
         ]
         for command, target, options, about, word in rows:

@@ -109,6 +109,15 @@ class Values(OrloCase):
                 after = self.run_orlo("match", source, "out.tif", "--depth=16", "--quality=1")
                 self.assert_close(after.pixels(), expected, self.CURVE)
 
+    def test_a_profile_given_for_the_input_counts_before_its_own(self):
+        for colours, profile, depth, channels in ((COLOURS, APPLE_RGB, 16, 3), (INKS, cmyk_printer(), 8, 4)):
+            with self.subTest(os.path.basename(profile)):
+                expected = lcms_convert(profile, ADOBE_RGB, colours, RELATIVE, 255, 65535)
+                # The other one is wrong for RGB, and there is none for CMYK.
+                source = self.image(colours, depth, channels, bytes_of(SRGB) if channels == 3 else None)
+                after = self.run_orlo("match", source, "out.tif", "--depth=16", "--input-profile", profile)
+                self.assert_close(after.pixels(), expected, 20)
+
     def test_an_image_without_a_profile_is_taken_for_sRGB(self):
         untagged = self.run_orlo("match", self.image(COLOURS), "a.tif", "--depth=16", "--quality=1")
         tagged = self.run_orlo("match", self.image(COLOURS, profile=bytes_of(SRGB)), "b.tif", "--depth=16", "--quality=1")
