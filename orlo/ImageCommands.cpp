@@ -1,8 +1,10 @@
 #include "orlo/ImageCommands.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 
@@ -58,6 +60,9 @@ std::string StoredPathFor(const char* place, const StoredProfile& stored, const 
 struct Asked {
     ImageRequest request;
     bool session = false;
+    std::vector<std::string> files;  // inputs, and without a folder for outputs the output
+    std::string outputFolder;
+    bool recursive = false;
 };
 
 bool UsesPrinter(const ImageRequest& request) {
@@ -129,10 +134,14 @@ std::string StoredText(const std::vector<std::string>& taken) {
     return text.empty() ? "" : text + " profile, ";
 }
 
-void Run(Asked asked, const std::string& command, const Showing& showing) {
+/// What is told of one picture: as JSON, and in a line.
+struct Told {
+    Json json;
+    std::string line;
+};
+
+Told RunOne(const ImageRequest& request, const std::string& command, const std::vector<std::string>& taken) {
     const auto start = std::chrono::steady_clock::now();
-    const std::vector<std::string> taken = TakeFromStore(asked, command);
-    const ImageRequest& request = asked.request;
     const ImageReport report = RunImage(request);
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     std::array<char, 160> figures{};
@@ -157,7 +166,129 @@ void Run(Asked asked, const std::string& command, const Showing& showing) {
     if (request.operation == Operation::Gamut) told["marked"] = report.marked;
     if (report.pages > 1) told["page"] = request.page, told["pages"] = report.pages;
     if (!report.note.empty()) told["note"] = report.note;
-    showing.Tell(told, line);
+    return {told, line};
+}
+
+/// An input, and where its output goes.
+struct Job {
+    std::string input, output;
+};
+
+std::string SmallSuffix(const std::filesystem::path& path) {
+    std::string suffix = path.extension().string();
+    std::ranges::transform(suffix, suffix.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    return suffix;
+}
+
+/// Whether a file of a folder is taken for a picture.
+bool IsPicture(const std::filesystem::directory_entry& entry) {
+    constexpr std::array<std::string_view, 14> kSuffixes = {".png",  ".tif",  ".tiff", ".jpg", ".jpeg", ".webp", ".avif",
+                                                            ".heic", ".heif", ".jxl",  ".ppm", ".pgm",  ".gif",  ".jp2"};
+    std::error_code none;
+    return entry.is_regular_file(none) && std::ranges::find(kSuffixes, SmallSuffix(entry.path())) != kSuffixes.end();
+}
+
+/// The suffix of an output: by the kind that is asked for, or the input's.
+std::string OutputSuffix(const ImageRequest& request, const std::filesystem::path& input) {
+    if (request.format.empty()) return input.extension().string();
+    return request.format == "jpeg" ? ".jpg" : request.format == "tiff" ? ".tif" : request.format == "heif" ? ".heic" : "." + request.format;
+}
+
+/// The pictures in a folder, in order.
+std::vector<std::filesystem::path> PicturesIn(const std::string& folder, bool recursive) {
+    std::vector<std::filesystem::path> pictures;
+    std::error_code error;
+    if (recursive) {
+        for (std::filesystem::recursive_directory_iterator at(folder, error), end; at != end; at.increment(error)) {
+            if (IsPicture(*at)) pictures.push_back(at->path());
+        }
+    } else {
+        for (std::filesystem::directory_iterator at(folder, error), end; at != end; at.increment(error)) {
+            if (IsPicture(*at)) pictures.push_back(at->path());
+        }
+    }
+    if (error) throw Complaint{folder, "the folder cannot be read (" + error.message() + ")", "name a readable folder", Exit::Failed};
+    if (pictures.empty())
+        throw Complaint{folder, "there is no picture in it", recursive ? "name another folder" : "add --recursive, or name another folder",
+                        Exit::NotThere};
+    std::ranges::sort(pictures);
+    return pictures;
+}
+
+std::vector<Job> JobsOf(const Asked& asked, const std::string& command) {
+    const std::string how = "orlo " + command + " --help shows how";
+    if (asked.outputFolder.empty()) {
+        if (asked.recursive) throw Complaint{"--recursive", "no folder for the outputs is named", "add --output-dir FOLDER"};
+        if (asked.files.size() < 2) throw Complaint{command, "OUTPUT is missing", how};
+        if (asked.files.size() > 2)
+            throw Complaint{asked.files[2], "it is one argument too many", "name a folder with --output-dir for several inputs"};
+        return {{asked.files[0], asked.files[1]}};
+    }
+    const std::filesystem::path target = asked.outputFolder;
+    std::vector<Job> jobs;
+    const auto add = [&](const std::filesystem::path& input, std::filesystem::path name) {
+        name.replace_extension(OutputSuffix(asked.request, input));
+        jobs.push_back({input.string(), (target / name).string()});
+    };
+    for (const std::string& file : asked.files) {
+        std::error_code none;
+        if (!std::filesystem::is_directory(file, none)) {
+            add(file, std::filesystem::path(file).filename());
+            continue;
+        }
+        for (const std::filesystem::path& picture : PicturesIn(file, asked.recursive)) add(picture, picture.lexically_relative(file));
+    }
+    return jobs;
+}
+
+/// Throws Complaint when the output would take the place of its input or of another output.
+void RequireOwnPlace(const Job& job, const std::vector<std::string>& written) {
+    std::error_code none;
+    if (std::filesystem::equivalent(job.input, job.output, none)) {
+        throw Complaint{job.output, "it would replace its input", "name another folder with --output-dir"};
+    }
+    if (std::ranges::find(written, job.output) != written.end()) {
+        throw Complaint{job.output, "another input was written there already", "give one of the two another name"};
+    }
+}
+
+/// Goes on after a picture that cannot be done, and tells at the end which those are.
+void RunAll(ImageRequest request, const std::vector<Job>& jobs, const std::string& command, const std::vector<std::string>& taken,
+            const Showing& showing) {
+    Json results = Json::array(), failures = Json::array();
+    std::string table;
+    std::vector<std::string> written;
+    for (const Job& job : jobs) {
+        try {
+            RequireOwnPlace(job, written);
+            std::error_code error;
+            std::filesystem::create_directories(std::filesystem::path(job.output).parent_path(), error);
+            request.input = job.input;
+            request.output = job.output;
+            const Told told = RunOne(request, command, taken);
+            written.push_back(job.output);
+            results.push_back(told.json);
+            if (!showing.json) showing.Tell({}, told.line);
+        } catch (const Complaint& complaint) {
+            failures.push_back({{"input", job.input}, {"about", complaint.about}, {"wrong", complaint.wrong}, {"right", complaint.right}});
+            table += ComplaintLine(complaint) + "\n";
+        }
+    }
+    if (showing.json) showing.Tell({{"results", results}, {"failures", failures}}, "");
+    if (failures.empty()) return;
+    std::fputs(table.c_str(), stderr);
+    throw Complaint{command, std::to_string(failures.size()) + " of " + std::to_string(jobs.size()) + " pictures could not be done",
+                    "the lines above tell why", Exit::Failed};
+}
+
+void Run(Asked asked, const std::string& command, const Showing& showing) {
+    const std::vector<Job> jobs = JobsOf(asked, command);
+    const std::vector<std::string> taken = TakeFromStore(asked, command);
+    if (!asked.outputFolder.empty()) return RunAll(asked.request, jobs, command, taken, showing);
+    asked.request.input = jobs.front().input;
+    asked.request.output = jobs.front().output;
+    const Told told = RunOne(asked.request, command, taken);
+    showing.Tell(told.json, told.line);
 }
 
 Command ImageCommand(const About& row) {
@@ -166,9 +297,13 @@ Command ImageCommand(const About& row) {
     request->operation = row.operation;
     Command command{.name = row.name, .about = row.about, .details = row.details};
     command.arguments = {
-        {"INPUT", "IMAGE", "a file of any kind that libvips loads", Into(request->input), true},
-        {"OUTPUT", "IMAGE", "the file to write; its suffix says which kind: .png, .tif, .jpg, .webp, .avif, .heic, .jxl or .ppm",
-         Into(request->output), true},
+        {"INPUT", "IMAGE", "a file of any kind that libvips loads; several, and folders, with --output-dir",
+         [asked](const std::string& file) { asked->files.push_back(file); }, true, true},
+        {"OUTPUT", "IMAGE", "the file to write; its suffix says which kind: .png, .tif, .jpg, .webp, .avif, .heic, .jxl or .ppm", {}},
+        {"--output-dir", "FOLDER",
+         "write the outputs of all inputs there, under their names and of their kinds, or those of --format; go on after a bad one",
+         Into(asked->outputFolder)},
+        {"--recursive", "", "with --output-dir: take the pictures of all folders in a folder, and keep its order", SwitchOn(asked->recursive)},
         {"--monitor", "PROFILE", "the monitor's ICC profile: a matrix model with tone curves. Default: the stored one", Into(request->monitor)},
         {"--printer", "PROFILE", "the printer's ICC profile: class prtr, RGB or CMYK. Default: the stored one, where a printer is needed",
          Into(request->printer)},
@@ -209,7 +344,8 @@ Command ImageCommand(const About& row) {
         " \"conditions\": null, or with --session {\"intent\", \"flare\", \"contrast\", \"aOffset\", \"bOffset\", \"adaptToPaper\",\n"
         "   \"fixedMonitorWhite\", \"fixedPrinterWhite\"},\n"
         " \"seconds\"; gamut: \"marked\": 0..1, the share of the pixels;\n"
-        " \"page\" and \"pages\" of an input with several; \"note\": what could not be done beside the picture}";
+        " \"page\" and \"pages\" of an input with several; \"note\": what could not be done beside the picture}\n"
+        "with --output-dir {\"results\": [such, ...], \"failures\": [{\"input\", \"about\", \"wrong\", \"right\"}, ...]}";
     command.examples = {row.example};
     command.run = [asked, name = command.name](const Showing& showing) { Run(*asked, name, showing); };
     return command;

@@ -320,7 +320,7 @@ class Words(OrloCase):
             with self.subTest(command):
                 done = self.call(command, "--help")
                 self.assertEqual((done.returncode, done.stderr), (0, b""))
-                self.assertTrue(done.stdout.startswith(f"Usage: orlo {command} INPUT OUTPUT".encode()))
+                self.assertTrue(done.stdout.startswith(f"Usage: orlo {command} INPUT... [OUTPUT]".encode()))
                 self.assertEqual(b"--device" in done.stdout, command == "gamut")
 
     def test_the_version(self):

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """How orlo goes about its work: large images, replacing files, interruptions, a full disk, the progress bar."""
 
+import json
 import os
 import pty
 import resource
@@ -128,6 +129,67 @@ class Replacing(OrloCase):
                 self.assertEqual((done.returncode, done.stdout, done.stderr.count(b"\n")), (1, b"", 1), done.stderr)
                 self.assertTrue(done.stderr.startswith(f"orlo: {path}: the image cannot be written".encode()), done.stderr)
                 self.assertEqual(os.listdir(self.path("out")), [])
+
+
+class Several(OrloCase):
+    def setUp(self):
+        super().setUp()
+        os.makedirs(self.path("in/deep/er"))
+        for name in ("one.png", "two.png", "deep/three.png", "deep/er/four.PNG"):
+            write_png(self.path(os.path.join("in", name)), SMALL, 8, 3)
+        with open(self.path("in/notes.txt"), "w", encoding="ascii") as file:
+            file.write("no picture\n")
+
+    def orlo(self, *arguments, status=0):
+        command = [OrloCommand.ORLO, "match", "--monitor", OrloCommand.ADOBE_RGB, "--output-dir", self.path("out"), *arguments]
+        done = subprocess.run(command, capture_output=True, check=False)
+        self.assertEqual(done.returncode, status, done.stderr)
+        return done
+
+    def written(self):
+        return sorted(os.path.relpath(os.path.join(folder, name), self.path("out")) for folder, _, names in os.walk(self.path("out")) for name in names)
+
+    def test_files_and_folders(self):
+        done = self.orlo(self.path("in"), self.path("in/deep/three.png"))
+        self.assertEqual(self.written(), ["one.png", "three.png", "two.png"])
+        self.assertEqual((done.stdout.count(b"\n"), done.stderr), (3, b""))
+        expected = self.run_orlo("match", self.path("in/one.png"), "single.png")
+        self.assertEqual(self.read(self.path("out/one.png")).samples, expected.samples)
+
+    def test_folders_in_folders_and_another_kind(self):
+        self.orlo(self.path("in"), "--recursive", "--format", "tiff")
+        self.assertEqual(self.written(), ["deep/er/four.tif", "deep/three.tif", "one.tif", "two.tif"])
+
+    def test_a_bad_one_does_not_keep_the_others(self):
+        for name in ("broken.png", "zero.png"):
+            with open(self.path("in/" + name), "wb") as file:
+                file.write(b"\x89PNG\r\n\x1a\n" if name == "broken.png" else b"")
+        done = self.orlo(self.path("in"), self.path("missing.png"), "--json", status=1)
+        self.assertEqual(self.written(), ["one.png", "two.png"])
+        lines = done.stderr.decode().splitlines()
+        self.assertEqual(len(lines), 4)
+        for line, name in zip(lines, ("broken.png", "zero.png", "missing.png")):
+            self.assertIn(name, line)
+        self.assertEqual(lines[3], "orlo: match: 3 of 5 pictures could not be done; the lines above tell why")
+        told = json.loads(done.stdout)
+        self.assertEqual([os.path.basename(result["input"]) for result in told["results"]], ["one.png", "two.png"])
+        self.assertEqual([os.path.basename(failure["input"]) for failure in told["failures"]], ["broken.png", "zero.png", "missing.png"])
+
+    def test_no_input_and_no_output_is_replaced(self):
+        before = bytes_of(self.path("in/one.png"))
+        done = subprocess.run([OrloCommand.ORLO, "match", self.path("in"), "--monitor", OrloCommand.ADOBE_RGB, "--output-dir", self.path("in")],
+                              capture_output=True, check=False)
+        self.assertEqual((done.returncode, done.stderr.count(b"it would replace its input")), (1, 2))
+        self.assertEqual(bytes_of(self.path("in/one.png")), before)
+        done = self.orlo(self.path("in/one.png"), self.path("in/./one.png"), status=1)
+        self.assertIn(b"another input was written there already", done.stderr)
+
+    def test_a_folder_without_pictures_and_no_folder_for_outputs(self):
+        os.mkdir(self.path("empty"))
+        self.assertIn(b"there is no picture in it", self.orlo(self.path("empty"), status=3).stderr)
+        done = subprocess.run([OrloCommand.ORLO, "match", self.path("in"), self.path("out"), "--recursive", "--monitor", OrloCommand.ADOBE_RGB],
+                              capture_output=True, check=False)
+        self.assertEqual((done.returncode, b"--output-dir" in done.stderr), (2, True))
 
 
 class Interruptions(OrloCase):
