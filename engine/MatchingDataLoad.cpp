@@ -1,7 +1,10 @@
 #include <algorithm>
 #include <cstdlib>
 #include <initializer_list>
+#include <iterator>
 #include <memory>
+#include <new>
+#include <string>
 #include <utility>
 
 #include "colour/MatrixArithmetic.h"
@@ -17,6 +20,8 @@
 #include "profile/ProfileLoading.h"
 #include "profile/ProfileModel.h"
 #include "profile/ProfileReading.h"
+#include "profile/Refusals.h"
+#include "profile/TagRegistry.h"
 
 namespace {
 
@@ -36,6 +41,14 @@ OSErr OpeningStatus(const Owned<ColorSyncProfileRef>& profile, OSErr status) {
     return profile || status != 0 ? status : kStatusProfileUnsuitable;
 }
 
+/// A status that came from the profile of an alias.
+OSErr OfFile(AliasHandle alias, OSErr status) {
+    if (status == 0) return 0;
+    RefuseForStatus(status);
+    NameRefusedFile(alias);
+    return status;
+}
+
 OSErr OpenAlias(AliasHandle alias, Owned<ColorSyncProfileRef>* profile) {
     OSErr status = 0;
     profile->Reset(CreateProfileFromAlias(alias, &status));
@@ -46,7 +59,9 @@ OSErr CheckPrinterSpace(ColorSyncProfileRef printer) {
     ICCProfileHeader header;
     const OSErr status = ReadProfileHeader(printer, &header);
     if (status != 0) return status;
-    return DrivesAPrinter(header.dataColourSpace) ? OSErr{0} : kStatusProfileUnsuitable;
+    if (DrivesAPrinter(header.dataColourSpace)) return 0;
+    Refuse({"the profile's colour space is ", CodeText(header.dataColourSpace)}, "a printer profile for RGB or CMYK is needed");
+    return kStatusProfileUnsuitable;
 }
 
 /// A grid is asked at twice as many places for each channel more: with 15 a table of the proof takes half a minute.
@@ -55,7 +70,10 @@ OSErr CheckProoferSpace(ColorSyncProfileRef proofer) {
     ICCProfileHeader header;
     const OSErr status = ReadProfileHeader(proofer, &header);
     if (status != 0) return status;
-    return ChannelsByNumber(header.dataColourSpace) > kMostChannels ? kStatusProfileUnsuitable : OSErr{0};
+    const uint32_t channels = ChannelsByNumber(header.dataColourSpace);
+    if (channels <= kMostChannels) return 0;
+    Refuse({"the device has ", std::to_string(channels), " channels"}, "a proofer of 10 at most is needed");
+    return kStatusProfileUnsuitable;
 }
 
 OSErr OpenProfiles(const AliasHandle aliases[3], bool useProofer, Profiles* profiles) {
@@ -63,16 +81,19 @@ OSErr OpenProfiles(const AliasHandle aliases[3], bool useProofer, Profiles* prof
     profiles->reference.Reset(CreateProfileFromNamedResource(CFSTR("MatrixCalRGB"), &status));
     status = OpeningStatus(profiles->reference, status);
     if (status == 0) status = OpenAlias(aliases[0], &profiles->monitor);
-    if (status == 0 && !aliases[1]) status = kStatusFileNotFound;
+    if (status == 0 && !aliases[1]) {
+        Refuse({"no printer is chosen"}, "the profile of a printer is needed");
+        status = kStatusFileNotFound;
+    }
     if (status == 0) status = OpenAlias(aliases[1], &profiles->printer);
-    if (status == 0) status = CheckPrinterSpace(profiles->printer.Get());
+    if (status == 0) status = OfFile(aliases[1], CheckPrinterSpace(profiles->printer.Get()));
     if (status == 0) {
         profiles->printerCopy.Reset(ColorSyncProfileCreateMutableCopy(profiles->printer.Get()));
         if (!profiles->printerCopy) status = kStatusNoMemory;
     }
     if (status == 0 && useProofer && aliases[2]) {
         status = OpenAlias(aliases[2], &profiles->proofer);
-        if (status == 0) status = CheckProoferSpace(profiles->proofer.Get());
+        if (status == 0) status = OfFile(aliases[2], CheckProoferSpace(profiles->proofer.Get()));
     }
     return status;
 }
@@ -139,24 +160,97 @@ OSErr CreateTransforms(const Profiles& profiles, MatchingData* data) {
     return status;
 }
 
+constexpr const char* kDeviceNeeded = "the profile of a device with tables or a matrix both ways is needed";
+
+bool HasAny(ColorSyncProfileRef profile, std::initializer_list<uint32_t> signatures) {
+    return std::any_of(signatures.begin(), signatures.end(), [profile](uint32_t signature) {
+        bool isThere = false;
+        return FindTag(profile, signature, &isThere) == 0 && isThere;
+    });
+}
+
+/// Whether a device is what keeps transforms from being made; if so, the refusal says what of it.
+bool IsAtFault(ColorSyncProfileRef device, ColorSyncProfileRef reference) {
+    ICCProfileHeader header;
+    if (ReadProfileHeader(device, &header) != 0) return false;
+    ColorSyncTransformRef out = nullptr, in = nullptr;
+    const OSErr outStatus = CreateTransform({{device, kColorSyncTransformDeviceToPCS}, {reference, kColorSyncTransformPCSToDevice}}, &out);
+    const OSErr inStatus = CreateTransform({{reference, kColorSyncTransformDeviceToPCS}, {device, kColorSyncTransformPCSToDevice}}, &in);
+    const Owned<ColorSyncTransformRef> outOwner(out), inOwner(in);
+    if (outStatus != kStatusParameter && inStatus != kStatusParameter) return false;
+
+    constexpr uint32_t kDevices[] = {FourChar("scnr"), FourChar("mntr"), FourChar("prtr"), FourChar("spac")};
+    const bool hasMatrix = IsMatrixModel(device) || HasAny(device, {FourChar("kTRC")});
+    if (std::find(std::begin(kDevices), std::end(kDevices), header.profileClass) == std::end(kDevices)) {
+        Refuse({"the profile's class is ", CodeText(header.profileClass)}, kDeviceNeeded);
+    } else if (header.dataColourSpace == FourChar("Lab ") || header.dataColourSpace == FourChar("XYZ ") ||
+               (header.dataColourSpace & 0x80808080) != 0) {
+        Refuse({"the profile's colour space is ", CodeText(header.dataColourSpace)}, kDeviceNeeded);
+    } else if (outStatus != 0 && !hasMatrix && !HasAny(device, {FourChar("A2B0"), FourChar("A2B1"), FourChar("A2B2")})) {
+        Refuse({"tag 'A2B0' is missing, so that its colours cannot be told"}, kDeviceNeeded);
+    } else if (inStatus != 0 && !hasMatrix && !HasAny(device, {FourChar("B2A0"), FourChar("B2A1"), FourChar("B2A2")})) {
+        Refuse({"tag 'B2A0' is missing, so that no colours can be converted for it"}, kDeviceNeeded);
+    } else if (outStatus != 0) {
+        Refuse({hasMatrix ? "its matrix and curves cannot be used"
+                          : "tag 'A2B0' cannot be used: it does not fit the profile's colour spaces or is damaged"},
+               kDeviceNeeded);
+    } else {
+        Refuse({hasMatrix ? "its matrix and curves cannot be inverted"
+                          : "tag 'B2A0' cannot be used: it does not fit the profile's colour spaces or is damaged"},
+               kDeviceNeeded);
+    }
+    return true;
+}
+
+/// Says which device keeps the transforms from being made.
+void RefuseTransforms(const AliasHandle aliases[3], const Profiles& profiles) noexcept try {
+    if (IsAtFault(profiles.printer.Get(), profiles.reference.Get())) return NameRefusedFile(aliases[1]);
+    if (profiles.proofer && IsAtFault(profiles.proofer.Get(), profiles.reference.Get())) return NameRefusedFile(aliases[2]);
+    Refuse({"printer and proofer cannot be linked"}, "profiles that convert into each other are needed");
+} catch (const std::bad_alloc&) {
+}
+
 // ---- the monitor ----
+
+constexpr uint32_t kCurveTags[] = {FourChar("rTRC"), FourChar("gTRC"), FourChar("bTRC")};
+constexpr uint32_t kColourantTags[] = {FourChar("rXYZ"), FourChar("gXYZ"), FourChar("bXYZ")};
+
+/// Says why a monitor's colourants have no inverse.
+void RefuseColourants(ColorSyncProfileRef monitor) noexcept try {
+    constexpr const char* kNeeded = "three colourants that are not mixed of each other are needed";
+    for (const uint32_t signature : kColourantTags) {
+        Owned<CFDataRef> tag;
+        CopyTag(monitor, signature, &tag);
+        const CFIndex length = tag ? CFDataGetLength(tag.Get()) : 0;
+        if (length < 20) return Refuse({"tag ", CodeText(signature), " has ", std::to_string(length), " bytes"}, "a colourant has 20");
+        const FixedXYZ xyz = GetMediaColourant(monitor, signature);
+        if (xyz.X == 0 && xyz.Y == 0 && xyz.Z == 0) return Refuse({"tag ", CodeText(signature), " is zero"}, kNeeded);
+    }
+    Refuse({"its colourants have no inverse"}, kNeeded);
+} catch (const std::bad_alloc&) {
+}
 
 /// The curves' inverses. A curve without one is of no use here.
 OSErr Invert(ICC_ShaperMatrix* shaper) {
-    const int status = BuildReverseTables(shaper);
+    int swinging = -1;
+    const int status = BuildReverseTables(shaper, &swinging);
+    if (swinging >= 0) Refuse({"tag ", CodeText(kCurveTags[swinging]), " goes up and down too often"}, "a tone curve that rises or falls is needed");
     if (status != 0) return static_cast<OSErr>(status);
     const bool isWhole = shaper->reverse[0] && shaper->reverse[1] && shaper->reverse[2];
     return isWhole ? OSErr{0} : kStatusProfileUnsuitable;
 }
 
 OSErr BuildMonitorModel(ColorSyncProfileRef monitor, MatchingData* data) {
-    constexpr uint32_t kCurves[] = {FourChar("rTRC"), FourChar("gTRC"), FourChar("bTRC")};
     ICC_ShaperMatrix& shaper = data->monitorShaper;
     OSErr status = 0;
     for (int c = 0; c < 3 && status == 0; ++c) {
-        status = GetColourantLUT(monitor, kCurves[c], &shaper.curves[c], &shaper.counts[c]);
+        status = GetColourantLUT(monitor, kCurveTags[c], &shaper.curves[c], &shaper.counts[c]);
         // Refused when the inverse is made: before two more of its kind take their room.
-        if (status == 0 && shaper.counts[c] > kMostCurveEntries) status = kStatusNoMemory;
+        if (status == 0 && shaper.counts[c] > kMostCurveEntries) {
+            Refuse({"tag ", CodeText(kCurveTags[c]), " has ", std::to_string(shaper.counts[c]), " entries"},
+                   "a tone curve of 65536 at most is needed");
+            status = kStatusNoMemory;
+        }
     }
     if (status == 0) status = GetMonitorMatrix(monitor, &data->monitorMatrix);
     if (status != 0) return status;
@@ -164,6 +258,7 @@ OSErr BuildMonitorModel(ColorSyncProfileRef monitor, MatchingData* data) {
     if (status != 0) return status;
     ICC_MatrixConcat(&data->referenceInverse, &data->monitorMatrix, &shaper.matrix);
     status = InvertMatrix(shaper.matrix, &shaper.inverseMatrix);
+    if (status == kStatusProfileUnsuitable) RefuseColourants(monitor);
     return status != 0 ? status : Invert(&shaper);
 }
 
@@ -184,6 +279,7 @@ OSErr GiveMediaWhite(ColorSyncMutableProfileRef profile, const FixedXYZ& white) 
 }
 
 OwnedRecord Build(const AliasHandle aliases[3], bool useProofer, const FixedXYZ* monitorWhite, const FixedXYZ* printerWhite, OSErr* status) {
+    ForgetRefusal();
     Profiles profiles;
     *status = OpenProfiles(aliases, useProofer, &profiles);
     if (*status != 0) return nullptr;
@@ -213,9 +309,13 @@ OwnedRecord Build(const AliasHandle aliases[3], bool useProofer, const FixedXYZ*
     ICCProfileHeader printer = {};
     if (*status == 0) *status = ReadProfileHeader(profiles.printerCopy.Get(), &printer);
     data->printerColourSpace = printer.dataColourSpace;
-    if (*status == 0) *status = CreateTransforms(profiles, data.get());
-    if (*status == 0) *status = BuildMonitorModel(profiles.monitor.Get(), data.get());
-    if (*status == 0) *status = CopyShaper(data->monitorShaper, &data->baseShaper);
+    if (*status == 0) {
+        *status = CreateTransforms(profiles, data.get());
+        if (*status == kStatusParameter) RefuseTransforms(aliases, profiles);
+    }
+    if (*status == 0) *status = OfFile(aliases[0], BuildMonitorModel(profiles.monitor.Get(), data.get()));
+    if (*status == 0) *status = OfFile(aliases[0], CopyShaper(data->monitorShaper, &data->baseShaper));
+    RefuseForStatus(*status);
     return *status == 0 ? std::move(data) : nullptr;
 }
 

@@ -133,7 +133,10 @@ int BuildReverseTableWithin(const uint16_t* table, int entryCount, uint64_t* roo
         registered += changes[k];
         storageSize += BucketSize(static_cast<uint32_t>(registered));
     }
-    if (storageSize > *room) return kStatusNoMemory;
+    if (storageSize > *room) {
+        *room = 0;
+        return kStatusNoMemory;
+    }
     reverse->storage = std::calloc(1, storageSize);
     if (!reverse->storage) return kStatusNoMemory;
     *room -= storageSize;

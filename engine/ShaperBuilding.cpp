@@ -18,11 +18,13 @@ int CopyCurves(const ICC_ShaperMatrix& source, ICC_ShaperMatrix* copy) {
     return 0;
 }
 
-int BuildReverseTables(ICC_ShaperMatrix* shaper) {
+int BuildReverseTables(ICC_ShaperMatrix* shaper, int* swinging) {
+    if (swinging) *swinging = -1;
     uint64_t room = uint64_t{20} << 20;
     int status = 0;
     for (int c = 0; c < 3 && status == 0; ++c) {
         status = BuildReverseTableWithin(shaper->curves[c], static_cast<int>(shaper->counts[c]), &room, &shaper->reverse[c]);
+        if (status != 0 && room == 0 && swinging) *swinging = c;
     }
     return status;
 }

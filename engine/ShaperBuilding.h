@@ -15,4 +15,5 @@ int CopyCurves(const ICC_ShaperMatrix& source, ICC_ShaperMatrix* copy);
 /// A curve of fewer than two entries gets none, as from ICC_BuildReverseTable.
 /// returns   0; -108 without memory, or when the three would take more than 20 MiB together: ordinary curves take less than one, and a
 ///           record that replaces its working model holds nine
-int BuildReverseTables(ICC_ShaperMatrix* shaper);
+/// swinging  out, may be null: the curve that would take more, or -1
+int BuildReverseTables(ICC_ShaperMatrix* shaper, int* swinging = nullptr);

@@ -1,12 +1,15 @@
 #include "profile/CurveSampling.h"
 
 #include <cstdlib>
+#include <new>
+#include <string>
 
 #include "platform/BigEndian.h"
 #include "platform/Codes.h"
 #include "platform/FourCharCode.h"
 #include "profile/CurveTag.h"
 #include "profile/ProfileReading.h"
+#include "profile/Refusals.h"
 #include "profile/TagRegistry.h"
 
 namespace {
@@ -21,6 +24,25 @@ bool HasLinearShapers(const UInt8* tag) {
            (outputs < 2 || ReadBigEndian16(tag + 50) == 2);
 }
 
+/// Says what SampleCurveTag has against a tag that it found unsuitable.
+void RefuseCurve(uint32_t signature, const UInt8* tag, size_t length) noexcept try {
+    const std::string name = "tag " + CodeText(signature) + " ";
+    if (length < 12) return Refuse({name, "has ", std::to_string(length), " bytes"}, "a tone curve has at least 12");
+    const uint32_t type = ReadBigEndian32(tag);
+    if (type == FourChar("para")) {
+        const unsigned function = ReadBigEndian16(tag + 8);
+        if (function > 4) return Refuse({name, "is of function type ", std::to_string(function)}, "the types of a tone curve are 0 to 4");
+        return Refuse({name, "is too short for function type ", std::to_string(function)}, "1, 3, 4, 5 and 7 parameters belong to the types 0 to 4");
+    }
+    if (type == FourChar("curv")) {
+        return Refuse(
+            {name, "says that it has ", std::to_string(ReadBigEndian32(tag + 8)), " entries and has room for ", std::to_string((length - 12) / 2)},
+            "a curve whose entries are all there is needed");
+    }
+    Refuse({name, "is of the type ", CodeText(type)}, "a tone curve is of the type 'curv' or 'para'");
+} catch (const std::bad_alloc&) {
+}
+
 }  // namespace
 
 OSErr GetColourantLUT(ColorSyncProfileRef profile, uint32_t signature, uint16_t** table, uint32_t* count) {
@@ -29,7 +51,10 @@ OSErr GetColourantLUT(ColorSyncProfileRef profile, uint32_t signature, uint16_t*
     Owned<CFDataRef> tag;
     if (status == 0) status = CopyTag(profile, signature, &tag);
     if (!tag) return status != 0 ? status : kStatusProfileUnsuitable;
-    return static_cast<OSErr>(SampleCurveTag(CFDataGetBytePtr(tag.Get()), static_cast<size_t>(CFDataGetLength(tag.Get())), table, count));
+    const auto length = static_cast<size_t>(CFDataGetLength(tag.Get()));
+    const int sampled = SampleCurveTag(CFDataGetBytePtr(tag.Get()), length, table, count);
+    if (sampled == kStatusProfileUnsuitable) RefuseCurve(signature, CFDataGetBytePtr(tag.Get()), length);
+    return static_cast<OSErr>(sampled);
 }
 
 OSErr Get3DTable(ColorSyncProfileRef profile, uint32_t signature, int32_t matrix[9], uint32_t* gridPoints, uint16_t** table) {

@@ -1,11 +1,15 @@
 #include "profile/ProfileLoading.h"
 
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
+#include <new>
+#include <string>
 
 #include "platform/Codes.h"
 #include "platform/Owned.h"
 #include "profile/ProfileCache.h"
+#include "profile/Refusals.h"
 
 namespace {
 
@@ -36,12 +40,30 @@ private:
     bool open_ = false;
 };
 
+/// What the platform has against the bytes: asked only when they are refused.
+void RefuseBytes(CFDataRef bytes) noexcept try {
+    CFErrorRef error = nullptr;
+    const Owned<ColorSyncProfileRef> profile(ColorSyncProfileCreate(bytes, &error));
+    const Owned<CFErrorRef> owner(error);
+    const Owned<CFStringRef> reason(error ? CFErrorCopyDescription(error) : nullptr);
+    char text[512] = "";
+    if (!reason || !CFStringGetCString(reason.Get(), text, sizeof text, kCFStringEncodingUTF8)) return;
+    std::string what = text;
+    if (what.ends_with('.')) what.pop_back();
+    if (!what.empty()) what[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(what[0])));
+    Refuse({"this is not a whole ICC profile: ", what}, "a whole ICC profile is needed");
+} catch (const std::bad_alloc&) {
+}
+
 OSErr ReadWholeFork(const DataFork& fork, Owned<CFMutableDataRef>* bytes) {
     if (fork.Status() != 0) return fork.Status();
     SInt64 size = 0;
     const OSErr status = FSGetForkSize(fork.Number(), &size);
     if (status != 0) return status;
-    if (size > kLargestProfile) return kStatusParameter;
+    if (size > kLargestProfile) {
+        Refuse({"the file has ", std::to_string(size), " bytes"}, "a profile of 20 MiB (20971520 bytes) at most is needed");
+        return kStatusParameter;
+    }
     const auto length = static_cast<CFIndex>(size);
     bytes->Reset(CFDataCreateMutable(kCFAllocatorDefault, length));
     if (!*bytes) return kStatusNoMemory;
@@ -87,6 +109,8 @@ ColorSyncProfileRef CreateProfileFromAlias(AliasHandle alias, OSErr* error) {
     if (status != 0) {
         std::fprintf(stderr, "CreateProfileFromAlias, GetAliasTarget failed (%d)\n", status);
         *error = status;
+        ForgetRefusal();
+        RefuseForStatus(status);
         return nullptr;
     }
     return CreateProfileFromFSRef(&target, error);
@@ -98,14 +122,24 @@ ColorSyncProfileRef CreateProfileFromFSRef(const FSRef* file, OSErr* error) {
         *error = 0;
         return profile;
     }
+    ForgetRefusal();
     const DataFork fork(*file);
     Owned<CFMutableDataRef> bytes;
     *error = ReadWholeFork(fork, &bytes);
-    if (*error != 0) return nullptr;
+    if (*error != 0) {
+        RefuseForStatus(*error);
+        NameRefusedFile(file);
+        return nullptr;
+    }
     errno = 0;
     ColorSyncProfileRef profile = ColorSyncProfileCreate(bytes.Get(), nullptr);
     // Null for bytes that are no profile, which is no error here, and without memory.
     if (!profile && errno == ENOMEM) *error = kStatusNoMemory;
+    if (!profile) {
+        if (*error == 0) RefuseBytes(bytes.Get());
+        RefuseForStatus(*error);
+        NameRefusedFile(file);
+    }
     known.Keep(profile);
     return profile;
 }
@@ -119,5 +153,7 @@ ColorSyncProfileRef CreateProfileFromNamedResource(CFStringRef name, OSErr* erro
         known.Keep(profile);
     }
     *error = profile ? 0 : kStatusFileNotFound;
+    if (!profile)
+        Refuse({"the library's own profile is not there or is damaged"}, "the file MatrixCalRGB.icc in the folder colourmatch beside it is needed");
     return profile;
 }

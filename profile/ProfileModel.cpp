@@ -4,6 +4,7 @@
 #include "platform/Codes.h"
 #include "platform/FourCharCode.h"
 #include "profile/ProfileReading.h"
+#include "profile/Refusals.h"
 #include "profile/TagRegistry.h"
 
 namespace {
@@ -51,6 +52,8 @@ OSErr CheckMatrixModel(ColorSyncProfileRef profile) {
     for (const uint32_t signature : {FourChar("rXYZ"), FourChar("rTRC"), FourChar("gXYZ"), FourChar("gTRC"), FourChar("bXYZ"), FourChar("bTRC")}) {
         bool isThere = false;
         const OSErr status = FindTag(profile, signature, &isThere);
+        if (!isThere && status == 0)
+            Refuse({"tag ", CodeText(signature), " is missing"}, "a monitor profile with three colourants and three tone curves is needed");
         if (!isThere) return status != 0 ? status : kStatusProfileUnsuitable;
     }
     return 0;

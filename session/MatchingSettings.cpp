@@ -9,6 +9,7 @@
 #include "profile/ProfileLoading.h"
 #include "profile/ProfileModel.h"
 #include "profile/ProfileReading.h"
+#include "profile/Refusals.h"
 #include "session/EntryPoint.h"
 #include "session/MatchingDataHandle.h"
 #include "settings/PreferenceStore.h"
@@ -52,14 +53,24 @@ OSErr CheckPrinter(ColorSyncProfileRef profile) {
     ICCProfileHeader header;
     const OSErr status = ReadProfileHeader(profile, &header);
     if (status != 0) return status;
-    return header.profileClass == FourChar("prtr") && DrivesAPrinter(header.dataColourSpace) ? OSErr{0} : kStatusProfileUnsuitable;
+    constexpr const char* kNeeded = "a printer profile (class 'prtr') for RGB or CMYK is needed";
+    if (header.profileClass != FourChar("prtr")) {
+        Refuse({"the profile's class is ", CodeText(header.profileClass)}, kNeeded);
+    } else if (!DrivesAPrinter(header.dataColourSpace)) {
+        Refuse({"the profile's colour space is ", CodeText(header.dataColourSpace)}, kNeeded);
+    } else {
+        return 0;
+    }
+    return kStatusProfileUnsuitable;
 }
 
 OSErr CheckProofer(ColorSyncProfileRef profile) {
     ICCProfileHeader header;
     const OSErr status = ReadProfileHeader(profile, &header);
     if (status != 0) return status;
-    return header.profileClass != FourChar("nmcl") && header.profileClass != FourChar("link") ? OSErr{0} : kStatusProfileUnsuitable;
+    if (header.profileClass != FourChar("nmcl") && header.profileClass != FourChar("link")) return 0;
+    Refuse({"the profile's class is ", CodeText(header.profileClass)}, "the profile of a device is needed");
+    return kStatusProfileUnsuitable;
 }
 
 OSErr ValidateAlias(AliasHandle alias, OSErr (*check)(ColorSyncProfileRef)) {
@@ -67,7 +78,14 @@ OSErr ValidateAlias(AliasHandle alias, OSErr (*check)(ColorSyncProfileRef)) {
     OSErr error = 0;
     const Owned<ColorSyncProfileRef> profile(CreateProfileFromAlias(alias, &error));
     if (error != 0) return error;
-    return profile ? check(profile.Get()) : kStatusProfileUnsuitable;
+    if (!profile) return kStatusProfileUnsuitable;
+    ForgetRefusal();
+    const OSErr status = check(profile.Get());
+    if (status != 0) {
+        RefuseForStatus(status);
+        NameRefusedFile(alias);
+    }
+    return status;
 }
 
 OSErr BuildAndInstall(const ICCProfileLocation* location) {

@@ -26,6 +26,7 @@
 #include "platform/CoreFoundation.h"
 #include "platform/Displays.h"
 #include "profile/CurveSampling.h"
+#include "profile/LastRefusal.h"
 #include "profile/ProfileHeader.h"
 #include "profile/ProfileLoading.h"
 #include "profile/ProfileModel.h"

@@ -98,14 +98,14 @@ TEST(MalformedProfileTest, IsRefusedWithTheReason) {
         {Changed(kDisplay, kCount, 0xFFFFFFFF), "A table of 4294967295 tags"},
         {Changed(kDisplay, kCount, 0x15555556), "A table of"},  // times 12 is 8 in 32 bits
         {manyTags, "A table of 101 tags"},
-        {Changed(kDisplay, kFirstOffset, size - 19), "Tag 0 lies outside"},
-        {Changed(kDisplay, kFirstOffset, size), "Tag 0 lies outside"},
-        {Changed(kDisplay, kFirstOffset, 0xFFFFFFF0), "Tag 0 lies outside"},  // and its end wraps round
-        {Changed(kDisplay, kFirstOffset, 0), "Tag 0 lies outside"},
-        {Changed(kDisplay, kFirstOffset, 132), "Tag 0 lies outside"},  // in the table
-        {Changed(kDisplay, kFirstSize + 24, 0xFFFFFFFF), "Tag 2 lies outside"},
-        {Changed(kDisplay, kFirstSize + 24, size), "Tag 2 lies outside"},
-        {overlapping, "overlap"},
+        {Changed(kDisplay, kFirstOffset, size - 19), "Tag 0, 'wtpt', lies outside"},
+        {Changed(kDisplay, kFirstOffset, size), "Tag 0, 'wtpt', lies outside"},
+        {Changed(kDisplay, kFirstOffset, 0xFFFFFFF0), "Tag 0, 'wtpt', lies outside"},  // and its end wraps round
+        {Changed(kDisplay, kFirstOffset, 0), "Tag 0, 'wtpt', lies outside"},
+        {Changed(kDisplay, kFirstOffset, 132), "Tag 0, 'wtpt', lies outside"},  // in the table
+        {Changed(kDisplay, kFirstSize + 24, 0xFFFFFFFF), "Tag 2, 'gXYZ', lies outside"},
+        {Changed(kDisplay, kFirstSize + 24, size), "Tag 2, 'gXYZ', lies outside"},
+        {overlapping, "', overlaps with others"},
         {Changed(kDisplay, 12, Code("none")), "cannot be used"},  // no class that the engine knows
         {Changed(kDisplay, 8, 0x05100000), "cannot be used"},     // version 5
     };

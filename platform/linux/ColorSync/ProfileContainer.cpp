@@ -35,6 +35,16 @@ ProfileContainer::Header SwapToOrFromHost(ProfileContainer::Header header) {
     return header;
 }
 
+/// "Tag 3, 'gTRC',": by its place in the table too, as any signature may stand there.
+std::string NameOf(std::uint32_t signature, std::size_t place) {
+    std::string name = "Tag " + std::to_string(place) + ", '";
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        const auto character = static_cast<char>(signature >> shift & 0xFF);
+        name += character >= 0x20 && character < 0x7F ? character : '?';
+    }
+    return name + "',";
+}
+
 std::size_t Aligned(std::size_t size) {
     return (size + 3) & ~std::size_t{3};
 }
@@ -78,7 +88,7 @@ bool ProfileContainer::ReadTags(std::string* reason) {
         const TagEntry tag = {ReadBigEndian32(entry), file, ReadBigEndian32(entry + 4), ReadBigEndian32(entry + 8)};
         if (tag.size == 0) continue;
         if (tag.offset < dataStart || tag.offset > size || tag.size > size - tag.offset) {
-            *reason = "Tag " + std::to_string(i) + " lies outside the profile.";
+            *reason = NameOf(tag.signature, i) + " lies outside the profile.";
             return false;
         }
         if (Find(tag.signature)) {
@@ -89,7 +99,7 @@ bool ProfileContainer::ReadTags(std::string* reason) {
             std::any_of(tags_.begin(), tags_.end(), [&](const TagEntry& other) { return other.offset == tag.offset && other.size == tag.size; });
         // Many long tags over the same bytes would take memory without end when they are written apart.
         if (!shared && (claimed += tag.size) > 2 * size) {
-            *reason = "The tags overlap.";
+            *reason = NameOf(tag.signature, i) + " overlaps with others.";
             return false;
         }
         tags_.push_back(tag);
