@@ -3,7 +3,14 @@
 #include <string>
 
 #include "images/Complaint.h"
-#include "images/MonitorFault.h"
+#include "images/Refusal.h"
+
+namespace {
+
+/// The library's words for a profile that found no memory, which is not the file's fault.
+constexpr const char* kNoMemory = "there is no memory for it";
+
+}  // namespace
 
 CurrentMatching::CurrentMatching(const ChosenProfile& monitor, const ChosenProfile& printer, const std::optional<ChosenProfile>& proofer,
                                  const StoredConditions* conditions, uint32_t quality) {
@@ -13,8 +20,9 @@ CurrentMatching::CurrentMatching(const ChosenProfile& monitor, const ChosenProfi
     MatchingData* data = LoadMatchingData(profiles, proofer ? 1 : 0, conditions ? white(conditions->monitorWhite) : nullptr,
                                           conditions ? white(conditions->printerWhite) : nullptr, &status);
     if (!data) {
-        if (status == kStatusNoMemory || status == kStatusProfileUnsuitable) {
-            if (const auto fault = FaultOfMonitor(monitor, status)) throw *fault;
+        for (const ChosenProfile* profile : {&monitor, &printer, proofer ? &*proofer : nullptr}) {
+            const auto refusal = profile ? RefusalOf(*profile) : std::nullopt;
+            if (refusal && refusal->wrong != kNoMemory) throw *refusal;
         }
         if (status == kStatusNoMemory) throw Complaint{"matching data", "there is not enough memory for it", "close other programs", Exit::Failed};
         const std::string code = " (status " + std::to_string(status) + ")";

@@ -10,6 +10,7 @@
 #include "images/Complaint.h"
 #include "images/FineCurves.h"
 #include "images/FourCharCodes.h"
+#include "images/Refusal.h"
 
 ChosenProfile OpenProfile(const std::string& path, const char* needed) {
     const Owned<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()),
@@ -23,7 +24,7 @@ ChosenProfile OpenProfile(const std::string& path, const char* needed) {
     chosen.path = path;
     OSErr error = 0;
     chosen.profile.Reset(CreateProfileFromFSRef(&file, &error));
-    if (!chosen.profile && error == 0) throw Complaint{path, "this is not a whole ICC profile", needed};
+    if (!chosen.profile && error == 0) throw RefusalOf(path, file).value_or(Complaint{path, "this is not a whole ICC profile", needed});
     if (!chosen.profile && error == kStatusParameter) throw Complaint{path, "a profile file may have 20 MiB at most", needed};
     if (!chosen.profile) throw Complaint{path, "the file cannot be read (status " + std::to_string(error) + ")", needed, Exit::Failed};
 
