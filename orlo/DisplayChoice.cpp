@@ -95,10 +95,11 @@ std::vector<KnownDisplay> ChooseDisplays(const std::vector<std::string>& names) 
     const std::vector<KnownDisplay> displays = ActiveDisplays();
     if (names.empty()) return {displays.front()};
     std::vector<KnownDisplay> chosen;
+    chosen.reserve(names.size());
     for (const std::string& name : names) chosen.push_back(Find(name, displays));
     std::ranges::sort(chosen, {}, &KnownDisplay::index);
-    const auto repeated = std::ranges::unique(chosen, {}, &KnownDisplay::index);
-    chosen.erase(repeated.begin(), repeated.end());
+    const auto isSame = [](const KnownDisplay& a, const KnownDisplay& b) { return a.index == b.index; };
+    chosen.erase(std::unique(chosen.begin(), chosen.end(), isSame), chosen.end());
     return chosen;
 }
 
