@@ -147,6 +147,7 @@ std::array<double, 3> OverlayColour(const uint16_t* monitor, bool isMarked) {
 template <typename Sample>
 Sample Scaled(double share) {
     constexpr double kMost = static_cast<Sample>(~Sample{0});
+    // NOLINTNEXTLINE(bugprone-incorrect-roundings): right for shares of 0 to 1, and no call for every sample.
     return static_cast<Sample>(std::min(share, 1.0) * kMost + 0.5);
 }
 

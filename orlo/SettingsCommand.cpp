@@ -50,7 +50,7 @@ std::string StoreRefined(const ChosenProfile& monitor) {
     const std::filesystem::path folder = std::filesystem::path(g_get_user_data_dir()) / "icc";
     std::error_code error;
     std::filesystem::create_directories(folder, error);
-    const std::string path = (folder / (std::filesystem::path(monitor.path).stem().string() + "-fine.icc")).string();
+    std::string path = (folder / (std::filesystem::path(monitor.path).stem().string() + "-fine.icc")).string();
     OutputFile file(path);
     const auto length = static_cast<std::size_t>(CFDataGetLength(fine.Get()));
     if (write(file.Descriptor(), CFDataGetBytePtr(fine.Get()), length) != static_cast<ssize_t>(length)) file.ComplainOfWriting();

@@ -38,8 +38,8 @@ inline std::optional<CalibrationCurves> CalibrationCurves::Read(const std::uint8
     CalibrationCurves curves;
     const std::uint32_t kind = ReadBigEndian32(tag + 8);
     if (kind == kFormula && size >= kFormulae) {
-        const auto number = [&](int i) { return static_cast<std::int32_t>(ReadBigEndian32(tag + kHead + 4 * i)) / 65536.0; };
-        for (int c = 0; c < 3; ++c) curves.formulae_[c] = {number(3 * c), number(3 * c + 1), number(3 * c + 2)};
+        const auto number = [&](std::size_t i) { return static_cast<std::int32_t>(ReadBigEndian32(tag + kHead + 4 * i)) / 65536.0; };
+        for (std::size_t c = 0; c < 3; ++c) curves.formulae_[c] = {number(3 * c), number(3 * c + 1), number(3 * c + 2)};
         return curves;
     }
     const std::size_t channels = ReadBigEndian16(tag + kHead), entries = ReadBigEndian16(tag + kHead + 2);

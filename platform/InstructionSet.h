@@ -72,14 +72,9 @@ constexpr const char* NameOf(InstructionSet set) {
 
 /// Whether this processor runs the set.
 inline bool ProcessorRuns(InstructionSet set) {
-    switch (set) {
-#define CM_SET(name, text, runs)  \
-    case InstructionSet::k##name: \
-        return runs;
-        CM_INSTRUCTION_SETS(CM_SET)
+#define CM_SET(name, text, runs) || (set == InstructionSet::k##name && (runs))
+    return false CM_INSTRUCTION_SETS(CM_SET);
 #undef CM_SET
-    }
-    return false;
 }
 
 /// The widest set that kernels may use: what the environment variable CM_KERNELS names, else anything. Read once; any thread.

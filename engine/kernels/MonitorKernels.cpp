@@ -37,7 +37,9 @@ void Match16(const MonitorTables& tables, const uint16_t* in, uint16_t* out, siz
 
 void Predict8(const MonitorTables& tables, const uint8_t* in, uint16_t* out, size_t count) {
     for (size_t i = 0; i < count; ++i, in += 4, out += 4) {
-        Multiply(tables.matrix, tables.toLinear[0][in[1] * 257], tables.toLinear[1][in[2] * 257], tables.toLinear[2][in[3] * 257], out);
+        uint16_t linear[3];
+        for (int c = 0; c < 3; ++c) linear[c] = tables.toLinear[c][in[c + 1] * size_t{257}];
+        Multiply(tables.matrix, linear[0], linear[1], linear[2], out);
     }
 }
 

@@ -12,7 +12,6 @@
 namespace {
 
 using platform::Bytes;
-using platform::ProfileSource;
 using platform::ServerOutput;
 
 /// Where profiles are remembered: by the display's identifier, the file.

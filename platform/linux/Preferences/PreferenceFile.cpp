@@ -51,7 +51,7 @@ std::string FirstLine(const char* path) {
 /// Settings belong to one machine, as the folder may be shared over a network.
 std::string MachineName() {
     for (const char* path : {"/etc/machine-id", "/var/lib/dbus/machine-id"}) {
-        const std::string id = FirstLine(path);
+        std::string id = FirstLine(path);
         if (!id.empty() && id.find('/') == std::string::npos) return id;
     }
     char name[HOST_NAME_MAX + 1] = {};
