@@ -64,11 +64,33 @@ std::string NoteOnCurves(const ChosenProfile& monitor, double error) {
            std::to_string(std::lround(error)) + " of 65535 on average; --refine stores a copy with fine curves\n";
 }
 
-/// Names and values in turn.
-void Set(const std::vector<std::string>& words, bool refine, const Showing& showing) {
-    if (words.size() % 2 != 0) throw Complaint{"settings set", "it needs names, each with a value", "write NAME VALUE"};
+/// "NAME=VALUE" is a word, "NAME VALUE" are two; no name has a = in it.
+std::vector<SettingChange> ChangesFrom(const std::vector<std::string>& words) {
     std::vector<SettingChange> changes;
-    for (std::size_t i = 0; i < words.size(); i += 2) changes.push_back({words[i], words[i + 1]});
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        if (const std::size_t equals = words[i].find('='); equals != std::string::npos) {
+            changes.push_back({words[i].substr(0, equals), words[i].substr(equals + 1)});
+        } else if (i + 1 < words.size()) {
+            changes.push_back({words[i], words[i + 1]});
+            ++i;
+        } else {
+            throw Complaint{"settings set", "'" + words[i] + "' has no value", "write NAME=VALUE or NAME VALUE"};
+        }
+    }
+    return changes;
+}
+
+/// The settings of these names, as they are stored now.
+Json JsonOf(const std::vector<std::string>& names) {
+    Json object = Json::object();
+    for (const Setting& setting : ReadSettings()) {
+        if (std::ranges::find(names, setting.name) != names.end()) object[setting.name] = JsonOf(setting);
+    }
+    return object;
+}
+
+void Set(const std::vector<std::string>& words, bool refine, const Showing& showing) {
+    std::vector<SettingChange> changes = ChangesFrom(words);
     const auto monitor = std::ranges::find_if(changes, [](const SettingChange& change) { return change.name == "monitor-profile"; });
     const bool namesMonitor = monitor != changes.end() && !monitor->value.empty() && monitor->value != "none";
     if (refine && !namesMonitor) throw Complaint{"--refine", "no monitor profile is set", "write monitor-profile PROFILE"};
@@ -77,6 +99,8 @@ void Set(const std::vector<std::string>& words, bool refine, const Showing& show
     if (namesMonitor) {
         const ChosenProfile chosen = ChooseMonitor(monitor->value);
         if (refine) {
+            // Else the copy would stay behind.
+            CheckSettings(changes);
             monitor->value = StoreRefined(chosen);
         } else if (error = ErrorOfPlainCurves(chosen.profile.Get()); error >= kCoarse) {
             note = NoteOnCurves(chosen, error);
@@ -84,14 +108,19 @@ void Set(const std::vector<std::string>& words, bool refine, const Showing& show
     }
     ChangeSettings(changes);
     if (!showing.json) return showing.Tell({}, note);
-    Json object = Json::object();
-    for (const Setting& setting : ReadSettings()) {
-        for (const SettingChange& change : changes) {
-            if (change.name == setting.name) object[setting.name] = JsonOf(setting);
-        }
-    }
+    std::vector<std::string> names;
+    for (const SettingChange& change : changes) names.push_back(change.name);
+    Json object = JsonOf(names);
     if (!note.empty()) object["monitor-profile"]["curveError"] = std::lround(error);
     showing.Tell(object, "");
+}
+
+void Reset(std::vector<std::string> names, const Showing& showing) {
+    if (names.empty()) {
+        for (const SettingName& setting : SettingNames()) names.emplace_back(setting.name);
+    }
+    ResetSettings(names);
+    if (showing.json) showing.Tell(JsonOf(names), "");
 }
 
 std::string AllSettings() {
@@ -126,15 +155,22 @@ std::vector<Command> SettingsCommands() {
               .run = [name](const Showing& showing) { Get(*name, showing); }},
              {.name = "set",
               .about = "stores settings",
-              .details = "Of several changes none is stored unless all are right.",
-              .arguments = {{"NAME VALUE", "SETTING", "a setting and its new value; more may follow",
+              .details = "Of several changes none is stored unless all are right, and every open session takes them up together.",
+              .arguments = {{"NAME=VALUE", "SETTING", "a setting and its new value, also as two words; more may follow",
                              [words](const std::string& word) { words->push_back(word); }, true, true},
                             {"--refine", "",
                              "store a copy of the monitor profile with fine tone curves, in the user's colour folder, so that every host gains",
                              SwitchOn(*refine)}},
               .json = "{NAME: {\"value\": VALUE, \"stored\": true|false}, ...} of those that were set;\nmonitor-profile also has \"curveError\", "
                       "0..65535, when its tone curves are coarse",
-              .examples = {"orlo settings set monitor-profile monitor.icc printer-profile printer.icc flare 0"},
+              .examples = {"orlo settings set monitor-profile=monitor.icc printer-profile=printer.icc flare=0", "orlo settings set quality 2"},
               .run = [words, refine](const Showing& showing) { Set(*words, *refine, showing); }},
+             {.name = "reset",
+              .about = "forgets what is stored, so that the default counts",
+              .arguments = {{"NAME", "SETTING", "a setting; more may follow. Default: all",
+                             [words](const std::string& word) { words->push_back(word); }, false, true}},
+              .json = "{NAME: {\"value\": VALUE, \"stored\": false}, ...} of those that were forgotten",
+              .examples = {"orlo settings reset flare contrast"},
+              .run = [words](const Showing& showing) { Reset(*words, showing); }},
          }}};
 }

@@ -293,6 +293,10 @@ void Check(const std::string& about, int status) {
     if (status != 0) throw Complaint{about, "it cannot be set (status " + std::to_string(status) + ")", "see orlo settings list for what is set"};
 }
 
+void CheckProfile(const std::string& about, const std::optional<ChosenProfile>& chosen, OSErr (*validate)(AliasHandle)) {
+    if (chosen) Check(about, validate(chosen->alias.get()));
+}
+
 /// With the absolute intent a monitor is scaled by its luminance, and one that does not say it shows nothing but black.
 void RequireLuminance(const Pending& pending) {
     if (!pending.monitor && !pending.intent) return;
@@ -306,23 +310,78 @@ void RequireLuminance(const Pending& pending) {
     }
 }
 
+/// The changes as they are to be stored, each checked; throws Complaint.
+Pending Checked(std::span<const SettingChange> changes) {
+    CMSControlInit();
+    Pending pending = PendingFromStore();
+    for (const SettingChange& change : changes) {
+        const Row& row = FindRow(change.name);
+        row.note(change, pending);
+        pending.changesConditions |= row.isStored == IsConditionStored;
+        pending.changesWhites |= IsWhite(row);
+    }
+    RequireLuminance(pending);
+    CheckProfile("monitor-profile", pending.monitor, ICC_ValidateMonitorAlias);
+    CheckProfile("printer-profile", pending.printer, ICC_ValidatePrinterAlias);
+    CheckProfile("proofer-profile", pending.proofer, ICC_ValidateProoferAlias);
+    return pending;
+}
+
+void StoreProfiles(const Pending& pending) {
+    ICCProfileLocation location;
+    GetICCProfileLocation(&location);
+    if (pending.monitor) location.monitor = pending.monitor->alias.get();
+    if (pending.printer) location.printer = pending.printer->alias.get();
+    if (pending.proofer) location.proofer = pending.proofer->alias.get();
+    Check("settings", SetICCProfileLocation(&location));
+}
+
+/// Each as the CMSSet function stores it that hosts call for it, but for telling every process.
 void Store(const Pending& pending) {
     // First, as it decides how the profiles are stored.
     if (pending.usePaths) SetBooleanPreference(Key("Use Paths"), *pending.usePaths);
-    if (pending.monitor) Check("monitor-profile", CMSSetMonitorProfile(pending.monitor->alias.get()));
-    if (pending.printer) Check("printer-profile", CMSSetPrinterProfile(pending.printer->alias.get()));
-    if (pending.proofer) Check("proofer-profile", CMSSetProofingProfile(pending.proofer->alias.get()));
-    if (pending.useProofer) CMSSetUseProofingProfile(*pending.useProofer);
-    if (pending.quality) CMSSetQuality(*pending.quality);
-    if (pending.intent) CMSSetRenderingIntent(*pending.intent);
-    if (pending.changesConditions) CMSSetViewingConditions(&pending.conditions);
+    if (pending.monitor || pending.printer || pending.proofer) StoreProfiles(pending);
+    if (pending.useProofer) ICC_RememberUseProofingProfile(*pending.useProofer);
+    if (pending.quality) {
+        ICC_SetMatchingQuality(kQualities[*pending.quality]);
+        ICC_RememberMatchingQuality();
+    }
+    if (pending.changesConditions) {
+        ICC_SetViewingConditions(ICC_GetRenderingIntent(), &pending.conditions);
+        Check("settings", ICC_RememberViewingConditions());
+    }
+    if (pending.intent) {
+        ICC_SetRenderingIntent(kIntents[*pending.intent]);
+        ICC_RememberRenderingIntent();
+    }
     if (pending.changesWhites) {
-        CMSSetFixWhite(StringOf(pending.monitorWhite).Get(), pending.useMonitorWhite, StringOf(pending.printerWhite).Get(), pending.usePrinterWhite);
+        ICC_RememberMonitorWhitepoint(StringOf(pending.monitorWhite).Get(), pending.useMonitorWhite);
+        ICC_RememberPrinterWhitepoint(StringOf(pending.printerWhite).Get(), pending.usePrinterWhite);
     }
-    if (pending.illuminant || pending.observer) {
-        CMSSetIllObs(pending.illuminant ? pending.illuminant->c_str() : nullptr, pending.observer ? pending.observer->c_str() : nullptr);
+    if (pending.illuminant) SetStringPreference(Key("Illuminant"), StringOf(*pending.illuminant).Get());
+    if (pending.observer) SetStringPreference(Key("Observer"), StringOf(*pending.observer).Get());
+}
+
+/// Writes what was stored, and tells every process, once.
+void Publish() {
+    if (!CFPreferencesSynchronize(CFSTR("com.brenwick.orlocms"), kCFPreferencesCurrentUser, kCFPreferencesCurrentHost)) {
+        throw Complaint{"settings", "they cannot be written to the configuration folder",
+                        "make com.brenwick.orlocms in $XDG_CONFIG_HOME (or ~/.config) writable", Exit::Failed};
     }
-    if (pending.usePaths) SynchronisePreferences(true);
+    SynchronisePreferences(true);
+}
+
+/// The viewing conditions are entries of one dictionary, which goes with its last one.
+void ForgetCondition(const char* key) {
+    const Owned<CFDictionaryRef> stored(CopyDictionaryPreference(Key("Viewing Conditions")));
+    const Owned<CFMutableDictionaryRef> kept(CreatePreferencesDictionary());
+    if (!stored || !kept) Check("settings", kStatusNoMemory);
+    const auto count = static_cast<std::size_t>(CFDictionaryGetCount(stored.Get()));
+    std::vector<const void*> keys(count), values(count);
+    CFDictionaryGetKeysAndValues(stored.Get(), keys.data(), values.data());
+    for (std::size_t i = 0; i < count; ++i) CFDictionarySetValue(kept.Get(), keys[i], values[i]);
+    CFDictionaryRemoveValue(kept.Get(), Key(key));
+    SetDictionaryPreference(Key("Viewing Conditions"), CFDictionaryGetCount(kept.Get()) > 0 ? kept.Get() : nullptr);
 }
 
 }  // namespace
@@ -364,21 +423,23 @@ std::vector<SettingName> SettingNames() {
     return names;
 }
 
+void CheckSettings(std::span<const SettingChange> changes) {
+    Checked(changes);
+}
+
 void ChangeSettings(std::span<const SettingChange> changes) {
-    CMSControlInit();
-    Pending pending = PendingFromStore();
-    for (const SettingChange& change : changes) {
-        const Row& row = FindRow(change.name);
-        row.note(change, pending);
-        pending.changesConditions |= row.isStored == IsConditionStored;
-        pending.changesWhites |= IsWhite(row);
+    Store(Checked(changes));
+    Publish();
+}
+
+void ResetSettings(std::span<const std::string> names) {
+    std::vector<const Row*> rows;
+    for (const std::string& name : names) rows.push_back(&FindRow(name));
+    for (const Row* row : rows) {
+        // A null string removes a key, whatever it holds.
+        row->isStored == IsConditionStored ? ForgetCondition(row->key) : SetStringPreference(Key(row->key), nullptr);
     }
-    RequireLuminance(pending);
-    Store(pending);
-    if (!CFPreferencesSynchronize(CFSTR("com.brenwick.orlocms"), kCFPreferencesCurrentUser, kCFPreferencesCurrentHost)) {
-        throw Complaint{"settings", "they cannot be written to the configuration folder",
-                        "make com.brenwick.orlocms in $XDG_CONFIG_HOME (or ~/.config) writable", Exit::Failed};
-    }
+    Publish();
 }
 
 std::string IntentName(OSType code) {

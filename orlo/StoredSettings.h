@@ -52,8 +52,12 @@ struct SettingChange {
     std::string value;
 };
 
-/// Stores them all and tells every process; throws Complaint, with nothing stored, when one of them is not right.
+/// Throws Complaint when one of them is not right.
+void CheckSettings(std::span<const SettingChange> changes);
+/// Stores them all and tells every process once; throws Complaint, with nothing stored, when one of them is not right.
 void ChangeSettings(std::span<const SettingChange> changes);
+/// Forgets what is stored under these names, so that the defaults count, and tells every process once. Throws Complaint as above.
+void ResetSettings(std::span<const std::string> names);
 
 /// "relative", "saturation" or "absolute", of a code 'Rdr0' to 'Rdr3' as hosts are told it: a code of another kind counts as relative.
 std::string IntentName(OSType code);

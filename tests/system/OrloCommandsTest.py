@@ -14,7 +14,7 @@ from OrloImages import write_png
 
 SOURCE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
 COMMANDS = ("match", "proof", "gamut", "predict", "printer-match", "printer-predict", "settings", "watch", "displays", "gamma", "calibration", "help")
-BELOW = {"settings": ("list", "get", "set"), "gamma": ("show", "plot", "save", "load", "linear", "reset"), "calibration": ("save", "verify", "install")}
+BELOW = {"settings": ("list", "get", "set", "reset"), "gamma": ("show", "plot", "save", "load", "linear", "reset"), "calibration": ("save", "verify", "install")}
 
 
 class CommandsCase(OrloCase):
@@ -65,7 +65,7 @@ class MadeFromTheTable(CommandsCase):
 class Completion(CommandsCase):
     ROWS = (
         (["ma"], ["match"]),
-        (["settings", ""], ["list", "get", "set"]),
+        (["settings", ""], ["list", "get", "set", "reset"]),
         (["settings", "set", "fl"], ["flare"]),
         (["gamut", "--dev"], ["--device"]),
         (["gamut", "--device", ""], ["monitor", "printer"]),

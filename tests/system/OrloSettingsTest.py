@@ -128,7 +128,9 @@ class ShowAndChange(SettingsCase):
             (("monitor-profile", text), text, "ICC profile"), (("monitor-profile", cmyk_printer()), cmyk_printer(), "matrix model"),
             (("printer-profile", ADOBE_RGB), ADOBE_RGB, "class"), (("printer-profile", ""), "printer-profile", "none"),
             (("flare", "0.1", "contrast", "2", "quality", "9"), "quality", "0, 1 or 2"),
-            (("flare",), "settings set", "NAME VALUE"), (("flare", "0", "quality"), "settings set", "NAME VALUE"), ((), "settings set", "NAME VALUE is missing"), (("flair", "1"), "flair", "did you mean flare?"),
+            (("flare",), "settings set", "'flare' has no value; write NAME=VALUE"), (("flare=0", "quality"), "settings set", "'quality' has no value"),
+            ((), "settings set", "NAME=VALUE is missing"), (("flair", "1"), "flair", "did you mean flare?"), (("flair=1",), "flair", "did you mean flare?"),
+            (("flare=0.1", "contrast", "2", "quality=9"), "quality", "0, 1 or 2"), (("flare=",), "flare", "-1 to 1"),
             (("--sets", "0"), "--sets", "no such option"),
         ]
         for words, about, right in rows:
@@ -138,11 +140,36 @@ class ShowAndChange(SettingsCase):
                 self.assertTrue(line.startswith(f"orlo: {about}: "), line)
                 self.assertIn(right, line)
                 self.assertEqual(self.store_files(), before)
-        for words, right in ((("settings",), "list, get or set"), (("settings", "put"), "list, get or set"), (("settings", "get"), "NAME is missing"),
+        for words, right in ((("settings",), "list, get, set or reset"), (("settings", "put"), "list, get, set or reset"), (("settings", "get"), "NAME is missing"),
                              (("settings", "get", "flares"), "no such setting"), (("settings", "list", "flare"), "too many"),
                              (("watch", "flare"), "too many"), (("watch", "--quick"), "no such option")):
             with self.subTest(words):
                 self.assertIn(right, self.orlo(*words, status=2))
+
+    def test_names_and_values_are_one_word_or_two(self):
+        odd = self.path("a=b c.icc")
+        shutil.copy(ADOBE_RGB, odd)
+        self.set("flare=0.25", "quality", "2", f"monitor-profile={odd}", "printer-white", "xyz:80,84,70", "illuminant=x=y", "observer", "=")
+        for name, value in (("flare", 0.25), ("quality", 2), ("monitor-profile", odd), ("printer-white", "xyz:80,84,70"), ("illuminant", "x=y"), ("observer", "=")):
+            self.assertEqual(self.get(name), {"value": value, "stored": True})
+
+    def test_what_is_reset_is_not_stored_any_more(self):
+        empty = json.loads(self.orlo("settings", "list", "--json"))
+        self.set(*[f"{name}={row[1]}" for name, row in SETTINGS.items() if name != "intent"], "use-paths=off", "contrast=2", f"printer-profile={rgb_printer()}",
+                 f"monitor-profile={ADOBE_RGB}")
+        before = json.loads(self.orlo("settings", "list", "--json"))
+        names = ("flare", "monitor-profile", "printer-white", "quality", "illuminant")
+        told = json.loads(self.orlo("settings", "reset", *names, "--json"))
+        self.assertEqual(told, {name: empty[name] for name in names})
+        after = json.loads(self.orlo("settings", "list", "--json"))
+        self.assertEqual(after, {**before, **told})
+        stored = self.store_files()
+        self.assertIn("no such setting", self.orlo("settings", "reset", "contrast", "flares", status=2))
+        self.assertEqual(self.store_files(), stored)
+        self.assertEqual(self.orlo("settings", "reset"), "")
+        self.assertEqual(json.loads(self.orlo("settings", "list", "--json")), empty)
+        [contents] = [contents for name, contents in self.store_files().items() if name.endswith(".plist")]
+        self.assertEqual(plistlib.loads(contents), {})
 
     def test_an_intent_has_a_name_and_a_number(self):
         for number, name in (("1", "relative"), ("2", "saturation"), ("3", "absolute")):
@@ -169,6 +196,8 @@ class ShowAndChange(SettingsCase):
         self.assertRegex(told, r"^monitor-profile: its tone curves have 5 entries, and hosts are off by \d{4} of 65535 on average; --refine stores")
         self.assertGreater(json.loads(self.orlo("settings", "set", "monitor-profile", coarse, "--json"))["monitor-profile"]["curveError"], 5000)
         self.set("monitor-profile", coarse, "--quiet")
+        self.assertIn("no such setting", self.orlo("settings", "set", "monitor-profile", coarse, "flares=1", "--refine", status=2))
+        self.assertFalse(os.path.exists(self.path("data")))
         self.set("monitor-profile", coarse, "--refine")
         fine = self.path("data/icc/coarse-fine.icc")
         self.assertEqual(self.orlo("settings", "get", "monitor-profile"), fine + "\n")
@@ -230,6 +259,34 @@ class Watching(SettingsCase):
     def test_changes_and_rebuilds_over_the_bus(self):
         self.start_bus()
         self.watch_changes()
+
+    def announcers(self, count):
+        """Those who tell on the bus that settings changed, until so many different ones have."""
+        rule = "type='signal',path='/com/brenwick/Notifications'"
+        monitor = subprocess.Popen(["dbus-monitor", "--session", rule], stdout=subprocess.PIPE, bufsize=0)
+        self.addCleanup(monitor.stdout.close)
+        self.addCleanup(monitor.wait)
+        self.addCleanup(monitor.kill)
+        while "NameLost" not in self.next_line(monitor):  # from there on it is told everything
+            pass
+        yield
+        senders = []
+        while len(set(senders)) < count:
+            line = self.next_line(monitor)
+            if "path=/com/brenwick/Notifications;" in line:
+                senders.append(line.split("sender=")[1].split()[0])
+        yield senders
+
+    def test_several_changes_are_announced_once(self):
+        self.start_bus()
+        announcers = self.announcers(3)
+        next(announcers)
+        self.set("flare=0.25", "quality=1", "use-proofer=off", "monitor-white=xyz:96,100,90", "illuminant=D50", f"monitor-profile={ADOBE_RGB}",
+                 f"printer-profile={rgb_printer()}")
+        self.orlo("settings", "reset")
+        self.set("flare", "0.5")
+        senders = next(announcers)
+        self.assertEqual((len(senders), len(set(senders))), (3, 3), senders)
 
     def test_changes_and_rebuilds_without_a_bus(self):
         self.watch_changes()
