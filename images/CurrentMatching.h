@@ -13,6 +13,11 @@ struct StoredConditions {
     std::optional<FixedXYZ> monitorWhite, printerWhite;
 };
 
+/// A record made of these, which the caller disposes of. Throws Complaint, about the profile that was refused and in the library's words, where it
+/// has any.
+MatchingData* LoadRecord(const ChosenProfile& monitor, const ChosenProfile& printer, const std::optional<ChosenProfile>& proofer,
+                         const StoredConditions* conditions);
+
 /// Keeps a matching record current while it lives.
 class CurrentMatching {
 public:

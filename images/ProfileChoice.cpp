@@ -25,7 +25,9 @@ ChosenProfile OpenProfile(const std::string& path, const char* needed) {
     OSErr error = 0;
     chosen.profile.Reset(CreateProfileFromFSRef(&file, &error));
     if (!chosen.profile && error == 0) throw RefusalOf(path, file).value_or(Complaint{path, "this is not a whole ICC profile", needed});
-    if (!chosen.profile && error == kStatusParameter) throw Complaint{path, "a profile file may have 20 MiB at most", needed};
+    if (!chosen.profile && error == kStatusParameter) {
+        throw RefusalOf(path, file).value_or(Complaint{path, "a profile file may have 20 MiB at most", needed});
+    }
     if (!chosen.profile) throw Complaint{path, "the file cannot be read (status " + std::to_string(error) + ")", needed, Exit::Failed};
 
     AliasHandle alias = nullptr;

@@ -13,6 +13,7 @@
 #include "orlo/GammaCommands.h"
 #include "orlo/GenerateCommand.h"
 #include "orlo/ImageCommands.h"
+#include "orlo/ProfileCommands.h"
 #include "orlo/SettingsCommand.h"
 #include "orlo/WatchCommand.h"
 
@@ -21,7 +22,8 @@ namespace {
 /// A new command is a row here, made by a function of its own file.
 Command AllCommands() {
     Command orlo{.name = "orlo", .about = "matches the colours of pictures between monitor, printer and proofing device"};
-    for (const auto& make : {ImageCommands, SettingsCommands, WatchCommands, DisplayCommands, GammaCommands, CalibrationCommands, GenerateCommands}) {
+    for (const auto& make :
+         {ImageCommands, ProfileCommands, SettingsCommands, WatchCommands, DisplayCommands, GammaCommands, CalibrationCommands, GenerateCommands}) {
         std::ranges::move(make(), std::back_inserter(orlo.commands));
     }
     return orlo;

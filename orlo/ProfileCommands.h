@@ -1,0 +1,6 @@
+#pragma once
+
+#include "orlo/CommandTable.h"
+
+/// profiles: lists those that are installed.
+std::vector<Command> ProfileCommands();
