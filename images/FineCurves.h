@@ -21,5 +21,8 @@ Owned<CFDataRef> ProfileWithFineCurves(ColorSyncProfileRef monitor, uint32_t ent
 /// no fine curves to compare with.
 double ErrorOfPlainCurves(ColorSyncProfileRef monitor);
 
+/// The least such error that is told, and a reason to refine: a quarter of a step of 8 bits.
+inline constexpr double kCoarseCurves = 64;
+
 /// The fewest entries that a curve of the profile has, of those that are tables; 0 when none is.
 uint32_t FewestCurveEntries(ColorSyncProfileRef monitor);

@@ -14,6 +14,7 @@ bool HasAny(ColorSyncProfileRef profile, std::initializer_list<const char*> tags
 
 std::string CodeWord(uint32_t code) {
     std::string text;
+    if (code == 0) return text;
     for (int shift = 24; shift >= 0; shift -= 8) {
         const auto character = static_cast<char>((code >> shift) & 0xff);
         text += character >= 0x20 && character < 0x7f ? character : '?';

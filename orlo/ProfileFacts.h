@@ -8,7 +8,7 @@
 #include "images/ProfileFitness.h"
 #include "orlo/Showing.h"
 
-/// Four characters without blanks at the end: "RGB".
+/// Four characters without blanks at the end: "RGB"; nothing for 0.
 std::string CodeWord(uint32_t code);
 
 /// "matrix", "table", both, "curve" of a grey device, "named colours" or "none".

@@ -40,9 +40,6 @@ void Get(const std::string& name, const Showing& showing) {
     throw NoSuchSetting(name);
 }
 
-/// Of hosts' monitor values, 0..65535, from which on curves are told to be coarse: a quarter of a step of 8 bits.
-constexpr double kCoarse = 64;
-
 /// Writes the profile with fine curves into the user's colour folder, where every program looks for profiles. Answers its path.
 std::string StoreRefined(const ChosenProfile& monitor) {
     const Owned<CFDataRef> fine = ProfileWithFineCurves(monitor.profile.Get(), kFinestPortableCurve);
@@ -102,7 +99,7 @@ void Set(const std::vector<std::string>& words, bool refine, const Showing& show
             // Else the copy would stay behind.
             CheckSettings(changes);
             monitor->value = StoreRefined(chosen);
-        } else if (error = ErrorOfPlainCurves(chosen.profile.Get()); error >= kCoarse) {
+        } else if (error = ErrorOfPlainCurves(chosen.profile.Get()); error >= kCoarseCurves) {
             note = NoteOnCurves(chosen, error);
         }
     }

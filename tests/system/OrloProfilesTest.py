@@ -125,5 +125,66 @@ class Installed(ProfilesCase):
         self.assertIn("There are more", self.orlo("profiles"))
 
 
+def tags_of(contents):
+    """The table of tags, read here."""
+    (count,) = struct.unpack_from(">I", contents, 128)
+    entries = [struct.unpack_from(">4sII", contents, 132 + 12 * i) for i in range(count)]
+    return [{"tag": tag.decode().strip(), "type": contents[at:at + 4].decode().strip(), "size": size} for tag, at, size in entries]
+
+
+class Inspected(ProfilesCase):
+    def inspect(self, path):
+        return json.loads(self.orlo("inspect", path, "--json"))
+
+    def test_header_and_tags_are_those_of_the_file(self):
+        for path in (ADOBE_RGB, GREY, NAMED_COLOURS, cmyk_printer(), rgb_printer()):
+            with self.subTest(path):
+                told, contents = self.inspect(path), bytes_of(path)
+                self.assertEqual(told["tags"], tags_of(contents))
+                header = told["header"]
+                self.assertEqual(header["size"], len(contents))
+                self.assertEqual(header["version"], f"{contents[8]}.{contents[9] >> 4}.{contents[9] & 15}")
+                words = [contents[at:at + 4].rstrip(b" \0").decode() for at in (12, 16, 20, 4, 40, 48, 52, 80)]
+                self.assertEqual([header[name] for name in ("class", "space", "connectionSpace", "engine", "platform", "manufacturer", "model", "creator")], words)
+                year, *rest = struct.unpack_from(">6H", contents, 24)
+                self.assertEqual(header["date"], "%04d-%02d-%02dT%02d:%02d:%02dZ" % (year, *rest))
+                for value, expected in zip(header["illuminant"]["XYZ"], struct.unpack_from(">3i", contents, 68)):
+                    self.assertAlmostEqual(value, expected / 65536, delta=1e-5)
+
+    def test_white_luminance_and_primaries(self):
+        told = self.inspect(write_monitor(self.path("lit.icc"), luminance=120.5) or self.path("lit.icc"))
+        self.assertEqual((told["luminance"], told["white"]["XYZ"], told["white"]["xy"]), (120.5, [0.9642, 1.0, 0.82491], [0.3457, 0.3585]))
+        for name, xyz in (("red", (0.436, 0.222, 0.014)), ("green", (0.385, 0.717, 0.097)), ("blue", (0.143, 0.061, 0.714))):
+            for value, expected in zip(told["primaries"][name]["xy"], xyz):
+                self.assertAlmostEqual(value, expected / sum(xyz), delta=1e-4)
+        told = self.inspect(cmyk_printer())
+        self.assertEqual((told["luminance"], told["primaries"], told["curves"], told["curveError"], told["coarse"]), (None, None, [], None, None))
+
+    def test_curves_and_what_hosts_make_of_them(self):
+        formula = b"para" + bytes(4) + struct.pack(">HH5i", 3, 0, *(round(v * 65536) for v in (2.4, 0.9479, 0.0521, 0.0774, 0.0405)))
+        rows = (((0, 9000, 24000, 43000, 65535), {"kind": "table", "entries": 5}, True), ((563,), {"kind": "gamma", "gamma": 2.1992}, False),
+                ((), {"kind": "straight"}, True),  # hosts turn two entries round
+                (formula, {"kind": "formula", "function": 3, "parameters": [2.4, 0.9479, 0.0521, 0.0774, 0.0405]}, False),
+                (curve_tag((1, 2, 3))[:-2], {"kind": "damaged"}, False))
+        for curve, expected, is_coarse in rows:
+            with self.subTest(expected):
+                tag = curve if isinstance(curve, bytes) else curve_tag(curve)
+                write_monitor(self.path("monitor.icc"), tags={name: tag for name in (b"rTRC", b"gTRC", b"bTRC")})
+                told = self.inspect(self.path("monitor.icc"))
+                self.assertEqual([{"tag": name, **expected} for name in ("rTRC", "gTRC", "bTRC")],
+                                 [{name: [round(v, 4) for v in value] if name == "parameters" else value for name, value in row.items()} for row in told["curves"]])
+                self.assertEqual((told["coarse"], told["curveError"] > 5000), (is_coarse, is_coarse))
+                self.assertEqual("monitor" in told["fit"], expected["kind"] != "damaged")
+        write_monitor(self.path("coarse.icc"), curve=(0, 9000, 24000, 43000, 65535))
+        text = self.orlo("inspect", self.path("coarse.icc"))
+        for words in ("curve rTRC        table of 5 entries\n", "curves in hosts   coarse, off by ", "fit for     monitor, proofer\n", "red               XYZ 0.4360 0.2220 0.0140, xy 0.6488 0.3304\n"):
+            self.assertIn(words, text)
+
+    def test_what_is_no_profile_is_refused(self):
+        self.assertIn("no such file", self.orlo("inspect", self.path("missing.icc"), status=3))
+        self.assertIn("does not have the signature", self.orlo("inspect", self.write("text.icc", b"no profile " * 50), status=2))
+        self.assertIn("PROFILE is missing", self.orlo("inspect", status=2))
+
+
 if __name__ == "__main__":
     OrloCommand.main()
