@@ -10,6 +10,7 @@
 #include "images/Complaint.h"
 #include "orlo/CalibrationCommand.h"
 #include "orlo/DisplayCommands.h"
+#include "orlo/DoctorCommand.h"
 #include "orlo/GammaCommands.h"
 #include "orlo/GenerateCommand.h"
 #include "orlo/ImageCommands.h"
@@ -22,8 +23,8 @@ namespace {
 /// A new command is a row here, made by a function of its own file.
 Command AllCommands() {
     Command orlo{.name = "orlo", .about = "matches the colours of pictures between monitor, printer and proofing device"};
-    for (const auto& make :
-         {ImageCommands, ProfileCommands, SettingsCommands, WatchCommands, DisplayCommands, GammaCommands, CalibrationCommands, GenerateCommands}) {
+    for (const auto& make : {ImageCommands, ProfileCommands, SettingsCommands, WatchCommands, DisplayCommands, GammaCommands, CalibrationCommands,
+                             DoctorCommands, GenerateCommands}) {
         std::ranges::move(make(), std::back_inserter(orlo.commands));
     }
     return orlo;
