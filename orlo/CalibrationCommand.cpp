@@ -167,11 +167,14 @@ void Install(const DocumentPlace& place, bool isDry, const Showing& showing) {
 
 /// Every display first gets its system ramp, as when a host starts.
 void InstallUsersDocument(bool isDry, const Showing& showing) {
-    ActiveDisplays();
-    if (!isDry) InstallMonitorCalibration();
+    const std::vector<KnownDisplay> displays = ActiveDisplays();
     const auto place = PlaceOfUsersDocument(false);
     FSRef file;
-    if (!place || FindDocument(*place, &file) != 0) {
+    const bool isThere = place && FindDocument(*place, &file) == 0;
+    // One that is refused leaves every ramp as it is.
+    if (isThere) RequireFit(*place, DisplaysOfDocument(*ReadDocument(*place), displays));
+    if (!isDry) InstallMonitorCalibration();
+    if (!isThere) {
         return showing.Tell({{"document", nullptr}, {"displays", 0}, {"installed", 0}},
                             "calibration install: no document, so the displays have their system ramps\n");
     }

@@ -147,7 +147,8 @@ void Assign(const AssignRequest& request, const Showing& showing) {
         displays.push_back(row);
         lines += line + "\n";
     }
-    Json value = {{"displays", displays}};
+    Json value = {{"displays", displays}, {"documentFault", wrong.empty() ? Json(nullptr) : Json(wrong)}};
+    if (!wrong.empty()) lines += "the calibration document is not used: " + OneLine(wrong) + "\n";
     if (request.isDry) value["dryRun"] = true;
     showing.Tell(value, lines);
 }
@@ -168,7 +169,7 @@ std::vector<Command> DisplayCommands() {
     const auto names = std::make_shared<std::vector<std::string>>();
     const auto assigning = std::make_shared<AssignRequest>();
     const auto isOnce = std::make_shared<bool>(false);
-    const std::string assigned = "{\"displays\": [{\"display\", \"profile\": {\"name\", \"from\"}|null}, ...]}";
+    const std::string assigned = "{\"displays\": [{\"display\", \"profile\": {\"name\", \"from\"}|null}, ...], \"documentFault\": TEXT|null}";
     const Argument dry = {"--dry-run", "", "tell what would be done, and do nothing", SwitchOn(assigning->isDry)};
     const Argument main = DisplayArgument(names, "the main display");
     const auto assign = [=](const Showing& showing) {

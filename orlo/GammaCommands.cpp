@@ -63,11 +63,6 @@ Json JsonOf(const RampEntries& ramp) {
     return {{"red", ramp[0]}, {"green", ramp[1]}, {"blue", ramp[2]}};
 }
 
-DocumentRamps Documents() {
-    std::string wrong;
-    return RampsOfUsersDocument(ActiveDisplays(), &wrong);
-}
-
 /// Loads for each chosen display what `ramp` answers, all of them read before the first is loaded, and tells what was done.
 void LoadEach(const GammaRequest& request, const std::vector<KnownDisplay>& displays, const std::string& what, const Showing& showing,
               const std::function<RampEntries(const KnownDisplay&)>& ramp) {
@@ -152,14 +147,19 @@ void Adjust(const GammaRequest& request, const Showing& showing) {
 /// Against the file, or else against what each display should have.
 void Verify(const GammaRequest& request, const Showing& showing) {
     const std::vector<KnownDisplay> displays = request.displays.empty() ? ActiveDisplays() : ChooseDisplays(request.displays);
-    const DocumentRamps documents = Documents();
+    const bool isAgainstFile = !request.file.empty();
+    std::string wrong;
+    const DocumentRamps documents = isAgainstFile ? DocumentRamps() : RampsOfUsersDocument(ActiveDisplays(), &wrong);
     Json rows = Json::array();
     std::string lines;
     std::optional<Complaint> fault;
+    // What the displays should have is then not known.
+    if (!wrong.empty())
+        fault = Complaint{"gamma verify", "the calibration document is not used: " + wrong, "save it again with orlo calibration save"};
     for (const KnownDisplay& display : displays) {
         const RampEntries loaded = ReadRamp(display);
-        const WantedRamp wanted = request.file.empty() ? RampWantedFor(display, ProfileOfDisplay(display), documents, loaded[0].size())
-                                                       : WantedRamp{"file", "that of " + OneLine(request.file), ReadRampFile(request.file, display)};
+        const WantedRamp wanted = isAgainstFile ? WantedRamp{"file", "that of " + OneLine(request.file), ReadRampFile(request.file, display)}
+                                                : RampWantedFor(display, ProfileOfDisplay(display), documents, loaded[0].size());
         const RampDifference difference = Compare(loaded, wanted.ramp);
         const bool isRight = difference.largest <= request.tolerance;
         const char* const channel = kChannels[static_cast<std::size_t>(difference.channel)];
@@ -178,7 +178,10 @@ void Verify(const GammaRequest& request, const Showing& showing) {
                 Complaint{display.Name(), "its ramp is not " + wanted.words, "orlo displays keep --once puts ramps in their places", Exit::Failed};
         }
     }
-    const Json value = {{"displays", rows}, {"tolerance", request.tolerance}, {"matches", !fault.has_value()}};
+    const Json value = {{"displays", rows},
+                        {"tolerance", request.tolerance},
+                        {"matches", !fault.has_value()},
+                        {"documentFault", wrong.empty() ? Json(nullptr) : Json(wrong)}};
     if (!fault) return showing.Tell(value, lines);
     showing.Show(value, lines);
     throw *fault;
@@ -235,7 +238,7 @@ std::vector<Command> GammaCommands() {
              {.name = "verify",
               .about = "compares the ramps that the displays have with those that they should have",
               .details = "Those are the calibration document's, else the profile's, else straight; or that of FILE. " + kinds +
-                         " The exit status is 1 where one differs by more than the tolerance.",
+                         " The exit status is 1 where one differs by more than the tolerance, and 2 where the calibration document cannot be used.",
               .arguments = {file("the ramp that they should have", false),
                             all,
                             {"--tolerance", "NUMBER", "by how much of 65535 a ramp may differ. Default: 257, a step of eight bits",
@@ -244,7 +247,7 @@ std::vector<Command> GammaCommands() {
                              }}},
               .json =
                   "{\"displays\": [{\"display\", \"expected\": \"document\"|\"profile\"|\"straight\"|\"file\", \"largestDifference\", \"channel\", "
-                  "\"entry\", \"matches\"}, ...], \"tolerance\", \"matches\"}",
+                  "\"entry\", \"matches\"}, ...], \"tolerance\", \"matches\", \"documentFault\": TEXT|null}",
               .examples = {"orlo gamma verify ramp.txt --tolerance 0"},
               .run = run(Verify)},
              {.name = "adjust",

@@ -1,7 +1,9 @@
 /// The orlo command: the library's operations on image files, its settings, displays and their ramps.
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -26,6 +28,16 @@ int Complain(const Complaint& complaint) {
     return static_cast<int>(complaint.exit);
 }
 
+/// What is opened first would get the number of a standard stream that is closed, and a connection to a server would be given the command's lines.
+/// Writing to the stand-in fails, as it does on a full disk.
+bool HoldStandardStreams() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        // NOLINTNEXTLINE(android-cloexec-open): children have standard streams too
+        if (fcntl(stream, F_GETFD) < 0 && errno == EBADF && open("/dev/null", O_RDONLY) != stream) return false;
+    }
+    return true;
+}
+
 void Run(std::span<char* const> arguments) {
     const Wish wish = ReadCommandLine(CommandTable(), arguments);
     if (wish.version) {
@@ -41,6 +53,7 @@ void Run(std::span<char* const> arguments) {
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
+    if (!HoldStandardStreams()) return static_cast<int>(Exit::Failed);
     try {
         Run({arguments + 1, static_cast<std::size_t>(std::max(argumentCount, 1) - 1)});
     } catch (const Complaint& complaint) {

@@ -396,6 +396,50 @@ class WithDisplays(DisplayCase):
         self.assertIn("2 of 3 displays", self.orlo("calibration", "install", document))
         self.assertEqual(self.ramp("2"), bent)
 
+    def damage_users_document(self):
+        self.orlo("calibration", "save")
+        document = self.path("config/Orlo Monitor Calibration")
+        with open(document, "r+b") as file:
+            file.write(b"damaged!" * 8)
+        return document
+
+    def test_a_document_that_is_refused_leaves_the_ramps_alone(self):
+        self.orlo("gamma", "adjust", "--invert")
+        before = self.ramp()
+        self.orlo("calibration", "save")
+        subprocess.run(["xrandr", "--addmode", "DUMMY2", "1280x1024"], check=True)
+        subprocess.run(["xrandr", "--output", "DUMMY2", "--mode", "1280x1024"], check=True)
+        self.assertIn("DUMMY2 has another size", self.orlo("calibration", "install", status=2))
+        self.assertEqual(self.ramp(), before)
+        document = self.damage_users_document()
+        self.assert_refused(("calibration", "install"), document, "damaged")
+        self.assertEqual(self.ramp(), before)
+
+    def test_a_document_that_is_damaged_is_told_of(self):
+        document = self.damage_users_document()
+        fault = f"{document}: it is damaged, or no calibration document"
+        done = subprocess.run([OrloCommand.ORLO, "gamma", "verify"], capture_output=True, check=False)
+        self.assertEqual((done.returncode, done.stdout.count(b"\n"), done.stderr.count(b"\n")), (2, 3, 1), done.stderr)
+        self.assertIn(fault, done.stderr.decode())
+        done = subprocess.run([OrloCommand.ORLO, "gamma", "verify", "--json"], capture_output=True, check=False)
+        told = json.loads(done.stdout)
+        self.assertEqual((told["matches"], told["documentFault"]), (False, fault))
+        for words in (("displays", "assign", SRGB), ("displays", "unassign")):
+            self.assertIn(f"the calibration document is not used: {fault}\n", self.orlo(*words))
+            self.assertEqual(json.loads(self.orlo(*words, "--json"))["documentFault"], fault)
+        # What a file says does not hang on the document.
+        self.orlo("gamma", "save", self.path("ramp"))
+        self.orlo("gamma", "verify", self.path("ramp"), "--display", "1")
+
+    def test_nothing_is_written_where_a_closed_stream_was(self):
+        for words in (("gamma", "show"), ("displays",), ("gamma", "linear"), ("calibration", "save", self.path("document"))):
+            done = subprocess.run([OrloCommand.ORLO, *words], stderr=subprocess.PIPE, check=False, preexec_fn=lambda: os.close(1))
+            self.assertEqual(done.returncode, 1, (words, done.stderr))
+            self.assertIn(b"standard output: it cannot be written", done.stderr)
+        # A complaint that nobody can be told leaves the status, and the server's connection, as they are.
+        done = subprocess.run([OrloCommand.ORLO, "gamma", "show", "--display", "9"], stdout=subprocess.PIPE, check=False, preexec_fn=lambda: (os.close(0), os.close(2)))
+        self.assertEqual((done.returncode, done.stdout), (3, b""))
+
     def start_keeping(self):
         """The loader at work; whoever asks for its next line gets it."""
         keeper = subprocess.Popen([OrloCommand.ORLO, "displays", "keep", "--json"], stdout=subprocess.PIPE)
