@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -93,6 +94,12 @@ void Save(const DocumentPlace& place, bool mayBeEmpty, const Showing& showing) {
         MonitorCalibration document(count, displays.data(), tables.get(), CalibrationRecord{});
         for (auto& ramp : ramps) static_cast<void>(ramp.release());
         static_cast<void>(tables.release());
+        for (int16_t i = 0; i < count; ++i) {
+            const KnownDisplay& display = connected[static_cast<size_t>(i)];
+            if (std::memcmp(&document.StoredInfo(i), &display.info, sizeof display.info) != 0) {
+                throw Complaint{display.Name(), "it was changed or unplugged while its ramp was being saved", "save the ramps again", Exit::Failed};
+            }
+        }
         document.Save(&place.folder, place.name.Get());
     } catch (long) {
         throw WritingFailed(place, gLastError);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <filesystem>
 #include <utility>
 #include <vector>
 
@@ -53,6 +54,12 @@ OSErr FindDocument(const DocumentPlace& place, FSRef* file) {
 }
 
 std::unique_ptr<MonitorCalibration> ReadDocument(const DocumentPlace& place) {
+    std::error_code error;
+    const std::filesystem::file_status kind = std::filesystem::status(place.shown, error);
+    if (std::filesystem::is_directory(kind)) throw Complaint{place.shown, "it is a folder", "name a document in it"};
+    if (std::filesystem::exists(kind) && !std::filesystem::is_regular_file(kind)) {
+        throw Complaint{place.shown, "it is a pipe or a device", "name a file"};
+    }
     FSRef file;
     bool sane = false;
     OSErr status = FindDocument(place, &file);

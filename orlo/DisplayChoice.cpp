@@ -35,8 +35,10 @@ std::vector<KnownDisplay> AllDisplays() {
         KnownDisplay display{.number = MC_GetIndexedDisplay(index), .index = index};
         MC_GetDisplayIdentity(display.number, &display.identity);
         MC_GetDisplayInfo(display.number, &display.info);
-        displays.push_back(display);
+        // One that goes while it is asked is all zeros.
+        if (display.number != 0 && *display.identity.output && *display.identity.identifier && display.info.index > 0) displays.push_back(display);
     }
+    RequireDisplayServer();
     return displays;
 }
 
@@ -79,6 +81,10 @@ KnownDisplay Find(const std::string& name, const std::vector<KnownDisplay>& disp
 bool IsDisplayServerThere() {
     uint32_t count = 0;
     return CGGetActiveDisplayList(0, nullptr, &count) == 0;
+}
+
+void RequireDisplayServer() {
+    if (!IsDisplayServerThere()) throw NoDisplays();
 }
 
 std::vector<KnownDisplay> ActiveDisplays() {

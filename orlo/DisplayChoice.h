@@ -23,6 +23,8 @@ struct KnownDisplay {
 std::vector<KnownDisplay> ActiveDisplays();
 /// Whether there is an X server at all, be it without a display.
 bool IsDisplayServerThere();
+/// Throws Complaint, with Exit::NotThere and the reason, where there is none, or it does not answer any more.
+void RequireDisplayServer();
 
 /// By numbers, outputs' names, models and identifiers; letters' case does not matter. Each once, in the order of the list. Throws Complaint for what
 /// is none, and for what several are.

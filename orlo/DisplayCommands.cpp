@@ -73,6 +73,8 @@ void ListDisplays(const std::vector<std::string>& names, const Showing& showing)
                  (profile.bytes ? OneLine(profile.name) + ", by " + SourceInWords(profile.source) : "none") + "\n" + "   ramp        " +
                  (found ? found->words + ", " + std::to_string(entries) + " entries" : "none") + "\n";
     }
+    // From one that went away meanwhile came neither ramps nor profiles.
+    RequireDisplayServer();
     Json value = {{"displays", displays}, {"documentFault", wrong.empty() ? Json(nullptr) : Json(wrong)}};
     if (!wrong.empty()) lines += "the calibration document is not used: " + OneLine(wrong) + "\n";
     showing.Show(value, lines);

@@ -1,9 +1,11 @@
 #include "orlo/Ramps.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -19,6 +21,8 @@
 namespace {
 
 constexpr std::size_t kMostEntries = 4096;
+/// Several times what so many lines need.
+constexpr std::size_t kMostText = std::size_t{1} << 20;
 constexpr const char* kRampHead = "# Orlo gamma ramp: red green blue, 0 to 65535 a line, from black to white\n";
 constexpr const char* kRight = "name a ramp: what orlo gamma save writes, a .cal file, a profile or a calibration document";
 
@@ -34,21 +38,24 @@ std::string BytesOf(const std::string& path) {
     if (!std::filesystem::is_regular_file(path, error)) throw Complaint{path, "this is not a file of its own", kRight};
     if (std::filesystem::file_size(path, error) > kMostBytes) throw Complaint{path, "it has more than 64 MiB", kRight};
     std::ifstream file(path, std::ios::binary);
+    if (!file) throw Complaint{path, std::string("it cannot be read (") + std::strerror(errno) + ")", "a file that may be read is needed"};
     std::string bytes(std::istreambuf_iterator<char>(file), {});
-    if (bytes.empty()) throw Complaint{path, "it cannot be read or is empty", kRight};
+    if (bytes.empty()) throw Complaint{path, "it is empty", kRight};
     return bytes;
 }
 
-/// A number that is the whole text, whatever the locale.
+/// A number that is the whole text, whatever the locale; also one that is not finite.
 std::optional<double> NumberOf(const std::string& text) {
     double value = 0.0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(value)) return std::nullopt;
+    if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
     return value;
 }
 
+/// More than are allowed need not have been counted to the end.
 void RequireEntries(const std::string& path, std::size_t count) {
-    if (count < 2 || count > kMostEntries) throw Complaint{path, "it has " + std::to_string(count) + " lines of numbers", "a ramp has 2 to 4096"};
+    if (count > kMostEntries) throw Complaint{path, "it has more than 4096 lines of numbers", "a ramp has 2 to 4096"};
+    if (count < 2) throw Complaint{path, "it has " + std::to_string(count) + " lines of numbers", "a ramp has 2 to 4096"};
 }
 
 /// Values of red, green and blue, 0 to 1, at places 0 to 1 that grow: as many entries, evenly spread.
@@ -68,11 +75,18 @@ RampEntries Spread(const std::vector<double>& places, const std::array<std::vect
 /// The table of an Argyll calibration: fields that are named, sets of them one after the other.
 RampEntries ReadArgyll(const std::string& path, const std::string& text) {
     constexpr const char* kFields[4] = {"RGB_I", "RGB_R", "RGB_G", "RGB_B"};
+    constexpr const char* kWhole = "a whole calibration is needed";
+    constexpr double kRounding = 1e-3;  // of the decimals that it is written with
     std::istringstream words(text);
     std::vector<std::string> fields, data;
     std::vector<std::string>* into = nullptr;
-    for (std::string word; words >> word && word != "END_DATA";) {
-        if (word == "BEGIN_DATA_FORMAT") {
+    std::string device, sets;
+    bool hasEnd = false;
+    for (std::string word; !hasEnd && words >> word;) {
+        if (into == &data && data.size() > kMostEntries * fields.size()) break;
+        if (word == "END_DATA") {
+            hasEnd = true;
+        } else if (word == "BEGIN_DATA_FORMAT") {
             into = &fields;
         } else if (word == "BEGIN_DATA") {
             into = &data;
@@ -80,7 +94,14 @@ RampEntries ReadArgyll(const std::string& path, const std::string& text) {
             into = nullptr;
         } else if (into) {
             into->push_back(word);
+        } else if (word == "DEVICE_CLASS") {
+            words >> device;
+        } else if (word == "NUMBER_OF_SETS") {
+            words >> sets;
         }
+    }
+    if (!device.empty() && device != "\"DISPLAY\"" && device != "DISPLAY") {
+        throw Complaint{path, "it is a calibration of the device class " + device, "one of the class \"DISPLAY\" is needed"};
     }
     std::array<std::vector<double>, 4> columns;
     for (std::size_t c = 0; c < 4; ++c) {
@@ -88,25 +109,34 @@ RampEntries ReadArgyll(const std::string& path, const std::string& text) {
         if (field == fields.end()) throw Complaint{path, std::string("it has no field ") + kFields[c], "a calibration of an RGB display is needed"};
         for (auto at = static_cast<std::size_t>(field - fields.begin()); at < data.size(); at += fields.size()) {
             const std::optional<double> value = NumberOf(data[at]);
-            if (!value) throw Complaint{path, "'" + data[at] + "' is no number", "a whole calibration is needed"};
+            if (!value) throw Complaint{path, "'" + data[at] + "' is no number", kWhole};
+            if (!(*value >= -kRounding && *value <= 1.0 + kRounding)) {
+                throw Complaint{path, "its value '" + data[at] + "' is out of range", "inputs and values run from 0 to 1"};
+            }
             columns[c].push_back(*value);
         }
     }
-    if (data.size() % fields.size() != 0) throw Complaint{path, "its last set is not whole", "a whole calibration is needed"};
-    RequireEntries(path, columns[0].size());
+    RequireEntries(path, (data.size() + fields.size() - 1) / fields.size());
+    if (data.size() % fields.size() != 0) throw Complaint{path, "its last set is not whole", kWhole};
+    if (!hasEnd) throw Complaint{path, "its data have no end (END_DATA)", kWhole};
+    if (NumberOf(sets) != static_cast<double>(columns[0].size())) {
+        throw Complaint{path, "it has " + std::to_string(columns[0].size()) + " sets, and not as many as its NUMBER_OF_SETS says", kWhole};
+    }
     if (std::ranges::adjacent_find(columns[0], std::greater_equal<>()) != columns[0].end()) {
         throw Complaint{path, "its inputs do not grow", "a calibration of an RGB display is needed"};
+    }
+    if (columns[0].front() > kRounding || columns[0].back() < 1.0 - kRounding) {
+        throw Complaint{path, "its inputs do not reach from 0 to 1", kWhole};
     }
     return Spread(columns[0], {columns[1], columns[2], columns[3]});
 }
 
-RampEntries ReadLines(const std::string& path, std::string text) {
-    if (text.starts_with("\xEF\xBB\xBF")) text.erase(0, 3);
+RampEntries ReadLines(const std::string& path, const std::string& text) {
     std::istringstream lines(text);
     std::array<std::vector<double>, 3> values;
     bool hasPoint = false, hasTitles = false;
     int number = 0;
-    for (std::string line; std::getline(lines, line);) {
+    for (std::string line; values[0].size() <= kMostEntries && std::getline(lines, line);) {
         ++number;
         hasPoint = hasPoint || (line.find('.') != std::string::npos && !line.starts_with('#'));
         std::ranges::replace_if(
@@ -132,6 +162,12 @@ RampEntries ReadLines(const std::string& path, std::string text) {
         for (std::size_t c = 0; c < 3; ++c) values[c].push_back(*numbers[c]);
     }
     RequireEntries(path, values[0].size());
+    // What gamma save wrote has that scale, however dark the display was; other programs also count to 1 or to 255, which here is black.
+    const auto largest = std::max({std::ranges::max(values[0]), std::ranges::max(values[1]), std::ranges::max(values[2])});
+    if (!hasPoint && largest <= 255.0 && !text.starts_with(kRampHead)) {
+        throw Complaint{path, "its largest number is only " + std::to_string(static_cast<int>(largest)) + ", which shows nothing but black",
+                        "whole numbers run from 0 to 65535; from 0 to 1 they need a decimal point"};
+    }
     RampEntries ramp;
     for (std::size_t c = 0; c < 3; ++c) {
         if (hasPoint && std::ranges::max(values[c]) > 1.0) {
@@ -260,14 +296,19 @@ void WriteRampFile(const RampEntries& ramp, const std::string& path) {
 }
 
 RampEntries ReadRampFile(const std::string& path, const KnownDisplay& display) {
-    const std::string bytes = BytesOf(path);
+    std::string bytes = BytesOf(path);
     if (IsProfile(bytes)) {
         const Owned<CFDataRef> data(
             CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(bytes.data()), static_cast<CFIndex>(bytes.size())));
         if (std::optional<RampEntries> ramp = RampOfProfile(data.Get(), ReadRamp(display)[0].size())) return *std::move(ramp);
-        throw Complaint{path, "the profile carries no calibration curves (vcgt)", "a profile of a calibrated display is needed"};
+        const Owned<ColorSyncProfileRef> profile(ColorSyncProfileCreate(data.Get(), nullptr));
+        const bool isThere = profile && ColorSyncProfileContainsTag(profile.Get(), CFSTR("vcgt"));
+        throw Complaint{path, isThere ? "the profile's calibration curves (vcgt) are damaged" : "the profile carries no calibration curves (vcgt)",
+                        "a profile of a calibrated display is needed"};
     }
     if (IsDocument(bytes)) return ReadDocumentRamp(path, display);
+    if (bytes.size() > kMostText) throw Complaint{path, "it is a text of more than 1 MiB", kRight};
+    if (bytes.starts_with("\xEF\xBB\xBF")) bytes.erase(0, 3);
     if (bytes.starts_with("CAL ") || bytes.starts_with("CAL\n") || bytes.starts_with("CAL\r")) return ReadArgyll(path, bytes);
     return ReadLines(path, bytes);
 }

@@ -38,6 +38,6 @@ std::string RampText(const RampEntries& ramp);
 void WriteRampFile(const RampEntries& ramp, const std::string& path);
 
 /// Reads a ramp for a display: from lines of red, green and blue (blanks, commas or semicolons between them, and a line of titles at most; 0 to
-/// 65535, or 0 to 1 where there is a decimal point), an Argyll calibration (.cal), a profile with calibration curves, or a calibration document that
-/// holds the display. Throws Complaint.
+/// 65535, or 0 to 1 where there is a decimal point; whole numbers up to 255 alone are refused), a whole Argyll calibration (.cal), a profile with
+/// calibration curves, or a calibration document that holds the display. Throws Complaint.
 RampEntries ReadRampFile(const std::string& path, const KnownDisplay& display);

@@ -16,7 +16,7 @@ namespace platform {
 class CalibrationCurves {
 public:
     /// From the whole tag, its type first. Nothing for one that holds no whole curves: those of one channel (which serve all three) or of three, as
-    /// tables of 8 or 16 bits or as formulae.
+    /// tables of 8 or 16 bits or as formulae, whose gammas are above 0 and whose ends lie from 0 to 1.
     static std::optional<CalibrationCurves> Read(const std::uint8_t* tag, std::size_t size);
 
     /// What a channel (0 to 2) answers at a place 0..1; 0..1, and straight between the entries of a table.
@@ -39,7 +39,12 @@ inline std::optional<CalibrationCurves> CalibrationCurves::Read(const std::uint8
     const std::uint32_t kind = ReadBigEndian32(tag + 8);
     if (kind == kFormula && size >= kFormulae) {
         const auto number = [&](std::size_t i) { return static_cast<std::int32_t>(ReadBigEndian32(tag + kHead + 4 * i)) / 65536.0; };
-        for (std::size_t c = 0; c < 3; ++c) curves.formulae_[c] = {number(3 * c), number(3 * c + 1), number(3 * c + 2)};
+        const auto isShare = [](double value) { return value >= 0.0 && value <= 1.0; };
+        for (std::size_t c = 0; c < 3; ++c) {
+            const Formula formula = {number(3 * c), number(3 * c + 1), number(3 * c + 2)};
+            if (formula.gamma <= 0.0 || !isShare(formula.lowest) || !isShare(formula.highest)) return std::nullopt;
+            curves.formulae_[c] = formula;
+        }
         return curves;
     }
     const std::size_t channels = ReadBigEndian16(tag + kHead), entries = ReadBigEndian16(tag + kHead + 2);
@@ -69,8 +74,7 @@ inline double CalibrationCurves::ValueAt(int channel, double place) const {
         const double part = position - static_cast<double>(i);
         value = (table[i] * (1.0 - part) + table[i + 1] * part) / kFull65535;
     }
-    // Not a number, as of 0 to a negative power times 0, becomes 0.
-    return value > 0.0 ? std::fmin(value, 1.0) : 0.0;
+    return value;
 }
 
 }  // namespace platform

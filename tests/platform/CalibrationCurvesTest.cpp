@@ -62,15 +62,14 @@ TEST(CalibrationCurves, OfOneChannelServeAllThree) {
 }
 
 TEST(CalibrationCurves, OfFormulaeArePowersBetweenTheirEnds) {
-    const auto curves = Read(Formulae({2.0, 0.25, 0.75, 1.0, 0.0, 1.0, 1.0, -0.5, 1.5}));
+    const auto curves = Read(Formulae({2.0, 0.25, 0.75, 1.0, 0.0, 1.0, 1.0, 1.0, 0.0}));
     ASSERT_TRUE(curves);
     EXPECT_NEAR(curves->ValueAt(0, 0.0), 0.25, 1e-9);
     EXPECT_NEAR(curves->ValueAt(0, 0.5), 0.25 + 0.5 * 0.25, 1e-9);
     EXPECT_NEAR(curves->ValueAt(0, 1.0), 0.75, 1e-9);
     EXPECT_NEAR(curves->ValueAt(1, 0.3), 0.3, 1e-9);
-    EXPECT_EQ(curves->ValueAt(2, 0.0), 0.0) << "cut to the ends";
-    EXPECT_EQ(curves->ValueAt(2, 1.0), 1.0) << "cut to the ends";
-    EXPECT_EQ(Read(Formulae({-1.0, 0, 0, 1, 0, 1, 1, 0, 1}))->ValueAt(0, 0.0), 0.0) << "no number";
+    EXPECT_EQ(curves->ValueAt(2, 0.0), 1.0) << "falling";
+    EXPECT_EQ(curves->ValueAt(2, 1.0), 0.0) << "falling";
 }
 
 TEST(CalibrationCurves, OfWordsThatAreCalledBytesAreRead) {
@@ -105,6 +104,11 @@ TEST(CalibrationCurves, AreNoneInWhatIsNotWhole) {
         {"entries of no byte", Table(3, 2, 0, {})},
         {"entries of four bytes", Table(3, 2, 4, {1, 2, 3, 4, 5, 6})},
         {"the most of everything", Table(65535, 65535, 65535, {})},
+        {"a gamma of 0", Formulae({1, 0, 1, 0, 0, 1, 1, 0, 1})},
+        {"a negative gamma", Formulae({1, 0, 1, 1, 0, 1, -1, 0, 1})},
+        {"an end below 0", Formulae({1, 0, 1, 1, -0.5, 1, 1, 0, 1})},
+        {"an end above 1", Formulae({1, 0, 1.5, 1, 0, 1, 1, 0, 1})},
+        {"a beginning above 1", Formulae({1, 1.5, 1, 1, 0, 1, 1, 0, 1})},
         {"another kind", Tag(2)},
         {"another tag", Bytes(64, 'x')},
     };

@@ -144,6 +144,7 @@ class Calibration(OrloCase):
     def test_refusals(self):
         with open(self.path("text"), "w", encoding="ascii") as file:
             file.write("This is no document.\n" * 20)
+        os.mkfifo(self.path("pipe"))
         rows = [
             ("no command", [], "calibration", "save, verify or install"),
             ("an unknown command", ["lose"], "calibration", "save, verify or install"),
@@ -154,7 +155,9 @@ class Calibration(OrloCase):
             ("no such document", ["verify", self.path("none")], self.path("none"), "no such document"),
             ("no such document to install", ["install", self.path("none")], self.path("none"), "no such document"),
             ("the user's document before it is saved", ["verify"], "calibration verify", "preferences folder"),
-            ("a folder", ["verify", self.folder], self.folder, "status -1302"),
+            ("a folder", ["verify", self.folder], self.folder, "it is a folder"),
+            ("a pipe", ["verify", self.path("pipe")], self.path("pipe"), "it is a pipe or a device"),
+            ("a device", ["install", "/dev/null"], "/dev/null", "it is a pipe or a device"),
             ("a text", ["verify", self.path("text")], self.path("text"), "damaged"),
             ("settings are missing", ["verify", self.write("a", DISPLAY, RAMP)], self.path("a"), "missing"),
             ("a ramp is missing", ["install", self.write("b", SETTINGS, DISPLAY)], self.path("b"), "missing"),
@@ -166,7 +169,7 @@ class Calibration(OrloCase):
                 self.assertEqual((status, text), (self.STATUS.get(words, 2), ""), line)
                 self.assertTrue(line.startswith(f"orlo: {about}: ") and line.count("\n") == 1, line)
                 self.assertIn(words, line)
-        self.assertEqual(sorted(os.listdir(self.folder)), ["a", "b", "text"])
+        self.assertEqual(sorted(os.listdir(self.folder)), ["a", "b", "pipe", "text"])
 
 
 if __name__ == "__main__":

@@ -1,17 +1,20 @@
 #!/usr/bin/env python3
 """orlo displays and orlo gamma on a real X server with three outputs, and where there is none."""
 
+import ctypes
 import json
 import os
 import select
 import signal
+import socket
 import struct
 import subprocess
+import threading
 import time
 import xml.etree.ElementTree
 
 import OrloCommand
-from OrloCommand import PATIENCE, SRGB, SYSTEM_PROFILES, OrloCase, XClient, cmyk_printer, start_display
+from OrloCommand import PATIENCE, SRGB, SYSTEM_PROFILES, OrloCase, XClient, bytes_of, cmyk_printer, start_display
 
 BLUISH = f"{SYSTEM_PROFILES}/colord/Bluish.icc"  # with calibration curves
 
@@ -30,6 +33,51 @@ def identify(output, data):
     client = XClient()
     client.set_output_property(output, "EDID", data)
     client.close()
+
+
+class FailingServer:
+    """Stands before the X server, and ends for good after so many messages of its client."""
+
+    FIRST_PORT = 6000  # of display 0
+
+    def __init__(self, display, messages):
+        self.left = messages
+        self.server = f"/tmp/.X11-unix/X{display.lstrip(':')}"
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.display = f"127.0.0.1:{self.listener.getsockname()[1] - self.FIRST_PORT}"
+        self.thread = threading.Thread(target=self.serve)
+        self.thread.start()
+
+    def serve(self):
+        # A socket that is shut down answers no accept any more.
+        while self.left > 0:
+            try:
+                client = self.listener.accept()[0]
+            except OSError:
+                return
+            with client, socket.socket(socket.AF_UNIX) as server:
+                server.connect(self.server)
+                client.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+                while self.left > 0:
+                    for end in select.select([client, server], [], [])[0]:
+                        data = end.recv(1 << 16)
+                        if not data:
+                            break
+                        self.left -= end is client
+                        (server if end is client else client).sendall(data)
+                    else:
+                        continue
+                    break
+                if self.left <= 0:
+                    self.listener.close()
+
+    def close(self):
+        try:
+            self.listener.shutdown(socket.SHUT_RDWR)
+        except OSError:
+            pass  # it has ended already
+        self.thread.join()
+        self.listener.close()
 
 
 class DisplayCase(OrloCase):
@@ -168,8 +216,9 @@ class WithDisplays(DisplayCase):
         for name, text in list(entries.items()):
             entries[f"{name} of another system"] = "\ufeff" + text.replace("\n", "\r\n")
         sets = "".join(f"{i / 255:.7f} {r / 65535:.7f} {g / 65535:.7f} {b / 65535:.7f}\n" for i, (r, g, b) in enumerate(rows))
-        entries["display.cal"] = ('CAL    \n\nDESCRIPTOR "A calibration"\nKEYWORD "DEVICE_CLASS"\nDEVICE_CLASS "DISPLAY"\n\nNUMBER_OF_FIELDS 4\n'
+        calibration = ('CAL    \n\nDESCRIPTOR "A calibration"\nKEYWORD "DEVICE_CLASS"\nDEVICE_CLASS "DISPLAY"\n\nNUMBER_OF_FIELDS 4\n'
                                   f"BEGIN_DATA_FORMAT\nRGB_I RGB_R RGB_G RGB_B\nEND_DATA_FORMAT\n\nNUMBER_OF_SETS 256\nBEGIN_DATA\n{sets}END_DATA\n")
+        entries |= {"display.cal": calibration, "of another system.cal": "\ufeff" + calibration.replace("\n", "\r\n")}
         for name, text in entries.items():
             with self.subTest(name):
                 with open(self.path(name), "w", encoding="utf-8", newline="") as out:
@@ -197,6 +246,11 @@ class WithDisplays(DisplayCase):
         self.orlo("gamma", "reset")
         self.orlo("gamma", "load", document, "--display", "2")
         self.assertEqual(self.ramp("2"), bent)
+        # A black ramp of our own is known for what it is.
+        self.orlo("gamma", "adjust", "--brightness=-1", "--display", "2")
+        self.orlo("gamma", "save", self.path("black"), "--display", "2")
+        self.orlo("gamma", "load", self.path("black"), "--display", "2")
+        self.assertEqual(self.ramp("2"), [[0] * 256] * 3)
         self.orlo("gamma", "load", BLUISH, "--display", "3")
         red, _, blue = self.ramp("3")
         self.assertLess(red[255], blue[255] - 5000)
@@ -207,12 +261,52 @@ class WithDisplays(DisplayCase):
                 "no number": (head + "0 0 0 0\n1 1 one 1\nEND_DATA\n", "'one' is no number"), "no set": (head + "END_DATA\n", "0 lines"),
                 "grey": (head.replace("RGB_", "W_"), "no field RGB_I"), "mixed": ("2 2 2\n0.5 0.5 0.5\n", "others are above 1"),
                 "twice titled": ("red green blue\nred green blue\n1 1 1\n2 2 2\n", "line 2"), "infinite": ("0 0 0\ninf inf inf\n1 1 1\n", "line 2"),
-                "zeros": ("\0" * 64, "damaged")}
+                "zeros": ("\0" * 64, "damaged"), "not a number": ("nan nan nan\n0 0 0\n999 999 999\n", "line 1"),
+                "infinite at first": ("inf inf inf\n0 0 0\n999 999 999\n", "line 1"),
+                "whole numbers to 1": ("0 0 0\n1 1 1\n", "whole numbers run from 0 to 65535"),
+                "bytes": ("".join(f"{i} {i} {i}\n" for i in range(256)), "only 255"), "bytes with titles": ("r,g,b\n0,0,0\n255,255,255\n", "only 255"),
+                "no end": (head + "0 0 0 0\n1 1 1 1\n", "END_DATA"), "too few sets": (head.replace("SETS 2", "SETS 3") + "0 0 0 0\n1 1 1 1\nEND_DATA\n", "2 sets"),
+                "uncounted": (head.replace("NUMBER_OF_SETS 2\n", "") + "0 0 0 0\n1 1 1 1\nEND_DATA\n", "NUMBER_OF_SETS"),
+                "without black": (head + "0.1 0 0 0\n1 1 1 1\nEND_DATA\n", "from 0 to 1"), "without white": (head + "0 0 0 0\n0.9 1 1 1\nEND_DATA\n", "from 0 to 1"),
+                "too light": (head + "0 0 0 0\n1 1 1.01 1\nEND_DATA\n", "'1.01' is out of range"), "too dark": (head + "0 -1 0 0\n1 1 1 1\nEND_DATA\n", "'-1' is"),
+                "in bytes": (head + "0 0 0 0\n255 255 255 255\nEND_DATA\n", "'255' is"), "infinite values": (head + "0 0 0 0\n1 inf 1 1\nEND_DATA\n", "'inf' is"),
+                "no value": (head + "0 0 0 0\n1 nan 1 1\nEND_DATA\n", "'nan' is out of range"),
+                "a printer's": (head.replace("CAL\n", 'CAL\n\nDEVICE_CLASS "OUTPUT"\n') + "0 0 0 0\n1 1 1 1\nEND_DATA\n", '"DISPLAY"')}
         for name, (text, wrong) in rows.items():
             with self.subTest(name):
                 with open(self.path(name), "w", encoding="ascii") as out:
                     out.write(text)
                 self.assert_refused(("gamma", "load", self.path(name)), self.path(name), wrong)
+
+    def test_what_is_too_long_is_not_read_to_its_end(self):
+        head = "CAL\nBEGIN_DATA_FORMAT\nRGB_I RGB_R RGB_G RGB_B\nEND_DATA_FORMAT\nNUMBER_OF_SETS 4097\nBEGIN_DATA\n"
+        rows = {"lines": ("1 2 3\n" * 4097 + "not a line\n", "2 to 4096"), "sets": (head + "0 0 0 0\n" * 4097 + "not a set\n", "2 to 4096"),
+                "one line": ("1" * (1 << 20) + "1", "1 MiB"), "blanks": (head + " " * (1 << 20), "1 MiB")}
+        for name, (text, wrong) in rows.items():
+            with self.subTest(name):
+                with open(self.path(name), "w", encoding="ascii") as out:
+                    out.write(text)
+                self.assert_refused(("gamma", "load", self.path(name)), self.path(name), wrong)
+
+    def test_damaged_curves_are_not_taken_for_none(self):
+        profile = bytearray(bytes_of(BLUISH))
+        tags = [profile[at:at + 12] for at in range(132, 132 + 12 * struct.unpack_from(">I", profile, 128)[0], 12)]
+        place = next(struct.unpack_from(">I", tag, 4)[0] for tag in tags if tag[:4] == b"vcgt")
+        struct.pack_into(">H", profile, place + 12, 7)  # channels
+        with open(self.path("damaged.icc"), "wb") as out:
+            out.write(profile)
+        self.assert_refused(("gamma", "load", self.path("damaged.icc")), self.path("damaged.icc"), "(vcgt) are damaged")
+
+    def test_a_file_that_may_not_be_read_is_told(self):
+        with open(self.path("ramp"), "w", encoding="ascii") as out:
+            out.write("0 0 0\n65535 65535 65535\n")
+        os.chmod(self.path("ramp"), 0)
+        # Nor may the superuser then.
+        libc = ctypes.CDLL(None)
+        done = subprocess.run([OrloCommand.ORLO, "gamma", "load", self.path("ramp")], capture_output=True, check=False,
+                              preexec_fn=lambda: [libc.prctl(24, capability, 0, 0, 0) for capability in (1, 2)])  # PR_CAPBSET_DROP, CAP_DAC_*
+        self.assertEqual((done.returncode, done.stderr.count(b"\n")), (2, 1))
+        self.assertIn(b"it cannot be read (Permission denied)", done.stderr)
 
     def test_ramps_are_compared_with_a_tolerance(self):
         self.orlo("gamma", "linear", "--display", "1", "--display", "2", "--display", "3")
@@ -439,6 +533,35 @@ class WithDisplays(DisplayCase):
         # A complaint that nobody can be told leaves the status, and the server's connection, as they are.
         done = subprocess.run([OrloCommand.ORLO, "gamma", "show", "--display", "9"], stdout=subprocess.PIPE, check=False, preexec_fn=lambda: (os.close(0), os.close(2)))
         self.assertEqual((done.returncode, done.stdout), (3, b""))
+
+    def with_failing_server(self, messages, *words):
+        """What the command answers where the server ends after so many messages, and how many were left to it."""
+        server = FailingServer(os.environ["DISPLAY"], messages)
+        try:
+            done = subprocess.run([OrloCommand.ORLO, *words], capture_output=True, check=False, env=os.environ | {"DISPLAY": server.display})
+        finally:
+            server.close()
+        return done, server.left
+
+    def test_a_server_that_ends_is_never_taken_for_displays(self):
+        many = 1 << 20
+        document, true = self.path("document"), self.path("true")
+        self.orlo("calibration", "save", true)
+        for words, status in ((("displays",), {3}), (("calibration", "save", document), {1, 3})):
+            whole, left = self.with_failing_server(many, *words)
+            self.assertEqual((whole.returncode, whole.stderr), (0, b""))
+            messages = many - left
+            self.assertGreater(messages, 50)
+            for count in range(1, messages, messages // 16):
+                if os.path.exists(document):
+                    os.unlink(document)
+                done = self.with_failing_server(count, *words)[0]
+                if done.returncode == 0:
+                    self.assertEqual(done.stdout, whole.stdout, count)
+                    if words[0] == "calibration":
+                        self.assertEqual(bytes_of(document), bytes_of(true), count)
+                else:
+                    self.assertEqual((done.returncode in status, done.stdout, os.path.exists(document)), (True, b"", False), (count, done.stderr))
 
     def start_keeping(self):
         """The loader at work; whoever asks for its next line gets it."""
