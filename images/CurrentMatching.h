@@ -8,8 +8,8 @@
 /// What a matching session takes from the store beside the profiles.
 struct StoredConditions {
     ViewingConditions viewing = {};
-    uint32_t intent = 0;         // 'Rdr0' to 'Rdr3'
-    std::optional<int> quality;  // 0, 1 or 2; nothing while none is stored
+    uint32_t intent = 0;  // 'Rdr0' to 'Rdr3'
+    int quality = 0;      // 0, 1 or 2
     std::optional<FixedXYZ> monitorWhite, printerWhite;
 };
 

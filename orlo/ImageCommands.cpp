@@ -1,5 +1,7 @@
 #include "orlo/ImageCommands.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -7,6 +9,9 @@
 #include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <set>
+#include <utility>
 
 #include "images/Complaint.h"
 #include "orlo/ImageModule.h"
@@ -80,7 +85,7 @@ std::vector<std::string> TakeFromStore(Asked& asked, const std::string& command)
     };
     // A session has a printer, whose paper its conditions may ask for.
     const bool needsPrinter = asked.session || UsesPrinter(request);
-    if (request.monitor.empty() || (needsPrinter && request.printer.empty())) {
+    if (asked.session || request.monitor.empty() || (needsPrinter && request.printer.empty())) {
         const StoredProfiles stored = ReadStoredProfiles();
         if (request.monitor.empty()) take(request.monitor, "monitor", stored.monitor);
         if (needsPrinter && request.printer.empty()) take(request.printer, "printer", stored.printer);
@@ -174,6 +179,26 @@ struct Job {
     std::string input, output;
 };
 
+/// A file, whatever names and links lead to it.
+using FileNumber = std::pair<dev_t, ino_t>;
+using FileNumbers = std::set<FileNumber>;
+
+std::optional<FileNumber> NumberOf(const std::filesystem::path& path) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0) return std::nullopt;
+    return FileNumber{status.st_dev, status.st_ino};
+}
+
+void AddNumberOf(const std::filesystem::path& path, FileNumbers& numbers) {
+    if (const auto number = NumberOf(path)) numbers.insert(*number);
+}
+
+/// What there is to do, and what no output may replace meanwhile.
+struct Work {
+    std::vector<Job> jobs;
+    FileNumbers originals;
+};
+
 std::string SmallSuffix(const std::filesystem::path& path) {
     std::string suffix = path.extension().string();
     std::ranges::transform(suffix, suffix.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
@@ -194,79 +219,92 @@ std::string OutputSuffix(const ImageRequest& request, const std::filesystem::pat
     return request.format == "jpeg" ? ".jpg" : request.format == "tiff" ? ".tif" : request.format == "heif" ? ".heic" : "." + request.format;
 }
 
-/// The pictures in a folder, in order.
-std::vector<std::filesystem::path> PicturesIn(const std::string& folder, bool recursive) {
+/// Where the folder for outputs lies in a folder of inputs; empty when it does not.
+std::filesystem::path OutputsIn(const std::string& folder, const std::string& outputFolder) {
+    std::error_code none;
+    const std::filesystem::path way =
+        std::filesystem::weakly_canonical(outputFolder, none).lexically_relative(std::filesystem::weakly_canonical(folder, none));
+    return way.empty() || way == "." || *way.begin() == ".." ? std::filesystem::path() : folder / way;
+}
+
+bool LiesIn(const std::filesystem::path& file, const std::filesystem::path& folder) {
+    return !folder.empty() && *file.lexically_relative(folder).begin() != "..";
+}
+
+/// The pictures in a folder, in order. Those in the folder for outputs are none of them, and yet `originals` like them: whoever put them there, they
+/// are the user's.
+std::vector<std::filesystem::path> PicturesIn(const std::string& folder, const Asked& asked, FileNumbers& originals) {
+    const std::filesystem::path outputs = OutputsIn(folder, asked.outputFolder);
     std::vector<std::filesystem::path> pictures;
+    const auto take = [&](const std::filesystem::directory_entry& entry) {
+        if (!IsPicture(entry)) return;
+        AddNumberOf(entry.path(), originals);
+        if (!LiesIn(entry.path(), outputs)) pictures.push_back(entry.path());
+    };
     std::error_code error;
-    if (recursive) {
-        for (std::filesystem::recursive_directory_iterator at(folder, error), end; at != end; at.increment(error)) {
-            if (IsPicture(*at)) pictures.push_back(at->path());
-        }
+    if (asked.recursive) {
+        for (std::filesystem::recursive_directory_iterator at(folder, error), end; at != end; at.increment(error)) take(*at);
     } else {
-        for (std::filesystem::directory_iterator at(folder, error), end; at != end; at.increment(error)) {
-            if (IsPicture(*at)) pictures.push_back(at->path());
-        }
+        for (std::filesystem::directory_iterator at(folder, error), end; at != end; at.increment(error)) take(*at);
     }
     if (error) throw Complaint{folder, "the folder cannot be read (" + error.message() + ")", "name a readable folder", Exit::Failed};
     if (pictures.empty())
-        throw Complaint{folder, "there is no picture in it", recursive ? "name another folder" : "add --recursive, or name another folder",
+        throw Complaint{folder, "there is no picture in it", asked.recursive ? "name another folder" : "add --recursive, or name another folder",
                         Exit::NotThere};
     std::ranges::sort(pictures);
     return pictures;
 }
 
-std::vector<Job> JobsOf(const Asked& asked, const std::string& command) {
+Work WorkOf(const Asked& asked, const std::string& command) {
     const std::string how = "orlo " + command + " --help shows how";
     if (asked.outputFolder.empty()) {
         if (asked.recursive) throw Complaint{"--recursive", "no folder for the outputs is named", "add --output-dir FOLDER"};
         if (asked.files.size() < 2) throw Complaint{command, "OUTPUT is missing", how};
         if (asked.files.size() > 2)
             throw Complaint{asked.files[2], "it is one argument too many", "name a folder with --output-dir for several inputs"};
-        return {{asked.files[0], asked.files[1]}};
+        return {{{asked.files[0], asked.files[1]}}, {}};
     }
     const std::filesystem::path target = asked.outputFolder;
-    std::vector<Job> jobs;
+    Work work;
     const auto add = [&](const std::filesystem::path& input, std::filesystem::path name) {
         name.replace_extension(OutputSuffix(asked.request, input));
-        jobs.push_back({input.string(), (target / name).string()});
+        work.jobs.push_back({input.string(), (target / name).string()});
     };
     for (const std::string& file : asked.files) {
         std::error_code none;
         if (!std::filesystem::is_directory(file, none)) {
+            AddNumberOf(file, work.originals);
             add(file, std::filesystem::path(file).filename());
             continue;
         }
-        for (const std::filesystem::path& picture : PicturesIn(file, asked.recursive)) add(picture, picture.lexically_relative(file));
+        for (const std::filesystem::path& picture : PicturesIn(file, asked, work.originals)) add(picture, picture.lexically_relative(file));
     }
-    return jobs;
+    return work;
 }
 
-/// Throws Complaint when the output would take the place of its input or of another output.
-void RequireOwnPlace(const Job& job, const std::vector<std::string>& written) {
-    std::error_code none;
-    if (std::filesystem::equivalent(job.input, job.output, none)) {
-        throw Complaint{job.output, "it would replace its input", "name another folder with --output-dir"};
-    }
-    if (std::ranges::find(written, job.output) != written.end()) {
-        throw Complaint{job.output, "another input was written there already", "give one of the two another name"};
-    }
+/// Throws Complaint when the output would take the place of an original or of another output.
+void RequireOwnPlace(const Job& job, const FileNumbers& originals, const FileNumbers& written) {
+    const std::optional<FileNumber> there = NumberOf(job.output);
+    if (!there) return;
+    if (there == NumberOf(job.input)) throw Complaint{job.output, "it would replace its input", "name another folder with --output-dir"};
+    if (originals.contains(*there)) throw Complaint{job.output, "it would replace another input", "name another folder with --output-dir"};
+    if (written.contains(*there)) throw Complaint{job.output, "another input was written there already", "give one of the two another name"};
 }
 
 /// Goes on after a picture that cannot be done, and tells at the end which those are.
-void RunAll(ImageRequest request, const std::vector<Job>& jobs, const std::string& command, const std::vector<std::string>& taken,
-            const Showing& showing) {
+void RunAll(ImageRequest request, const Work& work, const std::string& command, const std::vector<std::string>& taken, const Showing& showing) {
     Json results = Json::array(), failures = Json::array();
     std::string table;
-    std::vector<std::string> written;
-    for (const Job& job : jobs) {
+    FileNumbers written;
+    for (const Job& job : work.jobs) {
         try {
-            RequireOwnPlace(job, written);
+            RequireOwnPlace(job, work.originals, written);
             std::error_code error;
             std::filesystem::create_directories(std::filesystem::path(job.output).parent_path(), error);
             request.input = job.input;
             request.output = job.output;
             const Told told = RunOne(request, command, taken);
-            written.push_back(job.output);
+            AddNumberOf(job.output, written);
             results.push_back(told.json);
             if (!showing.json) showing.Tell({}, told.line);
         } catch (const Complaint& complaint) {
@@ -277,16 +315,16 @@ void RunAll(ImageRequest request, const std::vector<Job>& jobs, const std::strin
     if (showing.json) showing.Tell({{"results", results}, {"failures", failures}}, "");
     if (failures.empty()) return;
     std::fputs(table.c_str(), stderr);
-    throw Complaint{command, std::to_string(failures.size()) + " of " + std::to_string(jobs.size()) + " pictures could not be done",
+    throw Complaint{command, std::to_string(failures.size()) + " of " + std::to_string(work.jobs.size()) + " pictures could not be done",
                     "the lines above tell why", Exit::Failed};
 }
 
 void Run(Asked asked, const std::string& command, const Showing& showing) {
-    const std::vector<Job> jobs = JobsOf(asked, command);
+    const Work work = WorkOf(asked, command);
     const std::vector<std::string> taken = TakeFromStore(asked, command);
-    if (!asked.outputFolder.empty()) return RunAll(asked.request, jobs, command, taken, showing);
-    asked.request.input = jobs.front().input;
-    asked.request.output = jobs.front().output;
+    if (!asked.outputFolder.empty()) return RunAll(asked.request, work, command, taken, showing);
+    asked.request.input = work.jobs.front().input;
+    asked.request.output = work.jobs.front().output;
     const Told told = RunOne(asked.request, command, taken);
     showing.Tell(told.json, told.line);
 }

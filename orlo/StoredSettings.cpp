@@ -454,7 +454,7 @@ StoredConditions ReadStoredConditions() {
     StoredConditions stored;
     stored.viewing = ConditionsInStore();
     stored.intent = ReadIntent();
-    if (IsCodeStored("Matching Quality")) stored.quality = ReadQuality();
+    stored.quality = ReadQuality();
     stored.monitorWhite = WhiteInUse(ICC_RecallMonitorWhitepoint);
     stored.printerWhite = WhiteInUse(ICC_RecallPrinterWhitepoint);
     return stored;

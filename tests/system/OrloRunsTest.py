@@ -5,6 +5,7 @@ import json
 import os
 import pty
 import resource
+import shutil
 import signal
 import subprocess
 import time
@@ -183,6 +184,45 @@ class Several(OrloCase):
         self.assertEqual(bytes_of(self.path("in/one.png")), before)
         done = self.orlo(self.path("in/one.png"), self.path("in/./one.png"), status=1)
         self.assertIn(b"another input was written there already", done.stderr)
+
+    def test_no_input_is_replaced_before_its_turn_by_whatever_name(self):
+        light, dark = [[200] * 30] * 4, [[20] * 30] * 4
+        for folder in ("first", "second", "out"):
+            os.mkdir(self.path(folder))
+        write_png(self.path("first/x.png"), light, 8, 3)
+        write_png(self.path("second/x.png"), dark, 8, 3)
+        os.symlink("../second/x.png", self.path("out/x.png"))
+        os.link(self.path("second/x.png"), self.path("out/y.png"))
+        write_png(self.path("first/y.png"), light, 8, 3)
+        before = bytes_of(self.path("second/x.png"))
+        for name, target in (("x.png", "second"), ("x.png", "out"), ("y.png", "out")):
+            with self.subTest(f"{name} into {target}"):
+                done = subprocess.run([OrloCommand.ORLO, "match", self.path("first/" + name), self.path("second/x.png"), "--monitor",
+                                       OrloCommand.ADOBE_RGB, "--output-dir", self.path(target)], capture_output=True, check=False)
+                self.assertEqual((done.returncode, done.stderr.count(b"it would replace another input")), (1, 1), done.stderr)
+                self.assertEqual(bytes_of(self.path("second/x.png")), before)
+        self.assertTrue(os.path.islink(self.path("out/x.png")))
+
+    def test_no_earlier_output_is_replaced_through_a_link(self):
+        os.mkdir(self.path("out"))
+        os.symlink("one.png", self.path("out/two.png"))
+        done = self.orlo(self.path("in/one.png"), self.path("in/two.png"), status=1)
+        self.assertIn(b"two.png: another input was written there already", done.stderr)
+
+    def test_a_folder_for_outputs_among_the_inputs(self):
+        self.orlo(self.path("in"), "--recursive")
+        expected = self.written()
+        shutil.rmtree(self.path("out"))
+        target = self.path("in/results")
+        command = [OrloCommand.ORLO, "match", "--monitor", OrloCommand.ADOBE_RGB, "--output-dir", target, self.path("in"), "--recursive"]
+        subprocess.run(command, capture_output=True, check=True)
+        found = sorted(os.path.relpath(os.path.join(folder, name), target) for folder, _, names in os.walk(target) for name in names)
+        self.assertEqual(found, expected)
+        # What is there now is not taken up, and is not replaced either.
+        before = bytes_of(self.path("in/results/one.png"))
+        done = subprocess.run(command, capture_output=True, check=False)
+        self.assertEqual((done.returncode, done.stderr.count(b"it would replace another input")), (1, 4), done.stderr)
+        self.assertEqual(bytes_of(self.path("in/results/one.png")), before)
 
     def test_a_folder_without_pictures_and_no_folder_for_outputs(self):
         os.mkdir(self.path("empty"))

@@ -362,6 +362,20 @@ class StoredProfiles(SettingsCase):
             self.assertEqual(self.matched("session.png", "--depth=16", "--session").returncode, 0)
             self.assertEqual(self.read(self.path("option.png")).samples == self.read(self.path("session.png")).samples, equal)
 
+    def test_a_session_has_the_stored_proofer_whatever_profiles_are_given(self):
+        self.set("monitor-profile", ADOBE_RGB, "printer-profile", rgb_printer(), "proofer-profile", cmyk_printer(), "use-proofer", "on")
+        source = photograph("coffee.png")
+        given = ("--monitor", ADOBE_RGB, "--printer", rgb_printer())
+        rows = []
+        for name, options in (("stored", ()), ("given", given), ("without", None)):
+            if options is None:
+                self.set("use-proofer", "off")
+            done = subprocess.run([OrloCommand.ORLO, "proof", source, self.path(name + ".png"), "--session", *(options or ())], capture_output=True, check=False)
+            self.assertEqual((done.returncode, done.stderr), (0, b""))
+            rows.append(self.read(self.path(name + ".png")).samples)
+        self.assertTrue(rows[0] == rows[1])
+        self.assertFalse(rows[0] == rows[2])
+
     def test_conditions_count_for_a_session_alone_and_are_told(self):
         self.set("monitor-profile", ADOBE_RGB, "printer-profile", rgb_printer(), "flare", "0.1", "contrast", "1.5", "a-offset", "3", "intent", "2")
         stored, given, session = (self.path(name) for name in ("stored.png", "given.png", "session.png"))
@@ -413,7 +427,7 @@ json.dump(list(target), sys.stdout)
         write_tiff(self.path("colours.tif"), [[word for colour in colours for word in colour]], 16, 3, profile=bytes_of(reference_profile()))
         self.set("monitor-profile", ADOBE_RGB, "printer-profile", cmyk_printer())
         seen = []
-        for pairs in (("quality", "1", "intent", "1"), ("flare", "0.1", "contrast", "1.3"), ("a-offset", "4", "b-offset", "-6"),
+        for pairs in (("intent", "1"), ("quality", "1"), ("flare", "0.1", "contrast", "1.3"), ("a-offset", "4", "b-offset", "-6"),
                       ("quality", "0"), ("monitor-white", "xyz:96,100,90", "use-monitor-white", "on"), ("use-monitor-white", "off", "adapt-to-paper", "on")):
             with self.subTest(pairs):
                 self.set(*pairs)
