@@ -13,6 +13,9 @@ struct Complaint {
     Exit exit = Exit::BadInput;
 };
 
+/// A picture whose pixels are damaged or missing in part.
+struct DamageComplaint : Complaint {};
+
 /// The text on one line: control characters, as file names may have, become '?'.
 std::string OneLine(std::string text);
 

@@ -7,13 +7,19 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <string_view>
 
 #include "images/Complaint.h"
+#include "images/FileContents.h"
 
 namespace {
 
 constexpr const char* kUsableImage = "an image of a kind that libvips loads is needed, such as PNG, TIFF or JPEG";
+
+struct ClassRelease {
+    void operator()(GObjectClass* of) const { g_type_class_unref(of); }
+};
 
 class Descriptor {
 public:
@@ -43,21 +49,33 @@ std::optional<ImageFormat> FormatOfContents(int descriptor) {
     return std::nullopt;
 }
 
+/// Whether what libvips loads the source with can begin at a page.
+bool TakesPage(VipsSource* source) {
+    const char* const loader = vips_foreign_find_load_source(source);
+    const GType type = loader ? g_type_from_name(loader) : 0;
+    if (type == 0) return false;
+    const std::unique_ptr<GObjectClass, ClassRelease> of(static_cast<GObjectClass*>(g_type_class_ref(type)));
+    return g_object_class_find_property(of.get(), "page") != nullptr;
+}
+
 /// format   nothing: of a kind that libvips finds a loader for
-ImageHold Decode(VipsSource* source, std::optional<ImageFormat> format, VipsAccess access, int page) {
+ImageHold Decode(VipsSource* source, std::optional<ImageFormat> format, VipsAccess access, int page, bool takesDamaged) {
     VipsImage* image = nullptr;
     // A short or damaged file is an error; a harmless oddity, such as an unknown tag, is not.
-    constexpr VipsFailOn kFailOn = VIPS_FAIL_ON_ERROR;
-    if (!format) return ImageHold(vips_image_new_from_source(source, "", "access", access, "fail_on", kFailOn, nullptr));
+    const VipsFailOn failOn = takesDamaged ? VIPS_FAIL_ON_NONE : VIPS_FAIL_ON_ERROR;
+    if (!format) {
+        if (page == 1 || !TakesPage(source)) return ImageHold(vips_image_new_from_source(source, "", "access", access, "fail_on", failOn, nullptr));
+        return ImageHold(vips_image_new_from_source(source, "", "access", access, "fail_on", failOn, "page", page - 1, nullptr));
+    }
     switch (*format) {
         case ImageFormat::Png:
-            vips_pngload_source(source, &image, "access", access, "fail_on", kFailOn, nullptr);
+            vips_pngload_source(source, &image, "access", access, "fail_on", failOn, nullptr);
             break;
         case ImageFormat::Tiff:
-            vips_tiffload_source(source, &image, "access", access, "fail_on", kFailOn, "page", page - 1, nullptr);
+            vips_tiffload_source(source, &image, "access", access, "fail_on", failOn, "page", page - 1, nullptr);
             break;
         case ImageFormat::Jpeg:
-            vips_jpegload_source(source, &image, "access", access, "fail_on", kFailOn, nullptr);
+            vips_jpegload_source(source, &image, "access", access, "fail_on", failOn, nullptr);
             break;
         default:
             break;  // told by no first bytes here
@@ -65,12 +83,22 @@ ImageHold Decode(VipsSource* source, std::optional<ImageFormat> format, VipsAcce
     return ImageHold(image);
 }
 
-/// Throws Complaint when a page is asked for that a readable file does not have.
+/// Throws Complaint when a page is asked for that a readable file does not have, or that its loader does not begin at.
 void RequirePage(VipsSource* source, std::optional<ImageFormat> format, const std::string& path, int page) {
-    const ImageHold first = Decode(source, format, VIPS_ACCESS_SEQUENTIAL, 1);
+    const ImageHold first = Decode(source, format, VIPS_ACCESS_SEQUENTIAL, 1, false);
     const int pages = first ? vips_image_get_n_pages(first.get()) : page;
     if (page > pages)
         throw Complaint{path, "it has " + std::to_string(pages) + (pages == 1 ? " page" : " pages"), "name a page that is there", Exit::NotThere};
+    if (format != ImageFormat::Tiff && !TakesPage(source))
+        throw Complaint{path, "of this kind of file only the first page is read", "leave --page out"};
+}
+
+void RequireSize(VipsImage* image, const std::string& path, int64_t mostPixels) {
+    const int64_t width = vips_image_get_width(image), height = vips_image_get_height(image);
+    if (width * height <= mostPixels) return;
+    throw Complaint{
+        path, "it has " + std::to_string(width) + " x " + std::to_string(height) + " pixels, and " + std::to_string(mostPixels) + " are the most",
+        "add --max-pixels " + std::to_string(width * height) + " if it is what you expect"};
 }
 
 }  // namespace
@@ -89,15 +117,15 @@ void ComplainOfDamage(const std::string& path) {
     // The first line says what went wrong first.
     std::string reason = vips_error_buffer();
     reason = reason.substr(0, reason.find('\n'));
-    throw Complaint{path, "the image is damaged or cut short, or its form is not supported" + (reason.empty() ? "" : " (" + reason + ")"),
-                    "a whole image of 8 or 16 bits is needed"};
+    throw DamageComplaint{{path, "the image is damaged or cut short, or its form is not supported" + (reason.empty() ? "" : " (" + reason + ")"),
+                           "a whole image of 8 or 16 bits is needed"}};
 }
 
 int PagesOf(VipsImage* image) {
     return vips_image_get_n_pages(image);
 }
 
-ImageHold OpenImage(const std::string& path, bool upright, int page) {
+ImageHold OpenImage(const std::string& path, bool upright, int page, const ReadingLimits& limits) {
     // Without waiting for the other end of a pipe, which is refused.
     const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (file.Number() < 0) {
@@ -114,9 +142,14 @@ ImageHold OpenImage(const std::string& path, bool upright, int page) {
         vips_error_clear();
         throw Complaint{path, "this is not an image of a known kind", kUsableImage};
     }
-    ImageHold image = Decode(source.get(), format, upright ? VIPS_ACCESS_RANDOM : VIPS_ACCESS_SEQUENTIAL, page);
-    if (page > 1 && (format != ImageFormat::Tiff || !image)) RequirePage(source.get(), format, path, page);
+    CheckPortableMap(path);
+    ImageHold image = Decode(source.get(), format, upright ? VIPS_ACCESS_RANDOM : VIPS_ACCESS_SEQUENTIAL, page, limits.takesDamaged);
+    if (page > 1) RequirePage(source.get(), format, path, page);
     if (!image) ComplainOfDamage(path);
+    RequireSize(image.get(), path, limits.mostPixels);
+    // libvips counts what libjpeg has to say about the pixels, and goes on.
+    const auto damage = format == ImageFormat::Jpeg && !limits.takesDamaged ? DamageOfJpeg(path) : std::nullopt;
+    if (damage) throw DamageComplaint{{path, *damage, "a whole image is needed, or --salvage for what there is"}};
     if (!upright) return image;
 
     VipsImage* turned = nullptr;

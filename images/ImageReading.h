@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -16,17 +17,24 @@ struct ImageShape {
     int Samples() const { return colours + (hasAlpha ? 1 : 0); }
 };
 
+/// Which images are taken.
+struct ReadingLimits {
+    int64_t mostPixels = 250'000'000;
+    bool takesDamaged = false;  // what is missing is then whatever libvips fills in
+};
+
 /// Starts libvips, quietly; before anything else here. Throws Complaint.
 void StartVips();
 
 /// Opens a file of any kind that libvips loads, told by its first bytes, for reading from top to bottom: pixels are decoded as they are asked for.
 ///
-/// page      from 1; only TIFF files have more than one
+/// page      from 1
 /// upright   true: turned as the file's orientation tag says. A turned image is held as a whole, by libvips in a temporary file when it is
 ///           large.
+/// limits    what is taken
 ///
-/// Throws Complaint. A file that is damaged further down is found out only when its pixels are asked for.
-ImageHold OpenImage(const std::string& path, bool upright, int page = 1);
+/// Throws Complaint, for damage DamageComplaint. Damage further down is found out here in a JPEG file, and else only when the pixels are asked for.
+ImageHold OpenImage(const std::string& path, bool upright, int page, const ReadingLimits& limits);
 
 /// How many pages the file of the image has.
 int PagesOf(VipsImage* image);

@@ -1,6 +1,7 @@
 #include "images/SourceColour.h"
 
 #include "images/Complaint.h"
+#include "images/FileContents.h"
 #include "images/FourCharCodes.h"
 #include "images/ProfileChoice.h"
 
@@ -80,6 +81,10 @@ SourceColour FindSourceColour(VipsImage* image, const ImageShape& shape, const s
                             "remove the profile or embed one that fits"};
         }
         source.profileName = ProfileName(profile.Get());
+    } else if (CarriesProfile(path)) {
+        // libvips passes over one that it cannot read.
+        throw Complaint{path, "its embedded profile is damaged, or not for this kind of image",
+                        "embed a whole one that fits, or add --input-profile PROFILE"};
     } else if (shape.colours == 4) {
         throw Complaint{path, "a CMYK image without a profile can mean any colour", "add --input-profile PROFILE, with the one that it was made for"};
     } else {

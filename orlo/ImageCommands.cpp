@@ -369,8 +369,11 @@ Command ImageCommand(const About& row) {
         add({"--input-profile", "PROFILE", "the profile that INPUT's colours are in, whatever it carries", Into(request->inputProfile)});
     }
     add({"--format", "png|tiff|jpeg|webp|avif|heif|jxl|ppm", "which kind of file OUTPUT is. Default: what its suffix says", Into(request->format)});
-    add({"--page", "NUMBER", "which page of a TIFF file that has several; 1 unless given",
+    add({"--page", "NUMBER", "which page of a TIFF, GIF or WebP file that has several; 1 unless given",
          [request](const std::string& value) { request->page = static_cast<int>(WholeFrom("--page", value, 1, 65535)); }});
+    add({"--max-pixels", "NUMBER", "the most pixels of INPUT; 250000000 unless given, against small files that need much memory",
+         [request](const std::string& value) { request->mostPixels = WholeFrom("--max-pixels", value, 1, 100'000'000'000'000); }});
+    add({"--salvage", "", "take what there is of a damaged INPUT, into another file", SwitchOn(request->salvage)});
     add({"--depth", "8|16", "bits of a sample of OUTPUT. Default: those of INPUT; a mask and JPEG have 8, reference RGB has 16",
          [request](const std::string& value) { request->depth = value == "8" ? 8 : 16; }});
     add({"--compression", "lzw|deflate|none", "of a TIFF file; lzw unless given, none is the fastest", [request](const std::string& value) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -17,6 +18,8 @@ struct ImageRequest {
     std::optional<StoredConditions> conditions;  // a session's; nothing: the devices as they are
     std::optional<int> quality;                  // 0, 1 or 2
     int page = 1;                                // of an input with several
+    int64_t mostPixels = 250'000'000;            // of the input
+    bool salvage = false;                        // what there is of a damaged input
     std::optional<int> depth;                    // 8 or 16
     std::optional<TiffCompression> compression;
     bool printerGamut = false;

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <filesystem>
 #include <optional>
 #include <string>
 
@@ -123,11 +124,9 @@ void CheckDeviceValues(const ImageRequest& request, const ImageShape& input, Col
     if (!wantsCMYK && input.colours == 4) throw Complaint{request.input, "it holds CMYK values", "an image of the device's RGB is needed"};
 }
 
-}  // namespace
-
-extern "C" __attribute__((visibility("default"))) void OrloRunImage(const ImageRequest* wanted, ImageReport* report) {
-    const ImageRequest& request = *wanted;
-    StartVips();
+/// takesDamaged   whether what there is of a damaged input is taken
+void RunOnce(const ImageRequest& request, bool takesDamaged, ImageReport* report) {
+    const ReadingLimits limits = {request.mostPixels, takesDamaged};
     const ImageFormat format = CheckOutputName(request);
     ChosenProfile monitor = ChooseMonitor(request.monitor);
     // A session shows what hosts show, and those take the profile as it is.
@@ -138,12 +137,12 @@ extern "C" __attribute__((visibility("default"))) void OrloRunImage(const ImageR
     if (!request.proofer.empty()) proofer = ChooseProofer(request.proofer);
     const Owned<ColorSyncProfileRef> reference = OpenReferenceProfile();
 
-    ImageHold image = OpenImage(request.input, false, request.page);
+    ImageHold image = OpenImage(request.input, false, request.page, limits);
     bool isTurned = false;
     const int pages = PagesOf(image.get());
     // Other kinds have no place for the orientation that TIFF and JPEG keep in a tag.
     if (!TraitsOf(format).keepsOrientation && vips_image_get_orientation(image.get()) > 1) {
-        image = OpenImage(request.input, true, request.page);
+        image = OpenImage(request.input, true, request.page, limits);
         isTurned = true;
     }
     RunPlan plan;
@@ -203,4 +202,27 @@ extern "C" __attribute__((visibility("default"))) void OrloRunImage(const ImageR
     report->to = request.operation == Operation::Gamut ? NameOfGamutPicture(request) : ProfileName(form.profile);
     report->pages = pages;
     report->marked = static_cast<double>(marked) / (static_cast<double>(report->width) * report->height);
+}
+
+/// A damaged input is the user's only copy of what is left of it.
+void RequireOtherOutput(const ImageRequest& request) {
+    std::error_code none;
+    if (std::filesystem::equivalent(request.input, request.output, none)) {
+        throw Complaint{request.output, "what is left of a damaged image never replaces it", "name another file for the output"};
+    }
+}
+
+}  // namespace
+
+extern "C" __attribute__((visibility("default"))) void OrloRunImage(const ImageRequest* request, ImageReport* report) {
+    StartVips();
+    try {
+        RunOnce(*request, false, report);
+    } catch (const DamageComplaint& complaint) {
+        if (!request->salvage) throw;
+        RequireOtherOutput(*request);
+        vips_error_clear();
+        RunOnce(*request, true, report);
+        report->note += (report->note.empty() ? "" : ", ") + std::string("salvaged: ") + complaint.wrong;
+    }
 }

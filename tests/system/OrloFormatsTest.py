@@ -249,6 +249,21 @@ class Metadata(OrloCase):
                 self.assertEqual(told["Exif.Photo.ColorSpace"].strip(), "65535")
                 self.assertNotIn("Exif.Thumbnail.JPEGInterchangeFormat", told)
 
+    def test_a_page_of_a_gif_or_webp_file_can_be_chosen(self):
+        levels = (40, 200)
+        for number, level in enumerate(levels):
+            write_png(self.path(f"page{number}.png"), [[level] * 3 * 16] * 16, 8, 3)
+        run_tool("vips", "arrayjoin", f"{self.path('page0.png')} {self.path('page1.png')}", self.path("both.v"), "--across", "1")
+        for kind in ("gif", "webp"):
+            with self.subTest(kind):
+                source = self.path("pages." + kind)
+                run_tool("vips", "copy", self.path("both.v"), source + "[page_height=16]")
+                for page, level in enumerate(levels):
+                    after = self.run_orlo("match", source, "out.png", f"--page={page + 1}", monitor=SRGB)
+                    self.assert_close([after.pixels()[0][:3]], [(level,) * 3], 6)
+                done = subprocess.run(self.arguments("match", source, self.path("none.png"), "--page=3"), capture_output=True, check=False)
+                self.assertEqual((done.returncode, b"it has 2 pages" in done.stderr), (3, True), done.stderr)
+
     def test_a_page_of_several_is_told_and_can_be_chosen(self):
         for number, level in ((1, 40), (2, 200)):
             write_png(self.path(f"page{number}.png"), [[level] * 3 * 8] * 4, 8, 3)

@@ -80,6 +80,68 @@ class Refusals(OrloCase):
             with self.subTest(note):
                 self.assert_refused(self.match(source), source, word)
 
+    def jpeg_with(self, name, change):
+        """The photograph with its pixels' data changed."""
+        whole = bytes_of(photograph("rocket.jpg"))
+        start = whole.index(b"\xff\xda")
+        start += 2 + int.from_bytes(whole[start + 2:start + 4], "big")
+        return self.write(name, whole[:start] + change(whole[start:-2]) + whole[-2:])
+
+    def damaged_jpegs(self):
+        noise = b"\xff\0" * 200  # ones, which no code has so many of
+        return {"short.jpg": self.jpeg_with("short.jpg", lambda data: data[:len(data) // 3].rstrip(b"\xff")),
+                "noise.jpg": self.jpeg_with("noise.jpg", lambda data: data[:len(data) // 2].rstrip(b"\xff") + noise + data[len(data) // 2 + 400:])}
+
+    def test_a_jpeg_whose_pixels_are_missing_or_damaged(self):
+        height = self.read(photograph("rocket.jpg")).height
+        for name, source in self.damaged_jpegs().items():
+            with self.subTest(name):
+                before = bytes_of(source)
+                self.assert_refused(self.match(source), source, f"of {height} lines ", "are whole", "--salvage")
+                self.assert_refused(self.match(source, source), source, "are whole")
+                self.assert_refused(self.match(source, source, "--salvage"), source, "never replaces it")
+                self.assertEqual(bytes_of(source), before)
+
+    def test_what_there_is_of_a_damaged_image_is_salvaged(self):
+        png = self.write("half.png", bytes_of(photograph("coffee.png"))[:200000])
+        for source, whole in ((self.damaged_jpegs()["short.jpg"], photograph("rocket.jpg")), (png, photograph("coffee.png"))):
+            with self.subTest(os.path.basename(source)):
+                target = self.path("salvaged.png")
+                done = subprocess.run([OrloCommand.ORLO, *self.match(source, target, "--salvage")], capture_output=True, check=False)
+                self.assertEqual((done.returncode, done.stderr), (0, b""))
+                self.assertIn(b", salvaged: ", done.stdout)
+                self.assertEqual(self.read(target).pixels(), self.run_orlo("match", whole, "whole.png").pixels())
+
+    def test_harmless_remarks_about_a_jpeg(self):
+        source = self.jpeg_with("padded.jpg", lambda data: data + bytes(9))
+        done = subprocess.run([OrloCommand.ORLO, *self.match(source, self.path("padded.png"), "--salvage")], capture_output=True, check=False)
+        self.assertEqual((done.returncode, done.stderr, b"salvaged" in done.stdout), (0, b"", False))
+
+    def test_portable_maps_of_another_scale_or_size(self):
+        rows = [
+            ("low.pgm", b"P5\n4 2\n100\n" + bytes(8), "its samples end at 100"),
+            ("text.pgm", b"P2\n# by hand\n2 1\n15\n0 15\n", "its samples end at 15"),
+            ("deep.ppm", b"P6 2 1 1023\n" + bytes(12), "its samples end at 1023"),
+            ("few.ppm", b"P6\n4 4\n255\n" + bytes(30), "its header says 4 x 4 pixels, and there are fewer"),
+            ("many.ppm", b"P6\n4 4\n255\n" + bytes(60), "its header says 4 x 4 pixels, and there are more"),
+        ]
+        for name, contents, words in rows:
+            with self.subTest(name):
+                self.assert_refused(self.match(self.write(name, contents)), self.path(name), words)
+        for name, contents in (("whole.ppm", b"P6\n4 4\n255\n" + bytes(48)), ("deep.pgm", b"P5 4 4 65535 " + bytes(32))):
+            self.run_orlo("match", self.write(name, contents), "out.png")
+
+    def test_more_pixels_than_are_expected(self):
+        source = self.path("huge.pgm")
+        with open(source, "wb") as file:
+            file.write(b"P5\n16000 16000\n255\n")
+            file.truncate(19 + 16000 * 16000)
+        self.assert_refused(self.match(source), source, "it has 16000 x 16000 pixels", "add --max-pixels 256000000")
+        small = self.path("good.png")
+        self.assert_refused(self.match(None, None, "--max-pixels", "4095"), small, "it has 64 x 64 pixels", "4095 are the most")
+        done = subprocess.run([OrloCommand.ORLO, *self.match(None, self.path("all.png"), "--max-pixels", "4096")], capture_output=True, check=False)
+        self.assertEqual((done.returncode, done.stderr), (0, b""))
+
     def twelve_bits(self):
         """A TIFF file of two grey lines of four samples."""
         entries = [(256, 3, 4), (257, 3, 2), (258, 3, 12), (259, 3, 1), (262, 3, 1), (273, 4, 122), (277, 3, 1), (278, 3, 2), (279, 4, 12)]
@@ -138,6 +200,23 @@ class Refusals(OrloCase):
                            ("grey-in-rgb.tif", "not for this kind"), ("damaged.tif", "damaged"), ("named.tif", "not for this kind")):
             with self.subTest(name):
                 self.assert_refused(self.match(self.path(name)), self.path(name), "profile", word)
+
+    def test_an_embedded_profile_that_libvips_passes_over(self):
+        whole = bytes_of(ADOBE_RGB)
+        png = {"cut.png": whole[:200], "junk.png": b"no profile " * 50, "grey.png": bytes_of(GREY)}
+        for name, profile in png.items():
+            write_png(self.path(name), ROW, 8, 3, profile=profile)
+        self.run_orlo("match", self.path("good.png"), "plain.jpg")
+        jpeg = bytes_of(self.path("plain.jpg"))
+        at = jpeg.index(b"ICC_PROFILE\0") + 12
+        self.assertEqual(jpeg[at:at + 2], b"\1\1")
+        self.write("part.jpg", jpeg[:at] + b"\2\2" + jpeg[at + 2:])
+        for name in (*png, "part.jpg"):
+            with self.subTest(name):
+                self.assert_refused(self.match(self.path(name)), self.path(name), "its embedded profile is damaged", "--input-profile")
+                done = subprocess.run([OrloCommand.ORLO, *self.match(self.path(name), self.path("given.png"), "--input-profile", ADOBE_RGB)],
+                                      capture_output=True, check=False)
+                self.assertEqual((done.returncode, done.stderr), (0, b""))
 
     def test_an_input_profile_that_does_not_fit(self):
         for profile, words in ((cmyk_printer(), "is not for images such as"), (self.path("missing.icc"), "no such file"), (NAMED_COLOURS, "is not for images")):
