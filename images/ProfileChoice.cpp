@@ -42,7 +42,11 @@ namespace {
 /// A profile in a file of its own, which is removed with the last copy of what is answered. The engine takes profiles by their files.
 ChosenProfile InFile(CFDataRef data) {
     std::error_code error;
-    std::string path = (std::filesystem::temp_directory_path(error) / "orlo-XXXXXX.icc").string();
+    const std::filesystem::path folder = std::filesystem::temp_directory_path(error);
+    if (error)
+        throw Complaint{"TMPDIR", "the folder for temporary files is not there (" + error.message() + ")", "set it to a folder with room",
+                        Exit::Failed};
+    std::string path = (folder / "orlo-XXXXXX.icc").string();
     const int descriptor = mkostemps(path.data(), 4, O_CLOEXEC);
     const std::shared_ptr<void> file(nullptr, [path, descriptor](void*) {
         if (descriptor < 0) return;

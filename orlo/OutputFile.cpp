@@ -31,7 +31,7 @@ void CatchSignals() {
     action.sa_handler = RemoveTemporary;
     // After the first one the default action is back, so that raising it again ends the process.
     action.sa_flags = static_cast<int>(SA_RESETHAND | SA_NODEFER);
-    for (const int number : {SIGHUP, SIGINT, SIGTERM}) {
+    for (const int number : {SIGHUP, SIGINT, SIGPIPE, SIGQUIT, SIGTERM}) {
         struct sigaction present {};
         if (sigaction(number, nullptr, &present) == 0 && present.sa_handler != SIG_IGN) sigaction(number, &action, nullptr);
     }
@@ -67,7 +67,8 @@ OutputFile::OutputFile(const std::string& path) : path_(path), target_(EndOfLink
     struct stat status {};
     if (stat(path.c_str(), &status) != 0 && errno != ENOENT)
         throw Complaint{path, std::string("it cannot be reached (") + std::strerror(errno) + ")", "name another file", Exit::Failed};
-    if (stat(target_.c_str(), &status) == 0) {
+    const bool isThere = stat(target_.c_str(), &status) == 0;
+    if (isThere) {
         if (!S_ISREG(status.st_mode)) throw Complaint{path, "this is not a file of its own", "name a file to write"};
         if (access(target_.c_str(), W_OK) != 0) throw Complaint{path, "the file is there and cannot be written", "name another file", Exit::Failed};
     }
@@ -75,7 +76,8 @@ OutputFile::OutputFile(const std::string& path) : path_(path), target_(EndOfLink
     temporary_ = TemporaryName(target_);
     // Known to the signal handler before it exists, so that no moment is left in which it could stay behind.
     sTemporary = temporary_.c_str();
-    descriptor_ = open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    // What is to replace a file is nobody else's before it has that file's permissions.
+    descriptor_ = open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, isThere ? 0600 : 0666);
     if (descriptor_ < 0) {
         sTemporary = nullptr;
         throw Complaint{path, std::string("nothing can be written in its folder (") + std::strerror(errno) + ")", "name a file in a writable folder",

@@ -4,7 +4,7 @@
 
 /// A file that replaces its target only when it is whole.
 ///
-/// It is written under a temporary name in the target's folder. Destroying it without Commit, or SIGHUP, SIGINT or SIGTERM, removes the
+/// It is written under a temporary name in the target's folder. Destroying it without Commit, or a signal that ends the process, removes the
 /// temporary file and leaves the target as it was. One at a time in a process.
 class OutputFile {
 public:

@@ -239,7 +239,7 @@ class Interruptions(OrloCase):
         run_tool("vips", "black", self.path("black.v"), "9000", "6000", "--bands", "3")
         run_tool("vips", "copy", self.path("black.v"), source + "[compression=1]")
         os.mkdir(self.path("out"))
-        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT, signal.SIGPIPE):
             with self.subTest(number.name):
                 process = subprocess.Popen(self.arguments("match", source, self.path("out/out.tif"), "--quality=1"), stdout=subprocess.PIPE,
                                            stderr=subprocess.PIPE)
@@ -251,6 +251,31 @@ class Interruptions(OrloCase):
                 out, message = process.communicate()
                 self.assertEqual((process.returncode, out, message), (-number, b"", b""))
                 self.assertEqual(os.listdir(self.path("out")), [])
+
+
+    def test_what_will_replace_a_closed_file_is_closed_meanwhile(self):
+        run_tool("vips", "black", self.path("black.v"), "9000", "6000", "--bands", "3")
+        source = self.path("plain.png")
+        run_tool("vips", "copy", self.path("black.v"), source + "[compression=1]")
+        os.mkdir(self.path("out"))
+        with open(self.path("out/out.tif"), "wb"):
+            pass
+        os.chmod(self.path("out/out.tif"), 0o600)
+        process = subprocess.Popen(self.arguments("match", source, self.path("out/out.tif"), "--quality=1"), stdout=subprocess.DEVNULL)
+        while len(os.listdir(self.path("out"))) < 2 and process.poll() is None:
+            time.sleep(0.01)
+        (temporary,) = [name for name in os.listdir(self.path("out")) if name != "out.tif"]
+        mode = os.stat(self.path("out/" + temporary)).st_mode
+        process.terminate()
+        process.wait()
+        self.assertEqual(mode & 0o777, 0o600)
+
+    def test_a_folder_for_temporary_files_that_is_not_there(self):
+        write_png(self.path("in.png"), SMALL, 8, 3)
+        words = self.arguments("match", self.path("in.png"), self.path("out.png"))
+        done = subprocess.run(words, capture_output=True, check=False, cwd=self.folder, env={**os.environ, "TMPDIR": "/nonexistent"})
+        self.assertEqual((done.returncode, done.stderr.startswith(b"orlo: TMPDIR: ")), (1, True), done.stderr)
+        self.assertEqual(os.listdir(self.folder), ["in.png"])
 
 
 class Progress(OrloCase):
