@@ -131,7 +131,7 @@ void RunOnce(const ImageRequest& request, bool takesDamaged, ImageReport* report
     ChosenProfile monitor = ChooseMonitor(request.monitor);
     // A session shows what hosts show, and those take the profile as it is.
     if (!request.plainCurves && !request.conditions) RefineCurves(monitor);
-    const ChosenProfile printer = request.printer.empty() ? StandInPrinter() : ChoosePrinter(request.printer);
+    ChosenProfile printer = request.printer.empty() ? StandInPrinter() : ChoosePrinter(request.printer);
     if (request.conditions && request.conditions->intent == kRenderingIntent3) RequireLuminance(monitor);
     std::optional<ChosenProfile> proofer;
     if (!request.proofer.empty()) proofer = ChooseProofer(request.proofer);
@@ -176,6 +176,9 @@ void RunOnce(const ImageRequest& request, bool takesDamaged, ImageReport* report
     const bool readsTables = !printerOnly && !(request.operation == Operation::Gamut && plan.gamut.tolerance);
     const int quality = !readsTables ? 1 : request.quality.value_or(2);
     const CurrentMatching matching(monitor, printer, proofer, request.conditions ? &*request.conditions : nullptr, kQualities[quality]);
+    // The engine has read them, and a signal would leave them behind.
+    monitor.file.reset();
+    printer.file.reset();
     OutputFile file(request.output);
     const Conversion conversion(image.get(), plan, form.profile);
     bool written = false;

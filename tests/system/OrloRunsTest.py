@@ -261,7 +261,9 @@ class Interruptions(OrloCase):
         with open(self.path("out/out.tif"), "wb"):
             pass
         os.chmod(self.path("out/out.tif"), 0o600)
-        process = subprocess.Popen(self.arguments("match", source, self.path("out/out.tif"), "--quality=1"), stdout=subprocess.DEVNULL)
+        os.mkdir(self.path("temporary"))
+        process = subprocess.Popen([OrloCommand.ORLO, "match", source, self.path("out/out.tif"), "--monitor", OrloCommand.APPLE_RGB],
+                                   stdout=subprocess.DEVNULL, env={**os.environ, "TMPDIR": self.path("temporary")})
         while len(os.listdir(self.path("out"))) < 2 and process.poll() is None:
             time.sleep(0.01)
         (temporary,) = [name for name in os.listdir(self.path("out")) if name != "out.tif"]
@@ -269,6 +271,7 @@ class Interruptions(OrloCase):
         process.terminate()
         process.wait()
         self.assertEqual(mode & 0o777, 0o600)
+        self.assertEqual(os.listdir(self.path("temporary")), [])
 
     def test_a_folder_for_temporary_files_that_is_not_there(self):
         write_png(self.path("in.png"), SMALL, 8, 3)
