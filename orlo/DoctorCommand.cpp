@@ -157,7 +157,7 @@ std::string SessionBusAddress() {
     std::error_code error;
     if (!folder || !*folder || !std::filesystem::exists(std::string(folder) + "/bus", error)) return {};
     char* const path = g_dbus_address_escape_value((std::string(folder) + "/bus").c_str());
-    const std::string found = std::string("unix:path=") + path;
+    std::string found = std::string("unix:path=") + path;
     g_free(path);
     return found;
 }

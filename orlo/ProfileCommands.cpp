@@ -43,8 +43,9 @@ void ListProfiles(const Filter& filter, const Showing& showing) {
                 {"path", path}, {"description", ProfileName(profile)}, {"class", profileClass}, {"space", space}, {"model", ModelOf(profile)}};
             fitness.AddTo(row);
             profiles.push_back(row);
-            lines += OneLine(path) + "\n   " + OneLine(ProfileName(profile)) + "\n   class       " + profileClass + ", " + space +
-                     ", model: " + ModelOf(profile) + "\n" + fitness.Lines();
+            lines += OneLine(path) + "\n   " + OneLine(ProfileName(profile));
+            lines.append("\n   class       ").append(profileClass).append(", ").append(space);
+            lines += ", model: " + ModelOf(profile) + "\n" + fitness.Lines();
         } catch (const Complaint& complaint) {
             if (filter.IsOne()) continue;
             profiles.push_back({{"path", path}, {"fault", SentenceOf(complaint)}});

@@ -103,7 +103,7 @@ std::optional<Json> CurveOf(ColorSyncProfileRef profile, const char* tag) {
 }
 
 std::string CurveInWords(const Json& curve) {
-    const std::string kind = curve["kind"];
+    std::string kind = curve["kind"];
     if (kind == "gamma") return "gamma " + curve["gamma"].dump();
     if (kind == "table") return "table of " + curve["entries"].dump() + " entries";
     if (kind != "formula") return kind;

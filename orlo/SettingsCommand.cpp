@@ -106,6 +106,7 @@ void Set(const std::vector<std::string>& words, bool refine, const Showing& show
     ChangeSettings(changes);
     if (!showing.json) return showing.Tell({}, note);
     std::vector<std::string> names;
+    names.reserve(changes.size());
     for (const SettingChange& change : changes) names.push_back(change.name);
     Json object = JsonOf(names);
     if (!note.empty()) object["monitor-profile"]["curveError"] = std::lround(error);
