@@ -44,7 +44,7 @@ CM_EXPORT OSErr MC_CopyGammaTableForDisplay(CGDirectDisplayID display, MC_Opaque
 /// -50, with the display untouched, unless the ramp has 3 channels and at most 256 entries.
 CM_EXPORT OSErr MC_SetDisplayGammaTable(CGDirectDisplayID display, const MC_OpaqueGammaTable* table);
 CM_EXPORT void MC_SetDisplayToLinearGammaTable(CGDirectDisplayID display, int16_t channels, int16_t entries, int16_t width);
-/// Makes the profile the display's own, in this session and in those to come; 0, or -50 on any failure.
+/// Makes the profile the display's own, now and after the next login; 0, or -50 on any failure.
 CM_EXPORT OSErr MC_SetProfileForDisplay(CGDirectDisplayID display, CFURLRef profile);
 /// Takes the display's own profile from it again; 0, or -50 on any failure. Where the system has another one for it, that one comes into force.
 CM_EXPORT OSErr MC_RemoveProfileForDisplay(CGDirectDisplayID display);

@@ -190,7 +190,7 @@ std::vector<Command> DisplayCommands() {
                  "\"document\"|\"profile\"|\"straight\"|\"other\"|null}, ...], \"documentFault\": TEXT|null}",
          .examples = {"orlo displays"},
          .commands = {{.name = "assign",
-                       .about = "gives a display its profile, in this session and in later ones, and loads its ramp",
+                       .about = "gives a display its profile, now and after the next login, and loads its ramp",
                        .details = "Through the colour manager (colord) where one runs, which learns of the display if it does not know it; else by a "
                                   "property of the output, and remembered. The root window's property tells applications in both cases.",
                        .arguments = {{"PROFILE", "PROFILE", "a profile of an RGB display", Into(assigning->profile), true}, main, dry},
