@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Shows that each check under tools/ accepts a sound tree and finds each thing planted in one."""
 
+import json
 import os
 import subprocess
 import sys
@@ -285,6 +286,20 @@ class BuiltProgram(unittest.TestCase):
                 self.assertEqual(result.returncode, 0 if finding is None else 1, result.stdout + result.stderr)
                 if finding:
                     self.assertIn(finding, result.stdout)
+
+    def test_each_build_command_asks_for_checked_functions(self):
+        asked = "c++ -O2 -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -c a.cpp"
+        for commands, found in (
+            ([asked], False),
+            ([asked, "c++ -O2 -c a.cpp"], True),
+            (["c++ -O0 -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -c a.cpp"], True),
+            (["c++ -O2 -D_FORTIFY_SOURCE=2 -U_FORTIFY_SOURCE -c a.cpp"], True),
+        ):
+            with self.subTest(commands=commands), tempfile.NamedTemporaryFile("w", suffix=".json", encoding="utf-8") as file:
+                json.dump([{"file": "a.cpp", "command": command} for command in commands], file)
+                file.flush()
+                result = run("check_binaries", "/bin/true", "--commands", file.name)
+                self.assertEqual("a.cpp: its build command does not ask" in result.stdout, found, result.stdout + result.stderr)
 
     def test_a_larger_program_checks_its_stack(self):
         padding = "static const char sPadding[300000] __attribute__((used)) = {1};\n"
