@@ -1,15 +1,12 @@
 #include "orlo/DoctorCommand.h"
 
 #include <gio/gio.h>
-#include <plist/plist.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -149,27 +146,15 @@ Bus Connect(const std::string& address) {
     return Bus(attempt.bus);
 }
 
-/// Where the library looks for it; empty where there is none.
-std::string SessionBusAddress() {
-    const char* const address = std::getenv("DBUS_SESSION_BUS_ADDRESS");
-    if (address && *address) return address;
-    const char* const folder = std::getenv("XDG_RUNTIME_DIR");
-    std::error_code error;
-    if (!folder || !*folder || !std::filesystem::exists(std::string(folder) + "/bus", error)) return {};
-    char* const path = g_dbus_address_escape_value((std::string(folder) + "/bus").c_str());
-    std::string found = std::string("unix:path=") + path;
-    g_free(path);
-    return found;
-}
-
 void LookAtSessionBus(Findings& findings) {
-    const std::string address = SessionBusAddress();
-    if (address.empty()) {
+    // The library looks nowhere else.
+    const char* const address = std::getenv("DBUS_SESSION_BUS_ADDRESS");
+    if (!address || !*address) {
         findings.push_back({"session bus", State::Note, "there is none; open sessions follow the settings' file instead"});
     } else if (Connect(address)) {
         findings.push_back({"session bus", State::Good, "it answers"});
     } else {
-        findings.push_back({"session bus", State::Wrong, "it does not answer at " + address,
+        findings.push_back({"session bus", State::Wrong, std::string("it does not answer at ") + address,
                             "log in again, or unset DBUS_SESSION_BUS_ADDRESS where it names no bus"});
     }
 }
@@ -205,17 +190,6 @@ void LookAtColourManager(Findings& findings) {
     }
 }
 
-/// Whether the file is a property list as the store keeps one.
-bool HoldsSettings(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    const std::string bytes{std::istreambuf_iterator<char>(stream), {}};
-    plist_t root = nullptr;
-    if (stream.is_open()) plist_from_memory(bytes.data(), static_cast<uint32_t>(bytes.size()), &root);
-    const bool isDictionary = root && plist_get_node_type(root) == PLIST_DICT;
-    if (root) plist_free(root);
-    return isDictionary;
-}
-
 void LookAtStore(Findings& findings) {
     const std::filesystem::path folder = std::filesystem::path(g_get_user_config_dir()) / "com.brenwick.orlocms";
     std::error_code error;
@@ -227,18 +201,19 @@ void LookAtStore(Findings& findings) {
     } else {
         findings.push_back({"settings", State::Wrong, nearest.string() + " cannot be written", "make it a folder of yours that can be written"});
     }
-    std::vector<std::filesystem::path> files;
-    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error))
-        files.push_back(entry->path());
-    std::ranges::sort(files);
-    for (const std::filesystem::path& file : files) {
-        if (file.filename().string().find(".damaged-") != std::string::npos) {
-            findings.push_back(
-                {"settings", State::Wrong, "a damaged file was set aside as " + file.string(), "set again what it held, and remove it"});
-        } else if (file.extension() == ".plist" && std::filesystem::is_regular_file(file, error) && !HoldsSettings(file)) {
-            findings.push_back({"settings", State::Wrong, file.string() + " cannot be read or is damaged, so that nothing counts as stored",
-                                "restore it from a copy, or set again what it held: the next change sets it aside"});
-        }
+    std::string stores;
+    std::vector<std::filesystem::path> damaged;
+    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+        const std::filesystem::path& file = entry->path();
+        if (file.filename().string().find(".damaged-") != std::string::npos) damaged.push_back(file);
+        if (file.extension() == ".plist") stores += (stores.empty() ? "" : " or ") + file.string();
+    }
+    std::ranges::sort(damaged);
+    for (const std::filesystem::path& file : damaged)
+        findings.push_back({"settings", State::Wrong, "a damaged file was set aside as " + file.string(), "set again what it held, and remove it"});
+    if (!stores.empty() && !CFPreferencesSynchronize(CFSTR("com.brenwick.orlocms"), kCFPreferencesCurrentUser, kCFPreferencesCurrentHost)) {
+        findings.push_back({"settings", State::Wrong, stores + " cannot be read or is damaged, so that nothing counts as stored",
+                            "restore it from a copy, or set again what it held: the next change sets it aside"});
     }
 }
 

@@ -4,8 +4,10 @@
 import glob
 import json
 import os
+import resource
 import shutil
 import socket
+import struct
 import subprocess
 
 import OrloCommand
@@ -123,6 +125,28 @@ class WithoutDisplays(DoctorCase):
         self.assert_wrong("settings", file + ".damaged-1", "set aside")
         os.remove(file + ".damaged-1")
         self.assertEqual([row for row in self.findings() if row["state"] == "wrong"], [])
+
+    def test_a_store_that_would_not_fit_into_memory(self):
+        self.store_well()
+        [file] = glob.glob(self.path("config/com.brenwick.orlocms/*.plist"))
+        # A dictionary with a list of 14 lists of 14 lists ..., each written once and named 14 times by the one above.
+        objects = [b"\xd1\x01\x02", b"\x51a", *(b"\xae" + bytes([level + 3]) * 14 for level in range(8)), b"\x09"]
+        bomb, offsets = b"bplist00", b""
+        for each in objects:
+            offsets += bytes([len(bomb)])
+            bomb += each
+        with open(file, "wb") as store:
+            store.write(bomb + offsets + bytes(6) + bytes([1, 1]) + struct.pack(">3Q", len(objects), 0, len(bomb)))
+        resource.setrlimit(resource.RLIMIT_AS, (2 << 30, resource.getrlimit(resource.RLIMIT_AS)[1]))
+        self.addCleanup(resource.setrlimit, resource.RLIMIT_AS, (resource.RLIM_INFINITY, resource.RLIM_INFINITY))
+        self.assert_wrong("settings", file, "damaged")
+
+    def test_a_session_bus_is_looked_for_where_the_library_looks(self):
+        with socket.socket(socket.AF_UNIX) as other:
+            other.bind(self.path("bus"))
+            os.environ["XDG_RUNTIME_DIR"] = self.path("")
+            self.addCleanup(os.environ.pop, "XDG_RUNTIME_DIR", None)
+            self.assertEqual([row["state"] for row in self.findings() if row["about"] == "session bus"], ["note"])
 
     def test_a_store_that_cannot_be_written(self):
         with open(self.path("config"), "wb"):
