@@ -9,6 +9,7 @@
 
 #include "colour/MatrixArithmetic.h"
 #include "colour/MatrixInversion.h"
+#include "engine/ChosenDevices.h"
 #include "engine/MatchingData.h"
 #include "engine/MonitorTables.h"
 #include "engine/ShaperBuilding.h"
@@ -41,17 +42,26 @@ OSErr OpeningStatus(const Owned<ColorSyncProfileRef>& profile, OSErr status) {
     return profile || status != 0 ? status : kStatusProfileUnsuitable;
 }
 
-/// A status that came from the profile of an alias.
-OSErr OfFile(AliasHandle alias, OSErr status) {
+void NameRefused(const DeviceProfile& device) noexcept {
+    if (device.alias) return NameRefusedFile(device.alias);
+    NameRefusedFile(device.name);
+}
+
+/// A status that came from a device's profile.
+OSErr OfDevice(const DeviceProfile& device, OSErr status) {
     if (status == 0) return 0;
     RefuseForStatus(status);
-    NameRefusedFile(alias);
+    NameRefused(device);
     return status;
 }
 
-OSErr OpenAlias(AliasHandle alias, Owned<ColorSyncProfileRef>* profile) {
+OSErr Open(const DeviceProfile& device, Owned<ColorSyncProfileRef>* profile) {
+    if (device.opened) {
+        profile->Reset(static_cast<ColorSyncProfileRef>(CFRetain(device.opened)));
+        return 0;
+    }
     OSErr status = 0;
-    profile->Reset(CreateProfileFromAlias(alias, &status));
+    profile->Reset(CreateProfileFromAlias(device.alias, &status));
     return OpeningStatus(*profile, status);
 }
 
@@ -76,24 +86,24 @@ OSErr CheckProoferSpace(ColorSyncProfileRef proofer) {
     return kStatusProfileUnsuitable;
 }
 
-OSErr OpenProfiles(const AliasHandle aliases[3], bool useProofer, Profiles* profiles) {
+OSErr OpenProfiles(const ChosenDevices& devices, Profiles* profiles) {
     OSErr status = 0;
     profiles->reference.Reset(CreateProfileFromNamedResource(CFSTR("MatrixCalRGB"), &status));
     status = OpeningStatus(profiles->reference, status);
-    if (status == 0) status = OpenAlias(aliases[0], &profiles->monitor);
-    if (status == 0 && !aliases[1]) {
+    if (status == 0) status = Open(devices.monitor, &profiles->monitor);
+    if (status == 0 && !devices.printer) {
         Refuse({"no printer is chosen"}, "the profile of a printer is needed");
         status = kStatusFileNotFound;
     }
-    if (status == 0) status = OpenAlias(aliases[1], &profiles->printer);
-    if (status == 0) status = OfFile(aliases[1], CheckPrinterSpace(profiles->printer.Get()));
+    if (status == 0) status = Open(devices.printer, &profiles->printer);
+    if (status == 0) status = OfDevice(devices.printer, CheckPrinterSpace(profiles->printer.Get()));
     if (status == 0) {
         profiles->printerCopy.Reset(ColorSyncProfileCreateMutableCopy(profiles->printer.Get()));
         if (!profiles->printerCopy) status = kStatusNoMemory;
     }
-    if (status == 0 && useProofer && aliases[2]) {
-        status = OpenAlias(aliases[2], &profiles->proofer);
-        if (status == 0) status = OfFile(aliases[2], CheckProoferSpace(profiles->proofer.Get()));
+    if (status == 0 && devices.proofer) {
+        status = Open(devices.proofer, &profiles->proofer);
+        if (status == 0) status = OfDevice(devices.proofer, CheckProoferSpace(profiles->proofer.Get()));
     }
     return status;
 }
@@ -203,9 +213,9 @@ bool IsAtFault(ColorSyncProfileRef device, ColorSyncProfileRef reference) {
 }
 
 /// Says which device keeps the transforms from being made.
-void RefuseTransforms(const AliasHandle aliases[3], const Profiles& profiles) noexcept try {
-    if (IsAtFault(profiles.printer.Get(), profiles.reference.Get())) return NameRefusedFile(aliases[1]);
-    if (profiles.proofer && IsAtFault(profiles.proofer.Get(), profiles.reference.Get())) return NameRefusedFile(aliases[2]);
+void RefuseTransforms(const ChosenDevices& devices, const Profiles& profiles) noexcept try {
+    if (IsAtFault(profiles.printer.Get(), profiles.reference.Get())) return NameRefused(devices.printer);
+    if (profiles.proofer && IsAtFault(profiles.proofer.Get(), profiles.reference.Get())) return NameRefused(devices.proofer);
     Refuse({"printer and proofer cannot be linked"}, "profiles that convert into each other are needed");
 } catch (const std::bad_alloc&) {
 }
@@ -278,10 +288,9 @@ OSErr GiveMediaWhite(ColorSyncMutableProfileRef profile, const FixedXYZ& white) 
     return status == 0 && !isGiven ? kStatusNoMemory : status;
 }
 
-OwnedRecord Build(const AliasHandle aliases[3], bool useProofer, const FixedXYZ* monitorWhite, const FixedXYZ* printerWhite, OSErr* status) {
-    ForgetRefusal();
+OwnedRecord Build(const ChosenDevices& devices, const FixedXYZ* monitorWhite, const FixedXYZ* printerWhite, OSErr* status) {
     Profiles profiles;
-    *status = OpenProfiles(aliases, useProofer, &profiles);
+    *status = OpenProfiles(devices, &profiles);
     if (*status != 0) return nullptr;
 
     FixedXYZ mediaWhite = {0, 0, 0};
@@ -311,10 +320,10 @@ OwnedRecord Build(const AliasHandle aliases[3], bool useProofer, const FixedXYZ*
     data->printerColourSpace = printer.dataColourSpace;
     if (*status == 0) {
         *status = CreateTransforms(profiles, data.get());
-        if (*status == kStatusParameter) RefuseTransforms(aliases, profiles);
+        if (*status == kStatusParameter) RefuseTransforms(devices, profiles);
     }
-    if (*status == 0) *status = OfFile(aliases[0], BuildMonitorModel(profiles.monitor.Get(), data.get()));
-    if (*status == 0) *status = OfFile(aliases[0], CopyShaper(data->monitorShaper, &data->baseShaper));
+    if (*status == 0) *status = OfDevice(devices.monitor, BuildMonitorModel(profiles.monitor.Get(), data.get()));
+    if (*status == 0) *status = OfDevice(devices.monitor, CopyShaper(data->monitorShaper, &data->baseShaper));
     RefuseForStatus(*status);
     return *status == 0 ? std::move(data) : nullptr;
 }
@@ -323,7 +332,12 @@ OwnedRecord Build(const AliasHandle aliases[3], bool useProofer, const FixedXYZ*
 
 MatchingData* LoadMatchingData(const AliasHandle profiles[3], uint8_t useProofer, const FixedXYZ* monitorWhite, const FixedXYZ* printerWhite,
                                OSErr* status) {
-    return Build(profiles, useProofer != 0, monitorWhite, printerWhite, status).release();
+    ForgetRefusal();
+    return Build({{profiles[0]}, {profiles[1]}, {useProofer != 0 ? profiles[2] : nullptr}}, monitorWhite, printerWhite, status).release();
+}
+
+MatchingData* LoadMatchingData(const ChosenDevices& devices, const FixedXYZ* monitorWhite, const FixedXYZ* printerWhite, OSErr* status) {
+    return Build(devices, monitorWhite, printerWhite, status).release();
 }
 
 void DisposeMatchingData(MatchingData* data) {

@@ -15,6 +15,7 @@ CM_CONSTANT(int16_t, kStatusFileNotFound, -43);
 CM_CONSTANT(int16_t, kStatusParameter, -50);
 CM_CONSTANT(int16_t, kStatusNoMemory, -108);
 CM_CONSTANT(int16_t, kStatusProfileUnsuitable, -170);
+CM_CONSTANT(int16_t, kStatusNotAFile, -1302);  // a folder, a pipe or a device
 
 // Four-character codes have their first character in the most significant byte.
 
@@ -32,6 +33,7 @@ CM_CONSTANT(uint32_t, kRenderingIntent3, 0x52647233);  // 'Rdr3': not at all, th
 // The spaces of a printer's device values.
 CM_CONSTANT(uint32_t, kColourSpaceRGB, 0x52474220);  // 'RGB ', with a blank
 CM_CONSTANT(uint32_t, kColourSpaceCMYK, 0x434D594B);
+CM_CONSTANT(uint32_t, kColourSpaceNone, 0x6E6F6E65);  // 'none': of the printer of a record that has none
 
 // What a session tells its host: the matching data changed, and colours computed before are stale.
 CM_CONSTANT(uint32_t, kMatchingDataChanged, 0x43484E47);  // 'CHNG'

@@ -99,6 +99,8 @@ void RefuseForStatus(OSErr status) noexcept {
             return Refuse({"there is no memory for it"}, "more memory is needed");
         case kStatusFileNotFound:
             return Refuse({"the file is not there"}, "the file of a profile is needed");
+        case kStatusNotAFile:
+            return Refuse({"this is a folder or no plain file"}, "the file of a profile is needed");
         default:
             return Refuse({"the file cannot be read (status ", std::to_string(status), ")"}, "a file that may be read is needed");
     }

@@ -7,6 +7,7 @@
 #include "platform/FourCharCode.h"
 #include "platform/Owned.h"
 #include "profile/ProfileReading.h"
+#include "profile/Refusals.h"
 
 static_assert(sizeof(ICCProfileHeader) == 128);
 static_assert(offsetof(ICCProfileHeader, version) == 8 && offsetof(ICCProfileHeader, profileClass) == 12);
@@ -63,4 +64,28 @@ Boolean IsXYZToRGBLUTModelOutputProfile(ColorSyncProfileRef profile) {
     const ICCProfileHeader header = GetProfileHeader(profile);
     return header.version >> 24 == 2 && header.profileClass == FourChar("prtr") && header.dataColourSpace == kColourSpaceRGB &&
            header.connectionSpace == FourChar("XYZ ");
+}
+
+OSErr CheckPrinter(ColorSyncProfileRef profile) {
+    ICCProfileHeader header;
+    const OSErr status = ReadProfileHeader(profile, &header);
+    if (status != 0) return status;
+    constexpr const char* kNeeded = "a printer profile (class 'prtr') for RGB or CMYK is needed";
+    if (header.profileClass != FourChar("prtr")) {
+        Refuse({"the profile's class is ", CodeText(header.profileClass)}, kNeeded);
+    } else if (!DrivesAPrinter(header.dataColourSpace)) {
+        Refuse({"the profile's colour space is ", CodeText(header.dataColourSpace)}, kNeeded);
+    } else {
+        return 0;
+    }
+    return kStatusProfileUnsuitable;
+}
+
+OSErr CheckProofer(ColorSyncProfileRef profile) {
+    ICCProfileHeader header;
+    const OSErr status = ReadProfileHeader(profile, &header);
+    if (status != 0) return status;
+    if (header.profileClass != FourChar("nmcl") && header.profileClass != FourChar("link")) return 0;
+    Refuse({"the profile's class is ", CodeText(header.profileClass)}, "the profile of a device is needed");
+    return kStatusProfileUnsuitable;
 }

@@ -9,12 +9,10 @@
 #include "platform/Codes.h"
 #include "platform/Owned.h"
 #include "profile/ProfileCache.h"
+#include "profile/ProfileReading.h"
 #include "profile/Refusals.h"
 
 namespace {
-
-/// A profile file may be this long, and no longer: 20 MiB.
-constexpr SInt64 kLargestProfile = 20971520;
 
 /// An open data fork, closed at the end of the scope.
 class DataFork {
@@ -58,12 +56,9 @@ void RefuseBytes(CFDataRef bytes) noexcept try {
 OSErr ReadWholeFork(const DataFork& fork, Owned<CFMutableDataRef>* bytes) {
     if (fork.Status() != 0) return fork.Status();
     SInt64 size = 0;
-    const OSErr status = FSGetForkSize(fork.Number(), &size);
+    OSErr status = FSGetForkSize(fork.Number(), &size);
+    if (status == 0) status = CheckProfileSize(size);
     if (status != 0) return status;
-    if (size > kLargestProfile) {
-        Refuse({"the file has ", std::to_string(size), " bytes"}, "a profile of 20 MiB (20971520 bytes) at most is needed");
-        return kStatusParameter;
-    }
     const auto length = static_cast<CFIndex>(size);
     bytes->Reset(CFDataCreateMutable(kCFAllocatorDefault, length));
     if (!*bytes) return kStatusNoMemory;
@@ -116,6 +111,22 @@ ColorSyncProfileRef CreateProfileFromAlias(AliasHandle alias, OSErr* error) {
     return CreateProfileFromFSRef(&target, error);
 }
 
+OSErr CheckProfileSize(SInt64 size) {
+    constexpr SInt64 kLargest = 20971520;
+    if (size <= kLargest) return 0;
+    Refuse({"it has ", std::to_string(size), " bytes"}, "a profile of 20 MiB (20971520 bytes) at most is needed");
+    return kStatusParameter;
+}
+
+ColorSyncProfileRef CreateProfileFromBytes(CFDataRef bytes, OSErr* error) {
+    errno = 0;
+    ColorSyncProfileRef profile = ColorSyncProfileCreate(bytes, nullptr);
+    // Null for bytes that are no profile, which is no error here, and without memory.
+    *error = !profile && errno == ENOMEM ? kStatusNoMemory : OSErr{0};
+    if (!profile && *error == 0) RefuseBytes(bytes);
+    return profile;
+}
+
 ColorSyncProfileRef CreateProfileFromFSRef(const FSRef* file, OSErr* error) {
     const CachedProfile known(Owned<CFURLRef>(CFURLCreateFromFSRef(kCFAllocatorDefault, file)).Get());
     if (ColorSyncProfileRef profile = known.Create()) {
@@ -126,17 +137,8 @@ ColorSyncProfileRef CreateProfileFromFSRef(const FSRef* file, OSErr* error) {
     const DataFork fork(*file);
     Owned<CFMutableDataRef> bytes;
     *error = ReadWholeFork(fork, &bytes);
-    if (*error != 0) {
-        RefuseForStatus(*error);
-        NameRefusedFile(file);
-        return nullptr;
-    }
-    errno = 0;
-    ColorSyncProfileRef profile = ColorSyncProfileCreate(bytes.Get(), nullptr);
-    // Null for bytes that are no profile, which is no error here, and without memory.
-    if (!profile && errno == ENOMEM) *error = kStatusNoMemory;
+    ColorSyncProfileRef profile = *error == 0 ? CreateProfileFromBytes(bytes.Get(), error) : nullptr;
     if (!profile) {
-        if (*error == 0) RefuseBytes(bytes.Get());
         RefuseForStatus(*error);
         NameRefusedFile(file);
     }

@@ -1,8 +1,11 @@
 #include "session/MatchingSession.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <memory>
 #include <mutex>
 #include <utility>
+#include <vector>
 
 #include "colour/WhitePointText.h"
 #include "platform/Codes.h"
@@ -25,6 +28,20 @@ namespace {
 /// Closing on one thread may meet a change that arrives on another.
 constinit platform::ForkSafeMutex sSourceLock;
 CFRunLoopSourceRef sColourChangedRunloopSource = nullptr;  // guarded by the lock
+
+}  // namespace
+
+struct MatchingListener {
+    MatchingNotifyProc callback;
+    void* userData;
+};
+
+namespace {
+
+/// Main thread only. A listener that is removed while they are told leaves a null in its place.
+std::vector<std::unique_ptr<MatchingListener>> sListeners;
+int sTelling = 0;          // calls that tell them, one within the other where a callback runs the main loop
+bool sIsHeldOpen = false;  // by OpenMatching
 
 /// The identity under which the session registers its observers.
 const void* ObserverIdentity() {
@@ -49,15 +66,43 @@ CFStringRef CopySourceDescription(const void*) {
     return static_cast<CFStringRef>(CFRetain(CFSTR("Orlo ColourMatching event source")));
 }
 
-void RebuildAfterChange(void*) {
+/// Runs the body; when it raises, says so on standard output.
+template <typename Body>
+void Reporting(Body body) {
     try {
-        if (ReloadPreferences() != 0) return;
-        if (const MatchingNotifyProc notify = gNotify) notify(FourChar("CHNG"), gUserData);
+        body();
     } catch (...) {
         std::printf("Matching system error\n");
         // A host that writes into a file or a pipe may never get to fill the buffer.
         std::fflush(stdout);
     }
+}
+
+void DropRemovedListeners() {
+    if (sTelling == 0) std::erase(sListeners, nullptr);
+}
+
+/// One that raises keeps the others from nothing. One that is added meanwhile has seen the change.
+void TellListeners() {
+    ++sTelling;
+    const std::size_t count = sListeners.size();
+    for (std::size_t i = 0; i < count; ++i) {
+        if (!sListeners[i]) continue;
+        const MatchingListener told = *sListeners[i];
+        Reporting([told] { told.callback(FourChar("CHNG"), told.userData); });
+    }
+    --sTelling;
+    DropRemovedListeners();
+}
+
+void RebuildAfterChange(void*) {
+    bool isRebuilt = false;
+    Reporting([&isRebuilt] {
+        isRebuilt = ReloadPreferences() == 0;
+        if (!isRebuilt) return;
+        if (const MatchingNotifyProc notify = gNotify) notify(FourChar("CHNG"), gUserData);
+    });
+    if (isRebuilt) TellListeners();
 }
 
 /// A stored white and whether it is to be used.
@@ -139,26 +184,24 @@ void BeginSession(CFNotificationCenterRef centre) {
     RebuildFromCurrentLocation();
 }
 
-}  // namespace
-
-OSErr OpenMatching(MatchingNotifyProc callback, void* userData) {
+/// The centre that a session needs. Without it the user is told, and null returned.
+CFNotificationCenterRef CentreOfSession() {
     const CFNotificationCenterRef centre = CFNotificationCenterGetDistributedCenter();
-    if (!centre) {
-        NotifyUser(CFSTR("Can't use colour matching"), CFSTR("CFNotificationCenterGetDistributedCenter: failed"));
-        return -1;
-    }
-    gNotify = callback;
-    gUserData = userData;
-    try {
-        BeginSession(centre);
-    } catch (...) {
-        // What was registered stays registered: CloseMatching takes it away.
-    }
-    return 0;
+    if (!centre) NotifyUser(CFSTR("Can't use colour matching"), CFSTR("CFNotificationCenterGetDistributedCenter: failed"));
+    return centre;
 }
 
-OSErr CloseMatching(void) {
-    try {
+/// What was registered before something was raised stays registered: ending the session takes it away.
+void BeginGuarded(CFNotificationCenterRef centre) {
+    Guarded([centre] {
+        BeginSession(centre);
+        return 0;
+    });
+}
+
+/// Steps after one that raises are skipped.
+void EndSession() {
+    Guarded([] {
         if (const CFNotificationCenterRef centre = CFNotificationCenterGetDistributedCenter()) {
             CFNotificationCenterRemoveEveryObserver(centre, ObserverIdentity());
         }
@@ -167,10 +210,57 @@ OSErr CloseMatching(void) {
         gNotify = nullptr;
         ICC_Null();
         NotifyWaitForQuit();
-    } catch (...) {
-        // The remaining steps are skipped.
-    }
+        return 0;
+    });
+}
+
+bool HasListeners() {
+    return std::ranges::any_of(sListeners, [](const auto& listener) { return listener != nullptr; });
+}
+
+OSErr AddListener(MatchingNotifyProc callback, void* userData, MatchingListenerRef* listener) {
+    const bool isOpen = sIsHeldOpen || HasListeners();
+    const CFNotificationCenterRef centre = isOpen ? nullptr : CentreOfSession();
+    if (!isOpen && !centre) return kStatusFailed;
+    sListeners.push_back(std::make_unique<MatchingListener>(MatchingListener{callback, userData}));
+    *listener = sListeners.back().get();
+    if (!isOpen) BeginGuarded(centre);
     return 0;
+}
+
+}  // namespace
+
+OSErr OpenMatching(MatchingNotifyProc callback, void* userData) {
+    const CFNotificationCenterRef centre = CentreOfSession();
+    if (!centre) return kStatusFailed;
+    gNotify = callback;
+    gUserData = userData;
+    sIsHeldOpen = true;
+    BeginGuarded(centre);
+    return 0;
+}
+
+OSErr CloseMatching(void) {
+    EndSession();
+    sIsHeldOpen = false;
+    // The listeners' session goes on, with a record of its own.
+    if (!HasListeners()) return 0;
+    if (const CFNotificationCenterRef centre = CFNotificationCenterGetDistributedCenter()) BeginGuarded(centre);
+    return 0;
+}
+
+OSErr AddMatchingListener(MatchingNotifyProc callback, void* userData, MatchingListenerRef* listener) {
+    if (listener) *listener = nullptr;
+    if (!callback || !listener) return kStatusParameter;
+    return Guarded([=] { return AddListener(callback, userData, listener); }, kStatusNoMemory);
+}
+
+void RemoveMatchingListener(MatchingListenerRef listener) {
+    const auto found = std::ranges::find_if(sListeners, [listener](const auto& each) { return listener && each.get() == listener; });
+    if (found == sListeners.end()) return;
+    found->reset();
+    DropRemovedListeners();
+    if (!sIsHeldOpen && !HasListeners()) EndSession();
 }
 
 OSErr ReloadPreferences(void) {

@@ -21,6 +21,21 @@ CM_EXPORT_DATA extern void* gUserData;
 CM_EXPORT OSErr OpenMatching(MatchingNotifyProc callback, void* userData);
 /// Ends it and drops the current matching data; harmless without an open session. Always 0.
 CM_EXPORT OSErr CloseMatching(void);
+
+/// Somebody who wants to hear of changes beside the session's callback: a plug-in that shares its process with others.
+typedef struct MatchingListener* MatchingListenerRef;
+
+/// Opens the session where it is not open, and calls `callback` after each rebuild from then on. A session is open while OpenMatching holds it or a
+/// listener is left, so that two plug-ins in one process do not silence each other; CloseMatching ends no listener. Main thread.
+///
+/// callback   may not be null; must be callable until it is removed
+/// listener   receives what RemoveMatchingListener takes
+/// returns    0; -1 as OpenMatching's; -50 for a null argument; -108
+CM_EXPORT OSErr AddMatchingListener(MatchingNotifyProc callback, void* userData, MatchingListenerRef* listener);
+/// Ends it, also within a callback; null and one that was removed are harmless. With the last one the session closes, unless OpenMatching holds it.
+/// Main thread.
+CM_EXPORT void RemoveMatchingListener(MatchingListenerRef listener);
+
 /// Reads the store and rebuilds. Off the main thread it waits for the main thread to do so and answers 0 whatever came of it;
 /// -1 when a failure was raised.
 CM_EXPORT OSErr ReloadPreferences(void);

@@ -3,9 +3,7 @@
 #include <cstdio>
 
 #include "platform/Codes.h"
-#include "platform/FourCharCode.h"
 #include "platform/Owned.h"
-#include "profile/ProfileHeader.h"
 #include "profile/ProfileLoading.h"
 #include "profile/ProfileModel.h"
 #include "profile/ProfileReading.h"
@@ -47,30 +45,6 @@ OSErr RememberWhite(CFStringRef textKey, CFStringRef useKey, CFStringRef text, B
     SetStringPreference(textKey, text);
     SetBooleanPreference(useKey, use);
     return 0;
-}
-
-OSErr CheckPrinter(ColorSyncProfileRef profile) {
-    ICCProfileHeader header;
-    const OSErr status = ReadProfileHeader(profile, &header);
-    if (status != 0) return status;
-    constexpr const char* kNeeded = "a printer profile (class 'prtr') for RGB or CMYK is needed";
-    if (header.profileClass != FourChar("prtr")) {
-        Refuse({"the profile's class is ", CodeText(header.profileClass)}, kNeeded);
-    } else if (!DrivesAPrinter(header.dataColourSpace)) {
-        Refuse({"the profile's colour space is ", CodeText(header.dataColourSpace)}, kNeeded);
-    } else {
-        return 0;
-    }
-    return kStatusProfileUnsuitable;
-}
-
-OSErr CheckProofer(ColorSyncProfileRef profile) {
-    ICCProfileHeader header;
-    const OSErr status = ReadProfileHeader(profile, &header);
-    if (status != 0) return status;
-    if (header.profileClass != FourChar("nmcl") && header.profileClass != FourChar("link")) return 0;
-    Refuse({"the profile's class is ", CodeText(header.profileClass)}, "the profile of a device is needed");
-    return kStatusProfileUnsuitable;
 }
 
 OSErr ValidateAlias(AliasHandle alias, OSErr (*check)(ColorSyncProfileRef)) {

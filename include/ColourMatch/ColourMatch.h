@@ -34,6 +34,7 @@
 #include "session/ControlInterface.h"
 #include "session/Failure.h"
 #include "session/MatchingDataHandle.h"
+#include "session/MatchingRecord.h"
 #include "session/MatchingSession.h"
 #include "session/MatchingSettings.h"
 #include "session/UserNotices.h"

@@ -98,7 +98,7 @@ class Installed(ProfilesCase):
         self.write("data/icc/outside.icc", whole[:136] + struct.pack(">I", 1 << 30) + whole[140:])
         self.write("data/icc/whole.icc", whole)
         rows = self.listed()
-        for row, words in zip(rows, ("bytes", "bytes", "the file has 22020096 bytes; a profile of 20 MiB", "signature", "lies outside the profile")):
+        for row, words in zip(rows, ("bytes", "bytes", "it has 22020096 bytes; a profile of 20 MiB", "signature", "lies outside the profile")):
             with self.subTest(row["path"]):
                 self.assertEqual(row.keys(), {"path", "fault"})
                 self.assertIn(words, row["fault"])

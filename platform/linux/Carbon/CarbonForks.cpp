@@ -26,7 +26,7 @@ OSErr Open(const FSRef* ref, FSIORefNum* fork) {
     // Devices and pipes are never opened: opening alone can have effects, or wait for a writer.
     struct stat about;
     if (stat(path.c_str(), &about) != 0) return StatusFromErrno(errno);
-    if (!S_ISREG(about.st_mode)) return kNotAFile;
+    if (!S_ISREG(about.st_mode)) return kStatusNotAFile;
     int file = -1;
     do {
         file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
@@ -34,7 +34,7 @@ OSErr Open(const FSRef* ref, FSIORefNum* fork) {
     if (file < 0) return StatusFromErrno(errno);
     if (fstat(file, &about) != 0 || !S_ISREG(about.st_mode)) {
         close(file);
-        return kNotAFile;
+        return kStatusNotAFile;
     }
     *fork = file;
     return 0;

@@ -199,7 +199,7 @@ OSErr OpenFile(OpenFiles& open, const FSRef* ref, bool isWritable) {
     if (const OSErr status = platform::PathFromRef(ref, path)) return status;
     struct stat about;
     if (stat(path.c_str(), &about) != 0) return StatusFromErrno(errno);
-    if (!S_ISREG(about.st_mode)) return kNotAFile;
+    if (!S_ISREG(about.st_mode)) return kStatusNotAFile;
     int descriptor = -1;
     do {
         descriptor = ::open(path.c_str(), (isWritable ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);

@@ -15,5 +15,4 @@ inline constexpr OSErr kNoSuchResource = -192;
 inline constexpr OSErr kNoSuchResourceFile = -193;
 inline constexpr OSErr kCannotBeAdded = -194;
 inline constexpr OSErr kDamagedMap = -199;
-inline constexpr OSErr kNotAFile = -1302;
 inline constexpr OSErr kNoSuchFork = -1409;

@@ -243,7 +243,7 @@ TEST(LastRefusal, NamesWhatIsNoProfileAtAll) {
     const TemporaryFolder folder;
     const std::string large = folder.Write("large.icc", Bytes(20971521, 0));
     EXPECT_EQ(Load({large, kCMYKPrinter}).status, -50);
-    EXPECT_EQ(LastRefusal(), large + ": the file has 20971521 bytes; a profile of 20 MiB (20971520 bytes) at most is needed");
+    EXPECT_EQ(LastRefusal(), large + ": it has 20971521 bytes; a profile of 20 MiB (20971520 bytes) at most is needed");
     EXPECT_EQ(Load({kSRGBMonitor, ""}).status, -43);
     EXPECT_EQ(LastRefusal(), "no printer is chosen; the profile of a printer is needed");
 }

@@ -294,4 +294,129 @@ TEST_F(MatchingSession, OpeningTwiceTellsThroughTheLaterCallback) {
     EXPECT_GE(later.count, 1);
 }
 
+class MatchingListeners : public MatchingSession {
+protected:
+    void SetUp() override {
+        MatchingSession::SetUp();
+        StoreProfiles(kSRGBMonitor, printerPath);
+    }
+    void TearDown() override {
+        for (const MatchingListenerRef listener : added) RemoveMatchingListener(listener);
+        MatchingSession::TearDown();
+        EXPECT_EQ(CurrentData(), nullptr);
+    }
+    MatchingListenerRef Add(Calls* counted) {
+        MatchingListenerRef listener = nullptr;
+        EXPECT_EQ(AddMatchingListener(Count, counted, &listener), 0);
+        added.push_back(listener);
+        return listener;
+    }
+    void Change() {
+        isGamma = !isGamma;
+        StoreProfiles(isGamma ? kGammaMonitor : kSRGBMonitor, printerPath);
+        Publish();
+    }
+
+    bool isGamma = false;
+    Calls first, second;
+    std::vector<MatchingListenerRef> added;
+};
+
+TEST_F(MatchingListeners, OpenTheSessionAndTheLastOneClosesIt) {
+    const MatchingListenerRef one = Add(&first), other = Add(&second);
+    EXPECT_NE(CurrentData(), nullptr);
+    const std::vector<uint16_t> before = MatchedColours();
+    Change();
+    EXPECT_EQ(first.count, 1);
+    EXPECT_EQ(first.lastCode, 0x43484E47u);
+    EXPECT_EQ(second.count, 1);
+    EXPECT_NE(MatchedColours(), before);
+    RemoveMatchingListener(one);
+    Change();
+    EXPECT_EQ(first.count, 1);
+    EXPECT_EQ(second.count, 2);
+    RemoveMatchingListener(other);
+    EXPECT_EQ(CurrentData(), nullptr);
+    Change();
+    EXPECT_EQ(second.count, 2);
+    RemoveMatchingListener(other);
+    RemoveMatchingListener(nullptr);
+}
+
+TEST_F(MatchingListeners, HearBesideTheSessionsCallback) {
+    Add(&first);
+    ASSERT_EQ(OpenMatching(Count, &calls), 0);
+    Change();
+    EXPECT_EQ(calls.count, 1);
+    EXPECT_EQ(first.count, 1);
+    // Another host in the process takes the callback's place, and no listener's.
+    ASSERT_EQ(OpenMatching(Count, &second), 0);
+    Change();
+    EXPECT_EQ(calls.count, 1);
+    EXPECT_EQ(second.count, 1);
+    EXPECT_EQ(first.count, 2);
+}
+
+TEST_F(MatchingListeners, OutliveTheEndOfTheSession) {
+    ASSERT_EQ(OpenMatching(Count, &calls), 0);
+    const MatchingListenerRef listener = Add(&first);
+    EXPECT_EQ(CloseMatching(), 0);
+    EXPECT_EQ(gNotify, nullptr);
+    EXPECT_NE(CurrentData(), nullptr);
+    Change();
+    EXPECT_EQ(calls.count, 0);
+    EXPECT_EQ(first.count, 1);
+    // And a session outlives the last of them.
+    ASSERT_EQ(OpenMatching(Count, &calls), 0);
+    RemoveMatchingListener(listener);
+    Change();
+    EXPECT_EQ(calls.count, 1);
+    EXPECT_EQ(first.count, 1);
+}
+
+TEST_F(MatchingListeners, MayRemoveThemselvesAndAddOthersWhileTheyAreTold) {
+    struct Leaving {
+        MatchingListenerRef self = nullptr, heir = nullptr;
+        Calls* inherited;
+        int calls = 0;
+    } leaving{.inherited = &first};
+    const auto leave = [](OSType, void* data) -> long {
+        auto* const own = static_cast<Leaving*>(data);
+        ++own->calls;
+        RemoveMatchingListener(own->self);
+        AddMatchingListener(Count, own->inherited, &own->heir);
+        return 0;
+    };
+    ASSERT_EQ(AddMatchingListener(leave, &leaving, &leaving.self), 0);
+    Add(&second);
+    Change();
+    EXPECT_EQ(leaving.calls, 1);
+    EXPECT_EQ(first.count, 0);
+    EXPECT_EQ(second.count, 1);
+    Change();
+    EXPECT_EQ(leaving.calls, 1);
+    EXPECT_EQ(first.count, 1);
+    EXPECT_EQ(second.count, 2);
+    added.push_back(leaving.heir);
+}
+
+TEST_F(MatchingListeners, ThatRaiseKeepNothingFromTheOthers) {
+    MatchingListenerRef raising = nullptr;
+    ASSERT_EQ(AddMatchingListener([](OSType, void*) -> long { throw 7; }, nullptr, &raising), 0);
+    added.push_back(raising);
+    Add(&first);
+    testing::internal::CaptureStdout();
+    Change();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Matching system error\n");
+    EXPECT_EQ(first.count, 1);
+}
+
+TEST_F(MatchingListeners, AreRefusedWithoutACallbackOrAPlaceForThem) {
+    MatchingListenerRef listener = reinterpret_cast<MatchingListenerRef>(&calls);
+    EXPECT_EQ(AddMatchingListener(nullptr, nullptr, &listener), -50);
+    EXPECT_EQ(listener, nullptr);
+    EXPECT_EQ(AddMatchingListener(Count, nullptr, nullptr), -50);
+    EXPECT_EQ(CurrentData(), nullptr);
+}
+
 }  // namespace
