@@ -2,9 +2,9 @@
 
 include(CMakePackageConfigHelpers)
 
-# Collects, from the umbrella header down, every header of ours that a host's includes can reach.
+# Collects, from the umbrella header and the C++ face down, every header of ours that a host's includes can reach.
 function(cm_public_headers result)
-  set(waiting include/ColourMatch/ColourMatch.h)
+  set(waiting include/ColourMatch/ColourMatch.h include/ColourMatch/Session.hpp)
   set(found "")
   while(waiting)
     list(POP_FRONT waiting header)
@@ -14,6 +14,9 @@ function(cm_public_headers result)
       file(STRINGS ${PROJECT_SOURCE_DIR}/${header} lines REGEX "^#include \"")
       foreach(line IN LISTS lines)
         string(REGEX REPLACE "^#include \"([^\"]+)\".*" "\\1" included ${line})
+        if(included MATCHES "^ColourMatch/")
+          string(PREPEND included include/)
+        endif()
         list(APPEND waiting ${included})
       endforeach()
     endif()
@@ -66,6 +69,7 @@ set(CM_PC_FOLDER ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH CM_PC_TO_PREFIX /prefix/${CM_PC_FOLDER} /prefix)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/colourmatch.pc.in ${PROJECT_BINARY_DIR}/colourmatch.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/colourmatch.pc DESTINATION ${CM_PC_FOLDER} COMPONENT development)
+install(FILES examples/match_colour.c DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT library)
 
 set(CPACK_GENERATOR DEB)

@@ -57,7 +57,7 @@ OSErr OfDevice(const DeviceProfile& device, OSErr status) {
 
 OSErr Open(const DeviceProfile& device, Owned<ColorSyncProfileRef>* profile) {
     if (device.opened) {
-        profile->Reset(static_cast<ColorSyncProfileRef>(CFRetain(device.opened)));
+        *profile = Owned<ColorSyncProfileRef>::Retain(device.opened);
         return 0;
     }
     OSErr status = 0;

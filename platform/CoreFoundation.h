@@ -21,7 +21,9 @@
 
 CM_C_BEGIN
 
+#ifndef _XtIntrinsic_h  // The X toolkit's header has a type of that name too: a host that needs both includes that one first.
 typedef unsigned char Boolean;
+#endif
 typedef uint8_t UInt8;
 typedef int8_t SInt8;
 typedef uint16_t UInt16;

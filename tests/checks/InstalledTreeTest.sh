@@ -43,8 +43,10 @@ done
 run "$source/tools/check_binaries" "$work/prefix"
 
 echo "pkg-config, C"
+example=$(find "$work/prefix" -path '*/examples/match_colour.c')
+[[ -n $example ]] || fail "no example was installed"
 # shellcheck disable=SC2046 # words are meant to be split
-run "$cc" -std=c17 -Wall -Wextra -Werror "$source/examples/match_colour.c" $(pkg-config --cflags --libs colourmatch) -o "$work/match_c"
+run "$cc" -std=c17 -Wall -Wextra -Werror "$example" $(pkg-config --cflags --libs colourmatch) -o "$work/match_c"
 run_host "$work/match_c"
 cp "$work/answer" "$work/first_answer"
 
@@ -67,7 +69,28 @@ cp "$printer" "$work/readme/printer.icc"
 answer=$(cd "$work/readme" && LD_LIBRARY_PATH=$libdir ./a.out) || fail "the README's host failed: $answer"
 grep -qE '^32[89][0-9]{2} 32[89][0-9]{2} 32[89][0-9]{2}$' <<<"$answer" || fail "the README's host answered $answer"
 
+echo "beside the headers of X11"
+for header in ColourMatch.h Session.hpp; do
+    printf '#include <X11/Intrinsic.h>\n#include <ColourMatch/%s>\n' "$header" >"$work/beside.cpp"
+    # shellcheck disable=SC2046
+    run "$cxx" -std=c++20 -Wall -Wextra -Werror -fPIE -fsyntax-only "$work/beside.cpp" $(pkg-config --cflags colourmatch)
+done
+
 mkdir "$work/consumer"
+cat >"$work/consumer/matcher.cpp" <<'CPP'
+#include <ColourMatch/Session.hpp>
+#include <iostream>
+int main(int, char** arguments) try {
+    const colourmatch::Matcher matcher({.monitor = arguments[1], .printer = arguments[2]});
+    const colourmatch::PackedReference16 grey[] = {{14135, 14135, 14135}};
+    colourmatch::PackedRGB16 shown[1];
+    matcher.Match(std::span<const colourmatch::PackedReference16>(grey), std::span<colourmatch::PackedRGB16>(shown));
+    std::cout << "14135 14135 14135  " << shown[0].red << ' ' << shown[0].green << ' ' << shown[0].blue << " \n";
+} catch (const colourmatch::Error& error) {
+    std::cerr << error.what() << '\n';
+    return 1;
+}
+CPP
 cat >"$work/consumer/lab.cpp" <<'CPP'
 #include <ColourMatch/ColourMatch.h>
 int main() {
@@ -84,6 +107,8 @@ target_link_libraries(match PRIVATE ColourMatch::colourmatch)
 if(CXX IN_LIST CONSUMER_LANGUAGES)
   add_executable(lab lab.cpp)
   target_link_libraries(lab PRIVATE ColourMatch::colourmatch)
+  add_executable(matcher matcher.cpp)
+  target_link_libraries(matcher PRIVATE ColourMatch::colourmatch)
 endif()
 CMAKE
 
@@ -96,6 +121,7 @@ for languages in "C" "C;CXX"; do
     run_host "$folder/match"
     cmp "$work/answer" "$work/first_answer" || fail "two hosts of one library answered differently"
 done
+run_host "$work/build-CCXX/matcher"
 "$work/build-CCXX/lab" || fail "the C++ host got another colour difference"
 
 # The next major version may change any signature: it is not what this host asked for.
