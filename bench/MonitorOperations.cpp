@@ -62,7 +62,7 @@ struct Bench {
     Bench() : record(Load({.monitor = kSRGBMonitor, .printer = kCMYKPrinter}).data) {
         if (!record) throw std::runtime_error("no record");
         tables = MakeMonitorTables(record->monitorShaper);
-        const Profile reference(CM_BINARY_DIR "/lib/colourmatch/MatrixCalRGB.icc"), monitor(kSRGBMonitor);
+        const Profile reference(CM_BINARY_DIR "/lib/colourmatch-2/MatrixCalRGB.icc"), monitor(kSRGBMonitor);
         match8 = Transform(reference, TYPE_RGBA_16, monitor, TYPE_ARGB_8);
         match16 = Transform(reference, TYPE_RGBA_16, monitor, TYPE_RGBA_16);
         predict8 = Transform(monitor, TYPE_ARGB_8, reference, TYPE_RGBA_16);

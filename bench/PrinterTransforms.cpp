@@ -156,7 +156,7 @@ int main(int count, char** arguments) {
                      "16 bits a sample unless said, absolute colorimetric, one thread, its own CPU time. Little CMS is asked not to optimise, and "
                      "holds the values "
                      "of a device between in their range as the others do; the gamut check is its own, which marks by another rule.");
-    const std::string reference = CM_BINARY_DIR "/lib/colourmatch/MatrixCalRGB.icc";
+    const std::string reference = CM_BINARY_DIR "/lib/colourmatch-2/MatrixCalRGB.icc";
     const std::string profiles = CM_TEST_DATA "/profiles/";
     struct {
         const char* name;

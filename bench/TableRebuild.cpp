@@ -77,7 +77,7 @@ int main(int count, char** arguments) {
                 "plain");
 
     record->monitorTables = kept;
-    const std::string reference = CM_BINARY_DIR "/lib/colourmatch/MatrixCalRGB.icc";
+    const std::string reference = CM_BINARY_DIR "/lib/colourmatch-2/MatrixCalRGB.icc";
     std::vector<platform::ChainStep> steps;
     for (const std::string& path : {reference, printer, reference}) steps.push_back({ReadProfile(path), 3, false});  // absolute
     const std::unique_ptr<ProfileChain> chain = ProfileChain::Create(steps);

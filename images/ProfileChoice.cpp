@@ -128,7 +128,7 @@ Owned<ColorSyncProfileRef> OpenReferenceProfile() {
     OSErr error = 0;
     Owned<ColorSyncProfileRef> profile(CreateProfileFromNamedResource(CFSTR("MatrixCalRGB"), &error));
     if (!profile)
-        throw Complaint{"MatrixCalRGB.icc", "the reference profile cannot be opened", "it belongs in the folder colourmatch beside the library",
+        throw Complaint{"MatrixCalRGB.icc", "the reference profile cannot be opened", "it belongs in the folder colourmatch-2 beside the library",
                         Exit::NotThere};
     return profile;
 }

@@ -17,7 +17,7 @@ std::string LibraryFolder() {
 
 template <typename Function>
 Function* InModule(const char* name) {
-    static void* const module = dlopen((LibraryFolder() + "/colourmatch/orlo-images.so").c_str(), RTLD_NOW | RTLD_LOCAL);
+    static void* const module = dlopen((LibraryFolder() + "/colourmatch-2/orlo-images.so").c_str(), RTLD_NOW | RTLD_LOCAL);
     void* const function = module ? dlsym(module, name) : nullptr;
     if (!function) {
         const char* const reason = dlerror();

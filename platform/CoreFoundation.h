@@ -285,7 +285,7 @@ CM_EXPORT CFStringRef CFErrorCopyDescription(CFErrorRef error);
 
 // ---- bundles ----
 
-/// The library's own bundle for "com.brenwick.ColourMatch", else null. Its resources stand in the folder `colourmatch`
+/// The library's own bundle for "com.brenwick.ColourMatch", else null. Its resources stand in the folder `colourmatch-2`
 /// beside the library file. Borrowed, never freed.
 CM_EXPORT CFBundleRef CFBundleGetBundleWithIdentifier(CFStringRef identifier);
 /// The URL of an existing resource, else null.

@@ -156,6 +156,6 @@ ColorSyncProfileRef CreateProfileFromNamedResource(CFStringRef name, OSErr* erro
     }
     *error = profile ? 0 : kStatusFileNotFound;
     if (!profile)
-        Refuse({"the library's own profile is not there or is damaged"}, "the file MatrixCalRGB.icc in the folder colourmatch beside it is needed");
+        Refuse({"the library's own profile is not there or is damaged"}, "the file MatrixCalRGB.icc in the folder colourmatch-2 beside it is needed");
     return profile;
 }

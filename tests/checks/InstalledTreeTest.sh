@@ -35,7 +35,7 @@ export PKG_CONFIG_PATH=${pc%/*}
 libdir=$(cd "${pc%/*}/.." && pwd)
 
 # Files that hosts and the dynamic loader look for by these names.
-for file in libcolourmatch.so libcolourmatch.so.2 libcolourmatch.so.2.5.0 colourmatch/MatrixCalRGB.icc colourmatch/show-alert; do
+for file in libcolourmatch.so libcolourmatch.so.2 libcolourmatch.so.2.5.0 colourmatch-2/MatrixCalRGB.icc colourmatch-2/show-alert; do
     [[ -e $libdir/$file ]] || fail "no $file"
 done
 [[ $(pkg-config --modversion colourmatch) == 2.5.0 ]] || fail "pkg-config knows another version"

@@ -32,10 +32,10 @@ holds() {
     done
 }
 
-holds libcolourmatch2 /lib/libcolourmatch.so.2 /lib/libcolourmatch.so.2.5.0 /lib/colourmatch/MatrixCalRGB.icc /lib/colourmatch/show-alert /LICENSE
+holds libcolourmatch2 /lib/libcolourmatch.so.2 /lib/libcolourmatch.so.2.5.0 /lib/colourmatch-2/MatrixCalRGB.icc /lib/colourmatch-2/show-alert /LICENSE
 holds libcolourmatch-dev /lib/libcolourmatch.so /lib/pkgconfig/colourmatch.pc /lib/cmake/ColourMatch/ColourMatchConfig.cmake \
     /include/colourmatch-2/ColourMatch/ColourMatch.h /include/colourmatch-2/session/ColourOperations.h
-holds orlo ./usr/lib/systemd/user/orlo-displays.service ./etc/xdg/autostart/orlo-displays.desktop /bin/orlo /lib/colourmatch/orlo-images.so /man/man1/orlo.1 /man/man1/orlo-proof.1 /completions/orlo /_orlo /orlo.fish
+holds orlo ./usr/lib/systemd/user/orlo-displays.service ./etc/xdg/autostart/orlo-displays.desktop /bin/orlo /lib/colourmatch-2/orlo-images.so /man/man1/orlo.1 /man/man1/orlo-proof.1 /completions/orlo /_orlo /orlo.fish
 twice=$(sort "$work"/*.files | uniq -d)
 [[ -z $twice ]] || fail "in two packages: $twice"
 # Development files only in the development package, and no header that hosts must not see.

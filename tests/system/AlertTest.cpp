@@ -20,7 +20,7 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-constexpr const char* kHelper = CM_BINARY_DIR "/lib/colourmatch/show-alert";
+constexpr const char* kHelper = CM_BINARY_DIR "/lib/colourmatch-2/show-alert";
 
 // Only against a test that would never end.
 constexpr gint64 kPatience = gint64{60} * G_USEC_PER_SEC;

@@ -120,10 +120,10 @@ TEST(DlopenHost, WithoutItsReferenceProfileNothingIsFoundAndNothingIsBuilt) {
         return status;
     };
     EXPECT_EQ(load(), -43) << "no file";
-    std::filesystem::create_directory(folder / "colourmatch");
-    folder.Write("colourmatch/MatrixCalRGB.icc", std::vector<uint8_t>(500, 'x'));
+    std::filesystem::create_directory(folder / "colourmatch-2");
+    folder.Write("colourmatch-2/MatrixCalRGB.icc", std::vector<uint8_t>(500, 'x'));
     EXPECT_EQ(load(), -43) << "a file that is no profile";
-    std::filesystem::copy_file(CM_BINARY_DIR "/lib/colourmatch/MatrixCalRGB.icc", folder / "colourmatch/MatrixCalRGB.icc",
+    std::filesystem::copy_file(CM_BINARY_DIR "/lib/colourmatch-2/MatrixCalRGB.icc", folder / "colourmatch-2/MatrixCalRGB.icc",
                                std::filesystem::copy_options::overwrite_existing);
     EXPECT_EQ(load(), -170) << "the monitor comes next";
 }

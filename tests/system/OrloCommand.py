@@ -52,7 +52,7 @@ def bytes_of(path):
 
 def reference_profile():
     """The profile that stands beside the library."""
-    return os.path.join(os.path.dirname(os.path.dirname(ORLO)), "lib", "colourmatch", "MatrixCalRGB.icc")
+    return os.path.join(os.path.dirname(os.path.dirname(ORLO)), "lib", "colourmatch-2", "MatrixCalRGB.icc")
 
 
 def start_server(case, *command, **how):

@@ -18,7 +18,7 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-const std::string kInstalled = CM_BINARY_DIR "/lib/colourmatch/MatrixCalRGB.icc";
+const std::string kInstalled = CM_BINARY_DIR "/lib/colourmatch-2/MatrixCalRGB.icc";
 const std::string kTool = CM_BINARY_DIR "/tools/make_reference_profile";
 
 /// Runs the tool; its exit status, and what it said.

@@ -34,7 +34,7 @@ std::string FindResourceFolder() {
     const std::unique_ptr<char, decltype(&std::free)> file(realpath(*name ? name : "/proc/self/exe", nullptr), &std::free);
     if (!file) return {};
     const std::string path = file.get();
-    return path.substr(0, path.rfind('/') + 1) + "colourmatch";
+    return path.substr(0, path.rfind('/') + 1) + "colourmatch-2";
 }
 
 const std::string& KnownResourceFolder() {

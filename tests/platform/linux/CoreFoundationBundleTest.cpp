@@ -25,22 +25,22 @@ TEST(CoreFoundationBundle, OnlyTheOwnIdentifierIsKnown) {
 }
 
 TEST(CoreFoundationBundle, ResourcesOfAProgramStandBesideIt) {
-    EXPECT_EQ(platform::ResourceFolder(), std::filesystem::read_symlink("/proc/self/exe").parent_path() / "colourmatch");
+    EXPECT_EQ(platform::ResourceFolder(), std::filesystem::read_symlink("/proc/self/exe").parent_path() / "colourmatch-2");
 }
 
 /// A library that holds the code under test, in a folder of its own with resources beside it, loaded through a link by a relative path.
 class LoadedLibrary {
 public:
     LoadedLibrary() {
-        std::filesystem::create_directories(Library() / "colourmatch/Sub folder");
+        std::filesystem::create_directories(Library() / "colourmatch-2/Sub folder");
         std::filesystem::copy_file(CM_PLATFORM_PROBE, Library() / "probe.so");
         std::filesystem::create_symlink("library/probe.so", folder_ / "link.so");
-        folder_.Write("library/colourmatch/Plain", kContent);
-        folder_.Write("library/colourmatch/Pro\xC3\xA9.icc", kContent);
-        folder_.Write("library/colourmatch/Sub folder/Inner.icc", kContent);
-        std::filesystem::create_directory(Library() / "colourmatch/Folder.icc");
-        std::filesystem::create_symlink("Plain", Library() / "colourmatch/Linked.icc");
-        std::filesystem::create_symlink("nowhere", Library() / "colourmatch/Broken.icc");
+        folder_.Write("library/colourmatch-2/Plain", kContent);
+        folder_.Write("library/colourmatch-2/Pro\xC3\xA9.icc", kContent);
+        folder_.Write("library/colourmatch-2/Sub folder/Inner.icc", kContent);
+        std::filesystem::create_directory(Library() / "colourmatch-2/Folder.icc");
+        std::filesystem::create_symlink("Plain", Library() / "colourmatch-2/Linked.icc");
+        std::filesystem::create_symlink("nowhere", Library() / "colourmatch-2/Broken.icc");
         const CurrentDirectory current(folder_ / ".");
         handle_ = dlopen("./link.so", RTLD_NOW | RTLD_LOCAL);
     }
@@ -114,7 +114,7 @@ TEST(CoreFoundationBundle, ResourcesOfALibraryStandBesideItsRealFile) {
         if (url) {
             UInt8 path[1024];
             EXPECT_TRUE(getPath(url, true, path, sizeof path));
-            EXPECT_EQ(reinterpret_cast<const char*>(path), (library.Library() / "colourmatch" / row.path).string());
+            EXPECT_EQ(reinterpret_cast<const char*>(path), (library.Library() / "colourmatch-2" / row.path).string());
         }
         for (const CFTypeRef object : {CFTypeRef(url), CFTypeRef(name), CFTypeRef(type), CFTypeRef(subdirectory)}) drop(object);
     }
