@@ -158,7 +158,7 @@ void Verify(const DocumentPlace& place, const Showing& showing) {
                  (display.IsFit() ? "" : "; not fit") + "\n";
         rows.push_back({{"display", display.number},
                         {"output", found ? Json(found->Name()) : Json(nullptr)},
-                        {"model", found ? Json(found->identity.model) : Json(nullptr)},
+                        {"model", found && *found->identity.model ? Json(found->identity.model) : Json(nullptr)},
                         {"position", found ? Json(found->index) : Json(nullptr)},
                         {"expected", GeometryJson(expectedWidth, expectedHeight, display.expected.depth)},
                         {"found", found ? GeometryJson(found->Width(), found->Height(), found->info.depth) : Json(nullptr)},

@@ -134,6 +134,11 @@ Complaint NotAssigned(const KnownDisplay& display, int32_t status, const std::st
 /// Gives the display the ramp that it should have now; where the server keeps none, there is none to give.
 std::string LoadWanted(const KnownDisplay& display, const DisplayProfile& profile, const DocumentRamps& documents) {
     const std::optional<RampEntries> loaded = RampIfAny(display);
+    // One that went away meanwhile has none either.
+    if (!loaded && MC_GetDisplayIndex(display.number) < 1) {
+        throw Complaint{display.Name(), "it is gone; its profile is changed all the same", "orlo displays keep --once loads its ramp",
+                        Exit::NotThere};
+    }
     if (!loaded) return "none";
     const WantedRamp wanted = RampWantedFor(display, profile, documents, (*loaded)[0].size());
     try {

@@ -207,6 +207,7 @@ RampEntries ReadRamp(const KnownDisplay& display) {
                               ? kCGErrorFailure
                               : CGGetDisplayTransferByTable(display.number, count, samples[0].data(), samples[1].data(), samples[2].data(), &count);
     if (error != kCGErrorSuccess || count < 2) {
+        RequireDisplayServer();
         throw Complaint{display.Name(), "its ramp cannot be read", "a display whose server keeps ramps is needed", Exit::Failed};
     }
     RampEntries ramp;
@@ -224,6 +225,7 @@ void LoadRamp(const KnownDisplay& display, const RampEntries& ramp) {
     const CGError error =
         CGSetDisplayTransferByTable(display.number, static_cast<uint32_t>(ramp[0].size()), samples[0].data(), samples[1].data(), samples[2].data());
     if (error == kCGErrorSuccess) return;
+    RequireDisplayServer();
     throw Complaint{display.Name(), "it refuses the ramp (" + StatusText(static_cast<OSErr>(error)) + ")",
                     "a display whose server keeps ramps is needed", Exit::Failed};
 }

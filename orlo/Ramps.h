@@ -11,7 +11,7 @@
 /// One step of eight bits, the finest that most displays show: ramps that differ by no more count as the same.
 constexpr int kUsualTolerance = 257;
 
-/// What the display has loaded. Throws Complaint when it cannot be read.
+/// What the display has loaded. Throws Complaint when it cannot be read, or the server does not answer.
 RampEntries ReadRamp(const KnownDisplay& display);
 /// A ramp of any size from 2, straight between its entries. Throws Complaint when the display refuses it.
 void LoadRamp(const KnownDisplay& display, const RampEntries& ramp);

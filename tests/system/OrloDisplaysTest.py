@@ -670,6 +670,7 @@ class WithDisplays(DisplayCase):
         self.assertEqual(self.orlo("calibration", "save", document), f"calibration save: {document}: 3 displays\n")
         self.orlo("gamma", "linear", "--display", "2")
         self.assertIn("3 connected", self.orlo("calibration", "verify", document))
+        self.assertEqual([d["model"] for d in json.loads(self.orlo("calibration", "verify", document, "--json"))["displays"]], [None] * 3)
         self.assertIn("3 of 3 displays", self.orlo("calibration", "install", document))
         self.assertEqual(self.ramp("2"), bent)
         # One that was unplugged in between is left out.
@@ -735,7 +736,7 @@ class WithDisplays(DisplayCase):
         many = 1 << 20
         document, true = self.path("document"), self.path("true")
         self.orlo("calibration", "save", true)
-        for words, status in ((("displays",), {3}), (("calibration", "save", document), {1, 3})):
+        for words, status in ((("displays",), {3}), (("calibration", "save", document), {1, 3}), (("displays", "assign", BLUISH), {1, 3})):
             whole, left = self.with_failing_server(many, *words)
             self.assertEqual((whole.returncode, whole.stderr), (0, b""))
             messages = many - left
