@@ -209,8 +209,15 @@ OSErr MC_SetProfileForDisplay(CGDirectDisplayID display, CFURLRef profile) {
 }
 
 OSErr MC_RemoveProfileForDisplay(CGDirectDisplayID display) {
-    const Owned<CFUUIDRef> device(CGDisplayCreateUUIDFromDisplayID(display));
-    return device && ColorSyncDeviceSetCustomProfiles(kColorSyncDisplayDeviceClass, device.Get(), nullptr) ? OSErr{0} : kStatusParameter;
+    return MC_AssignProfileForDisplay(display, nullptr) == kMC_Assigned ? OSErr{0} : kStatusParameter;
+}
+
+int32_t MC_AssignProfileForDisplay(CGDirectDisplayID display, CFURLRef profile) {
+    return static_cast<int32_t>(platform::AssignDisplayProfile(display, profile));
+}
+
+CFURLRef MC_CopyMissingProfileForDisplay(CGDirectDisplayID display) {
+    return platform::CopyMissingProfile(display);
 }
 
 CFDataRef MC_CopyProfileForDisplay(CGDirectDisplayID display, int32_t* source) {

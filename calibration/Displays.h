@@ -48,6 +48,18 @@ CM_EXPORT void MC_SetDisplayToLinearGammaTable(CGDirectDisplayID display, int16_
 CM_EXPORT OSErr MC_SetProfileForDisplay(CGDirectDisplayID display, CFURLRef profile);
 /// Takes the display's own profile from it again; 0, or -50 on any failure. Where the system has another one for it, that one comes into force.
 CM_EXPORT OSErr MC_RemoveProfileForDisplay(CGDirectDisplayID display);
+/// Both again, with what went wrong; everything is as it was before then. Null for the profile: it is taken away.
+CM_EXPORT int32_t MC_AssignProfileForDisplay(CGDirectDisplayID display, CFURLRef profile);
+enum {
+    kMC_Assigned = 0,
+    kMC_NoProfileFile = 1,         // the file is no profile, or its name no UTF-8
+    kMC_NotRemembered = 2,         // the user's preferences cannot be written
+    kMC_ColourManagerSilent = 3,   // it does not answer
+    kMC_ColourManagerRefused = 4,  // it keeps its profile
+    kMC_DisplayRefused = 5         // the display server does not take it, or the display is gone
+};
+/// The file of the profile that the display was given, which the caller releases, when it is gone or no profile any more; null otherwise.
+CM_EXPORT CFURLRef MC_CopyMissingProfileForDisplay(CGDirectDisplayID display);
 /// The bytes of the profile that the display has, which the caller releases, and in *source who says so; null, and 0, where it has none.
 CM_EXPORT CFDataRef MC_CopyProfileForDisplay(CGDirectDisplayID display, int32_t* source);
 enum { kMC_NoProfile = 0, kMC_ProfileOfOutput = 1, kMC_ProfileOfColourManager = 2, kMC_ProfileOfWindow = 3, kMC_ProfileRemembered = 4 };

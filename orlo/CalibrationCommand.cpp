@@ -1,8 +1,10 @@
 #include "orlo/CalibrationCommand.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -26,6 +28,10 @@ Complaint WritingFailed(const DocumentPlace& place, OSErr status) {
     if (document && DirectoryExistsAtURL(document.Get())) return {place.shown, "it is a folder", "name a file in it"};
     if (document && CFURLGetFSRef(document.Get(), &file) && !FileExistsAtURL(document.Get())) {
         return {place.shown, "it is neither a file nor a place for one", "name a file"};
+    }
+    constexpr std::size_t kLongestName = 255;
+    if (std::filesystem::path(place.shown).filename().string().size() > kLongestName) {
+        return {place.shown, "its name has more than 255 bytes", "choose a shorter one"};
     }
     return {place.shown, "it cannot be written (" + StatusText(status) + ")", "choose a folder with room that may be written to", Exit::Failed};
 }
@@ -69,6 +75,23 @@ struct DisposeRamp {
     void operator()(MC_OpaqueGammaTable* ramp) const { MC_DisposeGammaTable(ramp); }
 };
 
+/// Keeps signals waiting that end the process, so that it leaves nothing half done. Then they come.
+class HeldSignals {
+public:
+    HeldSignals() {
+        sigset_t held;
+        sigemptyset(&held);
+        for (const int number : {SIGHUP, SIGINT, SIGPIPE, SIGQUIT, SIGTERM}) sigaddset(&held, number);
+        pthread_sigmask(SIG_BLOCK, &held, &before_);
+    }
+    HeldSignals(const HeldSignals&) = delete;
+    HeldSignals& operator=(const HeldSignals&) = delete;
+    ~HeldSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+private:
+    sigset_t before_;
+};
+
 void Save(const DocumentPlace& place, bool mayBeEmpty, const Showing& showing) {
     std::optional<Complaint> without;
     const std::vector<KnownDisplay> connected = Connected(&without);
@@ -100,11 +123,13 @@ void Save(const DocumentPlace& place, bool mayBeEmpty, const Showing& showing) {
                 throw Complaint{display.Name(), "it was changed or unplugged while its ramp was being saved", "save the ramps again", Exit::Failed};
             }
         }
+        const HeldSignals held;
         document.Save(&place.folder, place.name.Get());
     } catch (long) {
         throw WritingFailed(place, gLastError);
     }
-    showing.Tell({{"document", place.shown}, {"displays", count}}, "calibration save: " + place.shown + ": " + CountOfDisplays(count) + "\n");
+    showing.Tell({{"document", place.shown}, {"displays", count}},
+                 "calibration save: " + OneLine(place.shown) + ": " + CountOfDisplays(count) + "\n");
 }
 
 std::string GeometryLine(int width, int height, int depth) {
@@ -133,7 +158,7 @@ void Verify(const DocumentPlace& place, const Showing& showing) {
                  (display.IsFit() ? "" : "; not fit") + "\n";
         rows.push_back({{"display", display.number},
                         {"output", found ? Json(found->Name()) : Json(nullptr)},
-                        {"model", found ? Json(found->identity.model) : Json(nullptr)},
+                        {"model", found && *found->identity.model ? Json(found->identity.model) : Json(nullptr)},
                         {"position", found ? Json(found->index) : Json(nullptr)},
                         {"expected", GeometryJson(expectedWidth, expectedHeight, display.expected.depth)},
                         {"found", found ? GeometryJson(found->Width(), found->Height(), found->info.depth) : Json(nullptr)},
@@ -145,8 +170,8 @@ void Verify(const DocumentPlace& place, const Showing& showing) {
     const int connected = CountConnected(displays);
     const auto areFit = std::ranges::all_of(displays, &DocumentDisplay::IsFit);
     if (areFit) {
-        lines += "calibration verify: " + place.shown + ": " + CountOfDisplays(document->NumGammaTables()) + ", " + std::to_string(connected) +
-                 " connected\n";
+        lines += "calibration verify: " + OneLine(place.shown) + ": " + CountOfDisplays(document->NumGammaTables()) + ", " +
+                 std::to_string(connected) + " connected\n";
     }
     const Json value = {{"document", place.shown}, {"displays", rows}, {"connected", connected}, {"fit", areFit}};
     // What is not as it should be is told in any case.
@@ -168,7 +193,7 @@ void Install(const DocumentPlace& place, bool isDry, const Showing& showing) {
     const int present = CountConnected(displays), count = document->NumGammaTables();
     Json value = {{"document", place.shown}, {"displays", count}, {"installed", present}};
     if (isDry) value["dryRun"] = true;
-    showing.Tell(value, std::string(isDry ? "calibration install, not done: " : "calibration install: ") + place.shown + ": " +
+    showing.Tell(value, std::string(isDry ? "calibration install, not done: " : "calibration install: ") + OneLine(place.shown) + ": " +
                             std::to_string(present) + " of " + CountOfDisplays(count) + "\n");
 }
 
@@ -182,8 +207,11 @@ void InstallUsersDocument(bool isDry, const Showing& showing) {
     if (isThere) RequireFit(*place, DisplaysOfDocument(*ReadDocument(*place), displays));
     if (!isDry) InstallMonitorCalibration();
     if (!isThere) {
-        return showing.Tell({{"document", nullptr}, {"displays", 0}, {"installed", 0}},
-                            "calibration install: no document, so the displays have their system ramps\n");
+        Json value = {{"document", nullptr}, {"displays", 0}, {"installed", 0}};
+        if (isDry) value["dryRun"] = true;
+        return showing.Tell(value, std::string(isDry ? "calibration install, not done: no document, so the displays would have"
+                                                     : "calibration install: no document, so the displays have") +
+                                       " their system ramps\n");
     }
     Install(*place, isDry, showing);
 }
@@ -224,7 +252,7 @@ std::vector<Command> CalibrationCommands() {
               .about = "loads a document's ramps into the displays that are connected, all of them or none",
               .details = "Without FILE every display gets its system ramp first.",
               .arguments = {document, {"--dry-run", "", "tell what would be done, and do nothing", SwitchOn(*isDry)}},
-              .json = "{\"document\": FILE|null, \"displays\": COUNT, \"installed\": COUNT}",
+              .json = "{\"document\": FILE|null, \"displays\": COUNT, \"installed\": COUNT}, with --dry-run also \"dryRun\": true",
               .examples = {"orlo calibration install displays.cal"},
               .run =
                   [=](const Showing& showing) {

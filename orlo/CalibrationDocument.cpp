@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <climits>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <utility>
 #include <vector>
 
@@ -19,7 +20,29 @@ std::string PathOf(CFURLRef url) {
 }  // namespace
 
 std::string StatusText(OSErr status) {
-    return "status " + std::to_string(status);
+    switch (status) {
+        case -36:
+            return "its folder or its disk refuses it";
+        case -39:
+            return "it ends too early";
+        case -42:
+            return "too many files are open";
+        case -43:
+            return "there is no such place for a file";
+        case -48:
+            return "something of that name is there";
+        case -54:
+            return "there is no permission for it";
+        case -108:
+            return "there is no memory for it";
+        case kCGErrorIllegalArgument:
+            return "the display is gone";
+        case kCGErrorFailure:
+        case kCGErrorCannotComplete:
+            return "the display server does not do it";
+        default:
+            return "status " + std::to_string(status);
+    }
 }
 
 std::string CountOfDisplays(int count) {
@@ -90,26 +113,36 @@ std::vector<DocumentDisplay> DisplaysOfDocument(const MonitorCalibration& docume
     return displays;
 }
 
-std::map<CGDirectDisplayID, RampEntries> RampsOfUsersDocument(const std::vector<KnownDisplay>& connected, std::string* wrong) {
-    std::map<CGDirectDisplayID, RampEntries> ramps;
-    wrong->clear();
+std::string UsersDocument::FaultWords() const {
+    return wrong.empty() ? "" : "the calibration document is not used: " + wrong;
+}
+
+std::string UsersDocument::FaultLine() const {
+    return wrong.empty() ? "" : OneLine(FaultWords()) + "\n";
+}
+
+Json UsersDocument::Fault() const {
+    return wrong.empty() ? Json(nullptr) : Json(wrong);
+}
+
+UsersDocument ReadUsersDocument(const std::vector<KnownDisplay>& connected) {
     const auto place = PlaceOfUsersDocument(false);
     FSRef file;
-    if (!place || FindDocument(*place, &file) != 0) return ramps;
+    if (!place || FindDocument(*place, &file) != 0) return {};
+    UsersDocument found;
     try {
         const auto document = ReadDocument(*place);
         for (const DocumentDisplay& display : DisplaysOfDocument(*document, connected)) {
             if (!display.found) continue;
             if (!display.IsFit()) {
-                *wrong =
-                    place->shown + ": " + display.found->Name() + (display.ramp ? " has another depth or size now" : ": its ramp fits no display");
-                return {};
+                return {
+                    {},
+                    place->shown + ": " + display.found->Name() + (display.ramp ? " has another depth or size now" : ": its ramp fits no display")};
             }
-            ramps[display.number] = *display.ramp;
+            found.ramps[display.number] = *display.ramp;
         }
     } catch (const Complaint& complaint) {
-        *wrong = complaint.about + ": " + complaint.wrong;
-        return {};
+        return {{}, complaint.about + ": " + complaint.wrong};
     }
-    return ramps;
+    return found;
 }

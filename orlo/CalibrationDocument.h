@@ -10,6 +10,7 @@
 #include "ColourMatch/ColourMatch.h"
 #include "orlo/DisplayChoice.h"
 #include "orlo/RampPlot.h"
+#include "orlo/Showing.h"
 #include "platform/Owned.h"
 
 /// A document's folder and name, whether it is there or not.
@@ -30,7 +31,7 @@ std::unique_ptr<MonitorCalibration> ReadDocument(const DocumentPlace& place);
 
 /// "3 displays"
 std::string CountOfDisplays(int count);
-/// "status -36"
+/// What a status of the file and display calls means: "there is no memory for it".
 std::string StatusText(OSErr status);
 
 /// What is wrong with a display of a document, as it is now; empty when nothing is.
@@ -48,6 +49,16 @@ struct DocumentDisplay {
 };
 std::vector<DocumentDisplay> DisplaysOfDocument(const MonitorCalibration& document, const std::vector<KnownDisplay>& connected);
 
-/// The ramps that the user's document has for the displays that are connected, by their numbers. None when it would not be installed: where there is
-/// no document, it is damaged, or a display is not as it was; *wrong then says what, or is empty without a document.
-std::map<CGDirectDisplayID, RampEntries> RampsOfUsersDocument(const std::vector<KnownDisplay>& connected, std::string* wrong);
+using DocumentRamps = std::map<CGDirectDisplayID, RampEntries>;
+
+/// What the user's document has for the displays that are connected.
+struct UsersDocument {
+    DocumentRamps ramps;  // by the displays' numbers; none when the document would not be installed, and without one
+    std::string wrong;    // why it would not be; empty when nothing is wrong
+
+    /// "the calibration document is not used: ...", in lines and for programs; empty, and null, when nothing is wrong.
+    std::string FaultWords() const;
+    std::string FaultLine() const;
+    Json Fault() const;
+};
+UsersDocument ReadUsersDocument(const std::vector<KnownDisplay>& connected);

@@ -22,9 +22,14 @@ Complaint NoDisplays() {
                 "choose the profile in the desktop's settings, or log in to an X session", Exit::NotThere};
     }
     if (!isNamed) return {"displays", "ramps are loaded through an X server, and DISPLAY names none", "run it in an X session", Exit::NotThere};
-    if (!IsDisplayServerThere()) {
-        return {"displays", std::string("the X server '") + display + "' that DISPLAY names does not answer, or has no ramps",
-                "run it in an X session", Exit::NotThere};
+    const std::string server = std::string("the X server '") + display + "' that DISPLAY names ";
+    switch (StateOfDisplayServer()) {
+        case ServerState::Silent:
+            return {"displays", server + "is there and does not answer", "try again when it does", Exit::NotThere};
+        case ServerState::Gone:
+            return {"displays", server + "does not answer, or has no ramps", "run it in an X session", Exit::NotThere};
+        case ServerState::Answers:
+            break;
     }
     return {"displays", "no display is switched on", "connect one", Exit::NotThere};
 }
@@ -66,6 +71,9 @@ KnownDisplay Find(const std::string& name, const std::vector<KnownDisplay>& disp
         [](const KnownDisplay& display) { return std::string(display.identity.model); },
         [](const KnownDisplay& display) { return std::string(display.identity.make) + " " + display.identity.model; },
     };
+    if (name.find_first_not_of(' ') == std::string::npos) {
+        throw Complaint{"--display", "its value is blank", "use " + NamesOf(displays) + "; orlo displays tells more"};
+    }
     for (const Answers answer : kAnswers) {
         std::vector<KnownDisplay> found;
         std::ranges::copy_if(displays, std::back_inserter(found),
@@ -78,13 +86,15 @@ KnownDisplay Find(const std::string& name, const std::vector<KnownDisplay>& disp
 
 }  // namespace
 
-bool IsDisplayServerThere() {
+ServerState StateOfDisplayServer() {
     uint32_t count = 0;
-    return CGGetActiveDisplayList(0, nullptr, &count) == 0;
+    const CGError error = CGGetActiveDisplayList(0, nullptr, &count);
+    if (error == kCGErrorSuccess) return ServerState::Answers;
+    return error == kCGErrorCannotComplete ? ServerState::Silent : ServerState::Gone;
 }
 
 void RequireDisplayServer() {
-    if (!IsDisplayServerThere()) throw NoDisplays();
+    if (StateOfDisplayServer() != ServerState::Answers) throw NoDisplays();
 }
 
 std::vector<KnownDisplay> ActiveDisplays() {

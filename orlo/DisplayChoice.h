@@ -21,8 +21,10 @@ struct KnownDisplay {
 
 /// All that are active. Throws Complaint, with Exit::NotThere and the reason, where there are none whose ramps can be loaded.
 std::vector<KnownDisplay> ActiveDisplays();
-/// Whether there is an X server at all, be it without a display.
-bool IsDisplayServerThere();
+/// Silent: one took the call and says nothing, as while it is held up.
+enum class ServerState { Answers, Silent, Gone };
+/// Of the X server, be it without a display.
+ServerState StateOfDisplayServer();
 /// Throws Complaint, with Exit::NotThere and the reason, where there is none, or it does not answer any more.
 void RequireDisplayServer();
 

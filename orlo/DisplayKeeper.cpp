@@ -31,17 +31,16 @@ struct Kept {
     WantedRamp wanted = {};
     bool isLoaded = false;     // the ramp was another one
     bool isInstalled = false;  // the profile was not where it should be
-    std::string profile = {};  // its name
+    DisplayProfile profile = {};
 };
 
 /// Throws Complaint where the display's ramp can neither be read nor loaded.
 Kept PutInPlace(const KnownDisplay& display, const DocumentRamps& documents, Allowed allowed = {}) {
     Kept kept{.display = display};
     kept.isInstalled = allowed.profile && MC_InstallProfileForDisplay(display.number) == 1;
-    const DisplayProfile profile = ProfileOfDisplay(display);
-    kept.profile = profile.name;
+    kept.profile = ProfileOfDisplay(display);
     const RampEntries loaded = ReadRamp(display);
-    kept.wanted = RampWantedFor(display, profile, documents, loaded[0].size());
+    kept.wanted = RampWantedFor(display, kept.profile, documents, loaded[0].size());
     kept.isLoaded = allowed.ramp && Compare(loaded, kept.wanted.ramp).largest > 0;
     if (kept.isLoaded) LoadRamp(display, kept.wanted.ramp);
     return kept;
@@ -52,21 +51,20 @@ std::string RampLine(const Kept& kept) {
 }
 
 std::string ProfileLine(const Kept& kept) {
-    if (kept.profile.empty()) return kept.display.Name() + ": applications find no other display's profile for it";
-    return kept.display.Name() + ": applications find its profile " + OneLine(kept.profile) + " again";
+    if (kept.profile.name.empty()) return kept.display.Name() + ": applications find no other display's profile for it";
+    return kept.display.Name() + ": applications find its profile " + OneLine(kept.profile.name) + " again";
 }
 
 /// The displays, and what the user's document says of them.
 struct Surroundings {
     std::vector<KnownDisplay> displays;
-    DocumentRamps documents;
-    std::string wrong;  // with the document
+    UsersDocument document;
 
     /// Without a display there are none; without ramps it throws Complaint.
     static Surroundings Look() {
         Surroundings found;
-        if (!IsDisplayServerThere() || MC_NumDisplays() > 0) found.displays = ActiveDisplays();
-        found.documents = RampsOfUsersDocument(found.displays, &found.wrong);
+        if (StateOfDisplayServer() != ServerState::Answers || MC_NumDisplays() > 0) found.displays = ActiveDisplays();
+        found.document = ReadUsersDocument(found.displays);
         return found;
     }
 };
@@ -117,6 +115,7 @@ private:
         RampEntries loaded;
         // How often others changed its ramp and its profile's place since the display last changed.
         int times = 0, profileTimes = 0;
+        std::string missing = {};  // profile, of which was told
     };
 
     static gboolean Stop(gpointer loop) {
@@ -127,8 +126,7 @@ private:
 
     /// Plugging in brings many changes, one after the other.
     void LookSoon() {
-        if (!IsDisplayServerThere()) return g_main_loop_quit(loop_);
-        if (rest_ != 0) return;
+        if (!IsServerThere() || rest_ != 0) return;
         rest_ = g_timeout_add(
             kRest,
             [](gpointer keeper) -> gboolean {
@@ -139,20 +137,30 @@ private:
             this);
     }
 
+    /// Ends the loop when the server is gone. One that is only silent, as while it is held up, is told of, and asked again in every round.
+    bool IsServerThere() {
+        const ServerState state = StateOfDisplayServer();
+        if (state == ServerState::Gone) g_main_loop_quit(loop_);
+        if (state == ServerState::Silent && !isSilent_)
+            Print({{"display", nullptr}, {"event", "silent"}}, "the X server does not answer; it is waited for");
+        if (state == ServerState::Answers && isSilent_) Print({{"display", nullptr}, {"event", "answers"}}, "the X server answers again");
+        isSilent_ = state == ServerState::Silent;
+        return state == ServerState::Answers;
+    }
+
     void LookAtAll() {
         try {
             document_ = StateOfDocument();
             const Surroundings found = Surroundings::Look();
-            if (found.wrong != wrong_ && !found.wrong.empty()) {
-                Print({{"display", nullptr}, {"event", "document"}, {"wrong", found.wrong}}, "the calibration document is not used: " + found.wrong);
+            if (found.document.wrong != wrong_ && !found.document.wrong.empty()) {
+                Print({{"display", nullptr}, {"event", "document"}, {"wrong", found.document.wrong}}, found.document.FaultWords());
             }
-            wrong_ = found.wrong;
+            wrong_ = found.document.wrong;
             std::map<CGDirectDisplayID, Watched> watched;
-            for (const KnownDisplay& display : found.displays) watched[display.number] = LookAt(display, found.documents);
+            for (const KnownDisplay& display : found.displays) watched[display.number] = LookAt(display, found.document.ramps);
             watched_ = std::move(watched);
         } catch (const Complaint& complaint) {
-            if (!IsDisplayServerThere()) return g_main_loop_quit(loop_);
-            TellFault(complaint);
+            if (IsServerThere()) TellFault(complaint);
         }
     }
 
@@ -165,13 +173,19 @@ private:
             now.times = before->second.times;
             now.profileTimes = before->second.profileTimes;
         }
+        if (before != watched_.end()) now.missing = before->second.missing;
         try {
             const Kept kept = PutInPlace(display, documents, {now.times <= kMostTimes, now.profileTimes <= kMostTimes});
+            if (kept.profile.missing != now.missing && !kept.profile.missing.empty()) {
+                Print({{"display", display.Name()}, {"event", "missing"}, {"profile", kept.profile.missing}},
+                      display.Name() + ": " + kept.profile.MissingWords());
+            }
+            now.missing = kept.profile.missing;
             if (kept.isInstalled && ++now.profileTimes > kMostTimes) {
-                Print({{"display", display.Name()}, {"event", "left-alone"}, {"profile", kept.profile}},
+                Print({{"display", display.Name()}, {"event", "left-alone"}, {"profile", kept.profile.name}},
                       display.Name() + ": another program goes on changing where its profile stands; it is left alone until the display changes");
             } else if (kept.isInstalled) {
-                Print({{"display", display.Name()}, {"event", "profile"}, {"profile", kept.profile}}, ProfileLine(kept));
+                Print({{"display", display.Name()}, {"event", "profile"}, {"profile", kept.profile.name}}, ProfileLine(kept));
             }
             if (kept.isLoaded) Print({{"display", display.Name()}, {"event", "ramp"}, {"ramp", kept.wanted.key}}, RampLine(kept));
             now.loaded = kept.isLoaded ? ReadRamp(display) : kept.wanted.ramp;
@@ -187,7 +201,9 @@ private:
     }
 
     void LookForStrangers() {
-        if (StateOfDocument() != document_) return LookAtAll();
+        const bool wasSilent = isSilent_;
+        if (!IsServerThere()) return;
+        if (wasSilent || StateOfDocument() != document_) return LookAtAll();
         for (auto& [number, watched] : watched_) {
             if (watched.loaded[0].empty() || watched.times > kMostTimes) continue;
             try {
@@ -238,6 +254,7 @@ private:
     }
 
     bool json_;
+    bool isSilent_ = false;
     GMainLoop* loop_;
     guint rest_ = 0, round_ = 0;
     std::map<CGDirectDisplayID, Watched> watched_;
@@ -251,12 +268,16 @@ void KeepOnce(const Showing& showing) {
     Json rows = Json::array();
     std::string lines;
     for (const KnownDisplay& display : found.displays) {
-        const Kept kept = PutInPlace(display, found.documents);
-        rows.push_back({{"display", display.Name()}, {"ramp", kept.wanted.key}, {"loaded", kept.isLoaded}, {"installed", kept.isInstalled}});
+        const Kept kept = PutInPlace(display, found.document.ramps);
+        rows.push_back({{"display", display.Name()},
+                        {"ramp", kept.wanted.key},
+                        {"loaded", kept.isLoaded},
+                        {"installed", kept.isInstalled},
+                        {"missingProfile", kept.profile.Missing()}});
+        if (!kept.profile.missing.empty()) lines += display.Name() + ": " + kept.profile.MissingWords() + "\n";
         lines += (kept.isInstalled ? ProfileLine(kept) + "\n" : "") + RampLine(kept) + "\n";
     }
-    if (!found.wrong.empty()) lines += "the calibration document is not used: " + OneLine(found.wrong) + "\n";
-    showing.Tell({{"displays", rows}, {"documentFault", found.wrong.empty() ? Json(nullptr) : Json(found.wrong)}}, lines);
+    showing.Tell({{"displays", rows}, {"documentFault", found.document.Fault()}}, lines + found.document.FaultLine());
 }
 
 void Keep(const Showing& showing) {

@@ -1,9 +1,12 @@
 #include "orlo/DisplayState.h"
 
 #include <array>
+#include <climits>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <vector>
 
+#include "images/Complaint.h"
 #include "images/ProfileChoice.h"
 #include "orlo/Ramps.h"
 
@@ -18,7 +21,7 @@ constexpr std::array<Source, 5> kSources = {{
     {"output", "the output's property"},
     {"colour-manager", "the colour manager"},
     {"window", "the root window's property"},
-    {"remembered", "what was assigned in an earlier session"},
+    {"remembered", "what was assigned before"},
 }};
 
 /// What it may have, the best first.
@@ -38,11 +41,22 @@ std::vector<WantedRamp> Choices(const KnownDisplay& display, const DisplayProfil
 
 DisplayProfile ProfileOfDisplay(const KnownDisplay& display) {
     DisplayProfile profile;
+    const Owned<CFURLRef> missing(MC_CopyMissingProfileForDisplay(display.number));
+    UInt8 path[PATH_MAX];
+    if (missing && CFURLGetFileSystemRepresentation(missing.Get(), true, path, sizeof path)) profile.missing = reinterpret_cast<const char*>(path);
     profile.bytes = Owned<CFDataRef>(MC_CopyProfileForDisplay(display.number, &profile.source));
     if (!profile.bytes) return profile;
     const Owned<ColorSyncProfileRef> opened(ColorSyncProfileCreate(profile.bytes.Get(), nullptr));
     profile.name = opened ? ProfileName(opened.Get()) : "damaged profile";
     return profile;
+}
+
+std::string DisplayProfile::MissingWords() const {
+    return OneLine(missing) + ", which it was assigned, is gone or no profile any more";
+}
+
+Json DisplayProfile::Missing() const {
+    return missing.empty() ? Json(nullptr) : Json(missing);
 }
 
 std::string SourceInWords(int32_t source) {

@@ -2,9 +2,9 @@
 
 /// What displays have, and what they should have.
 
-#include <map>
 #include <string>
 
+#include "orlo/CalibrationDocument.h"
 #include "orlo/DisplayChoice.h"
 #include "orlo/RampPlot.h"
 #include "platform/Owned.h"
@@ -12,14 +12,17 @@
 struct DisplayProfile {
     Owned<CFDataRef> bytes;  // null: none
     int32_t source = kMC_NoProfile;
-    std::string name;  // its description
+    std::string name;     // its description
+    std::string missing;  // the file of a profile that it was given, when it is gone or no profile any more
+
+    /// Of the missing file: "/a.icc, which it was assigned, is gone or no profile any more".
+    std::string MissingWords() const;
+    Json Missing() const;
 };
 DisplayProfile ProfileOfDisplay(const KnownDisplay& display);
 /// Who says that the display has it: "the colour manager", and for programs "colour-manager".
 std::string SourceInWords(int32_t source);
 std::string SourceKey(int32_t source);
-
-using DocumentRamps = std::map<CGDirectDisplayID, RampEntries>;
 
 /// The ramp that a display should have: that of the user's document, else its profile's, else a straight one.
 struct WantedRamp {

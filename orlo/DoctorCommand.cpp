@@ -84,15 +84,14 @@ void LookAtDisplays(Findings& findings) {
         displays = ActiveDisplays();
     } catch (const Complaint& complaint) {
         const char* const server = std::getenv("DISPLAY");
-        const bool isLost = server && *server && !IsDisplayServerThere();
+        const bool isLost = server && *server && StateOfDisplayServer() != ServerState::Answers;
         findings.push_back({"display server", isLost ? State::Wrong : State::Note, complaint.wrong, isLost ? complaint.right : ""});
         return;
     }
     findings.push_back({"display server", State::Good, std::to_string(displays.size()) + (displays.size() == 1 ? " display" : " displays")});
-    std::string wrong;
-    const DocumentRamps documents = RampsOfUsersDocument(displays, &wrong);
-    if (!wrong.empty()) {
-        findings.push_back({"calibration document", State::Wrong, wrong, "orlo calibration save writes a new one"});
+    const UsersDocument document = ReadUsersDocument(displays);
+    if (!document.wrong.empty()) {
+        findings.push_back({"calibration document", State::Wrong, document.wrong, "orlo calibration save writes a new one"});
     }
     for (const KnownDisplay& display : displays) {
         const DisplayProfile profile = ProfileOfDisplay(display);
@@ -101,10 +100,13 @@ void LookAtDisplays(Findings& findings) {
         if (opened) {
             findings.push_back({about, State::Good, profile.name + ", by " + SourceInWords(profile.source)});
         } else {
-            findings.push_back({about, State::Wrong, profile.bytes ? "it is damaged" : "it has none",
+            findings.push_back({about, State::Wrong,
+                                profile.bytes             ? "it is damaged"
+                                : profile.missing.empty() ? "it has none"
+                                                          : profile.MissingWords(),
                                 "orlo displays assign PROFILE --display " + display.Name() + " gives it one"});
         }
-        LookAtRamp(display, profile, documents, findings);
+        LookAtRamp(display, profile, document.ramps, findings);
     }
 }
 

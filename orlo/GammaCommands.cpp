@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cmath>
 #include <functional>
 #include <memory>
@@ -31,17 +30,6 @@ struct GammaRequest {
     bool isDry = false;
 };
 
-double NumberWithin(const std::string& option, const std::string& text, double least, double most) {
-    double value = 0.0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error == std::errc() && end == text.data() + text.size() && value >= least && value <= most) return value;
-    const auto shown = [](double number) {
-        std::array<char, 32> digits{};
-        return std::string(digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr);
-    };
-    throw Complaint{option, "'" + text + "' is not a value of it", "use a number from " + shown(least) + " to " + shown(most)};
-}
-
 /// "1.1" for all channels, or "1.1,1,0.9".
 std::array<double, 3> ThreeWithin(const std::string& option, const std::string& text, double least, double most) {
     std::vector<std::string> pieces(1);
@@ -55,7 +43,7 @@ std::array<double, 3> ThreeWithin(const std::string& option, const std::string& 
     if (pieces.size() != 1 && pieces.size() != 3)
         throw Complaint{option, "'" + text + "' is not a value of it", "give one number, or three with commas"};
     std::array<double, 3> values{};
-    for (std::size_t c = 0; c < 3; ++c) values[c] = NumberWithin(option, pieces[pieces.size() == 1 ? 0 : c], least, most);
+    for (std::size_t c = 0; c < 3; ++c) values[c] = RealFrom(option, pieces[pieces.size() == 1 ? 0 : c], least, most);
     return values;
 }
 
@@ -63,7 +51,20 @@ Json JsonOf(const RampEntries& ramp) {
     return {{"red", ramp[0]}, {"green", ramp[1]}, {"blue", ramp[2]}};
 }
 
-/// Loads for each chosen display what `ramp` answers, all of them read before the first is loaded, and tells what was done.
+/// Gives the first `count` displays the ramps that they had; the names of those that refuse them.
+std::string BringBack(const std::vector<KnownDisplay>& displays, const std::vector<RampEntries>& before, std::size_t count) {
+    std::string left;
+    for (std::size_t i = 0; i < count; ++i) {
+        try {
+            LoadRamp(displays[i], before[i]);
+        } catch (const Complaint&) {
+            left += (left.empty() ? "" : ", ") + displays[i].Name();
+        }
+    }
+    return left;
+}
+
+/// Loads for each chosen display what `ramp` answers, all of them read before the first is loaded and all or none changed, and tells what was done.
 void LoadEach(const GammaRequest& request, const std::vector<KnownDisplay>& displays, const std::string& what, const Showing& showing,
               const std::function<RampEntries(const KnownDisplay&)>& ramp) {
     std::vector<RampEntries> wanted, before;
@@ -75,7 +76,13 @@ void LoadEach(const GammaRequest& request, const std::vector<KnownDisplay>& disp
     std::string lines;
     for (std::size_t i = 0; i < displays.size(); ++i) {
         const int change = Compare(before[i], wanted[i]).largest;
-        if (!request.isDry) LoadRamp(displays[i], wanted[i]);
+        try {
+            if (!request.isDry) LoadRamp(displays[i], wanted[i]);
+        } catch (Complaint& complaint) {
+            const std::string left = BringBack(displays, before, i);
+            complaint.wrong += left.empty() ? "; no ramp is changed" : "; of those before it these keep the new ramp: " + left;
+            throw;
+        }
         rows.push_back({{"display", displays[i].Name()}, {"entries", wanted[i][0].size()}, {"largestChange", change}});
         if (request.isDry) rows.back().update(JsonOf(wanted[i]));
         lines += displays[i].Name() + ": " + what + (request.isDry ? " would change" : " changed") + " its ramp by up to " + std::to_string(change) +
@@ -148,18 +155,16 @@ void Adjust(const GammaRequest& request, const Showing& showing) {
 void Verify(const GammaRequest& request, const Showing& showing) {
     const std::vector<KnownDisplay> displays = request.displays.empty() ? ActiveDisplays() : ChooseDisplays(request.displays);
     const bool isAgainstFile = !request.file.empty();
-    std::string wrong;
-    const DocumentRamps documents = isAgainstFile ? DocumentRamps() : RampsOfUsersDocument(ActiveDisplays(), &wrong);
+    const UsersDocument document = isAgainstFile ? UsersDocument() : ReadUsersDocument(ActiveDisplays());
     Json rows = Json::array();
     std::string lines;
     std::optional<Complaint> fault;
     // What the displays should have is then not known.
-    if (!wrong.empty())
-        fault = Complaint{"gamma verify", "the calibration document is not used: " + wrong, "save it again with orlo calibration save"};
+    if (!document.wrong.empty()) fault = Complaint{"gamma verify", document.FaultWords(), "save it again with orlo calibration save"};
     for (const KnownDisplay& display : displays) {
         const RampEntries loaded = ReadRamp(display);
         const WantedRamp wanted = isAgainstFile ? WantedRamp{"file", "that of " + OneLine(request.file), ReadRampFile(request.file, display)}
-                                                : RampWantedFor(display, ProfileOfDisplay(display), documents, loaded[0].size());
+                                                : RampWantedFor(display, ProfileOfDisplay(display), document.ramps, loaded[0].size());
         const RampDifference difference = Compare(loaded, wanted.ramp);
         const bool isRight = difference.largest <= request.tolerance;
         const char* const channel = kChannels[static_cast<std::size_t>(difference.channel)];
@@ -178,10 +183,7 @@ void Verify(const GammaRequest& request, const Showing& showing) {
                 Complaint{display.Name(), "its ramp is not " + wanted.words, "orlo displays keep --once puts ramps in their places", Exit::Failed};
         }
     }
-    const Json value = {{"displays", rows},
-                        {"tolerance", request.tolerance},
-                        {"matches", !fault.has_value()},
-                        {"documentFault", wrong.empty() ? Json(nullptr) : Json(wrong)}};
+    const Json value = {{"displays", rows}, {"tolerance", request.tolerance}, {"matches", !fault.has_value()}, {"documentFault", document.Fault()}};
     if (!fault) return showing.Tell(value, lines);
     showing.Show(value, lines);
     throw *fault;
@@ -203,7 +205,8 @@ std::vector<Command> GammaCommands() {
     };
     const std::string ramp = "{\"display\", \"red\": [0..65535, ...], \"green\": [...], \"blue\": [...]}";
     const std::string loaded =
-        "{\"displays\": [{\"display\", \"entries\", \"largestChange\"}, ...]}, with --dry-run also \"red\", \"green\", \"blue\"";
+        "{\"displays\": [{\"display\", \"entries\", \"largestChange\"}, ...]}, with --dry-run also \"red\", \"green\", \"blue\" and "
+        "\"dryRun\": true";
     const std::string kinds =
         "FILE holds lines of red, green and blue as gamma save writes them, or with commas (CSV), from 0 to 65535 or, with a decimal point, from 0 "
         "to 1; "
@@ -243,7 +246,7 @@ std::vector<Command> GammaCommands() {
                             all,
                             {"--tolerance", "NUMBER", "by how much of 65535 a ramp may differ. Default: 257, a step of eight bits",
                              [request](const std::string& value) {
-                                 request->tolerance = static_cast<int>(NumberWithin("--tolerance", value, 0, 65535));
+                                 request->tolerance = static_cast<int>(WholeFrom("--tolerance", value, 0, 65535));
                              }}},
               .json =
                   "{\"displays\": [{\"display\", \"expected\": \"document\"|\"profile\"|\"straight\"|\"file\", \"largestDifference\", \"channel\", "

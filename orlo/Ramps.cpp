@@ -30,20 +30,6 @@ uint16_t Entry(double value) {
     return value > 0.0 ? static_cast<uint16_t>(std::lround(std::min(value, 1.0) * 65535.0)) : uint16_t{0};
 }
 
-std::string BytesOf(const std::string& path) {
-    constexpr std::uintmax_t kMostBytes = std::uintmax_t{64} << 20;
-    // A pipe would be waited for, and a device may never end.
-    std::error_code error;
-    if (!std::filesystem::exists(path, error)) throw Complaint{path, "there is no such file", kRight, Exit::NotThere};
-    if (!std::filesystem::is_regular_file(path, error)) throw Complaint{path, "this is not a file of its own", kRight};
-    if (std::filesystem::file_size(path, error) > kMostBytes) throw Complaint{path, "it has more than 64 MiB", kRight};
-    std::ifstream file(path, std::ios::binary);
-    if (!file) throw Complaint{path, std::string("it cannot be read (") + std::strerror(errno) + ")", "a file that may be read is needed"};
-    std::string bytes(std::istreambuf_iterator<char>(file), {});
-    if (bytes.empty()) throw Complaint{path, "it is empty", kRight};
-    return bytes;
-}
-
 /// A number that is the whole text, whatever the locale; also one that is not finite.
 std::optional<double> NumberOf(const std::string& text) {
     double value = 0.0;
@@ -199,6 +185,20 @@ RampEntries ReadDocumentRamp(const std::string& path, const KnownDisplay& displa
 
 }  // namespace
 
+std::string BytesOf(const std::string& path, const char* right) {
+    constexpr std::uintmax_t kMostBytes = std::uintmax_t{64} << 20;
+    // A pipe would be waited for, and a device may never end.
+    std::error_code error;
+    if (!std::filesystem::exists(path, error)) throw Complaint{path, "there is no such file", right, Exit::NotThere};
+    if (!std::filesystem::is_regular_file(path, error)) throw Complaint{path, "this is not a file of its own", right};
+    if (std::filesystem::file_size(path, error) > kMostBytes) throw Complaint{path, "it has more than 64 MiB", right};
+    std::ifstream file(path, std::ios::binary);
+    if (!file) throw Complaint{path, std::string("it cannot be read (") + std::strerror(errno) + ")", "a file that may be read is needed"};
+    std::string bytes(std::istreambuf_iterator<char>(file), {});
+    if (bytes.empty()) throw Complaint{path, "it is empty", right};
+    return bytes;
+}
+
 RampEntries ReadRamp(const KnownDisplay& display) {
     uint32_t count = CGDisplayGammaTableCapacity(display.number);
     std::array<std::vector<float>, 3> samples;
@@ -207,6 +207,7 @@ RampEntries ReadRamp(const KnownDisplay& display) {
                               ? kCGErrorFailure
                               : CGGetDisplayTransferByTable(display.number, count, samples[0].data(), samples[1].data(), samples[2].data(), &count);
     if (error != kCGErrorSuccess || count < 2) {
+        RequireDisplayServer();
         throw Complaint{display.Name(), "its ramp cannot be read", "a display whose server keeps ramps is needed", Exit::Failed};
     }
     RampEntries ramp;
@@ -224,8 +225,9 @@ void LoadRamp(const KnownDisplay& display, const RampEntries& ramp) {
     const CGError error =
         CGSetDisplayTransferByTable(display.number, static_cast<uint32_t>(ramp[0].size()), samples[0].data(), samples[1].data(), samples[2].data());
     if (error == kCGErrorSuccess) return;
-    throw Complaint{display.Name(), "it refuses the ramp (status " + std::to_string(error) + ")", "a display whose server keeps ramps is needed",
-                    Exit::Failed};
+    RequireDisplayServer();
+    throw Complaint{display.Name(), "it refuses the ramp (" + StatusText(static_cast<OSErr>(error)) + ")",
+                    "a display whose server keeps ramps is needed", Exit::Failed};
 }
 
 RampEntries StraightRamp(std::size_t entries) {
@@ -296,7 +298,7 @@ void WriteRampFile(const RampEntries& ramp, const std::string& path) {
 }
 
 RampEntries ReadRampFile(const std::string& path, const KnownDisplay& display) {
-    std::string bytes = BytesOf(path);
+    std::string bytes = BytesOf(path, kRight);
     if (IsProfile(bytes)) {
         const Owned<CFDataRef> data(
             CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(bytes.data()), static_cast<CFIndex>(bytes.size())));

@@ -11,10 +11,13 @@
 /// One step of eight bits, the finest that most displays show: ramps that differ by no more count as the same.
 constexpr int kUsualTolerance = 257;
 
-/// What the display has loaded. Throws Complaint when it cannot be read.
+/// What the display has loaded. Throws Complaint when it cannot be read, or the server does not answer.
 RampEntries ReadRamp(const KnownDisplay& display);
 /// A ramp of any size from 2, straight between its entries. Throws Complaint when the display refuses it.
 void LoadRamp(const KnownDisplay& display, const RampEntries& ramp);
+
+/// The bytes of a file of its own, which has some, and at most 64 MiB. Throws Complaint, with what would be right.
+std::string BytesOf(const std::string& path, const char* right);
 
 RampEntries StraightRamp(std::size_t entries);
 /// The ramp with so many entries, straight between those that it has.

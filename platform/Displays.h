@@ -18,7 +18,7 @@ typedef uint32_t CGDirectDisplayID;
 typedef int32_t CGError;
 typedef float CGGammaValue;
 typedef double CGFloat;
-enum { kCGErrorSuccess = 0, kCGErrorFailure = 1000, kCGErrorIllegalArgument = 1001, kCGErrorRangeCheck = 1007 };
+enum { kCGErrorSuccess = 0, kCGErrorFailure = 1000, kCGErrorIllegalArgument = 1001, kCGErrorCannotComplete = 1004, kCGErrorRangeCheck = 1007 };
 
 typedef struct CGPoint {
     CGFloat x, y;
@@ -34,7 +34,8 @@ typedef struct CGRect {
 typedef struct CGDisplayMode* CGDisplayModeRef;
 typedef const struct __CFUUID* CFUUIDRef;
 
-/// The active displays, the primary one first. With no buffer, *count is how many there are; an error, and none, where there is no server.
+/// The active displays, the primary one first. With no buffer, *count is how many there are; an error, and none, where there is no server:
+/// kCGErrorCannotComplete when one is there and does not answer at the moment.
 ///
 /// A display's number comes from its identification as its UUID does, and is the same in every session.
 CM_EXPORT CGError CGGetActiveDisplayList(uint32_t capacity, CGDirectDisplayID* displays, uint32_t* count);
@@ -65,8 +66,9 @@ typedef void (*CGDisplayReconfigurationCallBack)(CGDirectDisplayID display, CGDi
 CM_EXPORT CGError CGDisplayRegisterReconfigurationCallback(CGDisplayReconfigurationCallBack callback, void* userInfo);
 CM_EXPORT CGError CGDisplayRemoveReconfigurationCallback(CGDisplayReconfigurationCallBack callback, void* userInfo);
 
-/// Stable over restarts: from the display's identification data where it gives a serial number. From them, the computer's and the output's name where
-/// it gives none, and for all but the first, by the output's name, of displays with the same data; from the two names alone where it gives no data.
+/// Stable over restarts: from the display's identification data where it gives a serial number. From them, the computer and the output's name where
+/// it gives none, and for all but one of displays with the same data; from the computer and the name alone where it gives no data. A display keeps it
+/// when one with the same data is plugged in or out.
 CM_EXPORT CFUUIDRef CGDisplayCreateUUIDFromDisplayID(CGDirectDisplayID display);
 CM_EXPORT CFTypeID CFUUIDGetTypeID(void);
 CM_EXPORT CFStringRef CFUUIDCreateString(CFAllocatorRef allocator, CFUUIDRef uuid);

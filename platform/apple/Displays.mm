@@ -50,6 +50,24 @@ CFDataRef CopyDisplayProfile(CGDirectDisplayID display, ProfileSource* source) {
     return data;
 }
 
+Assignment AssignDisplayProfile(CGDirectDisplayID display, CFURLRef profile) {
+    const Owned<CFUUIDRef> device(CGDisplayCreateUUIDFromDisplayID(display));
+    const Owned<CFMutableDictionaryRef> choice(
+        CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+    if (!device || !choice) return Assignment::kServerRefused;
+    // Null in a profile's place takes the chosen one away.
+    CFDictionarySetValue(choice.Get(), kColorSyncDeviceDefaultProfileID, profile ? static_cast<CFTypeRef>(profile) : kCFNull);
+    CFDictionarySetValue(choice.Get(), kColorSyncProfileHostScope, kCFPreferencesCurrentHost);
+    CFDictionarySetValue(choice.Get(), kColorSyncProfileUserScope, kCFPreferencesCurrentUser);
+    return ColorSyncDeviceSetCustomProfiles(kColorSyncDisplayDeviceClass, device.Get(), choice.Get()) ? Assignment::kDone
+                                                                                                      : Assignment::kManagerRefused;
+}
+
+/// The system remembers by itself.
+CFURLRef CopyMissingProfile(CGDirectDisplayID) {
+    return nullptr;
+}
+
 /// Applications ask the colour manager itself here.
 Installed InstallDisplayProfile(CGDirectDisplayID display) {
     return CGDisplayIsActive(display) ? Installed::kAlready : Installed::kFailed;

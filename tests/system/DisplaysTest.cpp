@@ -426,6 +426,111 @@ protected:
     TemporaryFolder folder;
 };
 
+/// A place for `serial` to be plugged in; 0 unplugs what is there.
+void Plug(XClient& client, const std::string& output, uint8_t serial) {
+    if (serial == 0) {
+        ASSERT_EQ(Shell("xrandr --output " + output + " --off"), 0);
+        client.SetOutputProperty(output, "EDID", {0});
+        return;
+    }
+    client.SetIdentification(output, Identification(serial));
+    ASSERT_EQ(Shell("xrandr --addmode " + output + " 1280x1024 ; xrandr --output " + output + " --mode 1280x1024"), 0);
+}
+
+std::string IdentifierAt(const std::string& output) {
+    for (int position = 1; position <= MC_NumDisplays(); ++position) {
+        MC_DisplayIdentity identity;
+        MC_GetDisplayIdentity(MC_GetIndexedDisplay(position), &identity);
+        if (identity.output == output) return identity.identifier;
+    }
+    return "none";
+}
+
+TEST_F(ProfilesOfDisplays, StayTheirsWhenATwinIsPluggedInAndOut) {
+    const std::string path = folder.Write("display.icc", ProfileWithCalibration(2.0));
+    std::string own, twins;
+    {
+        const XorgServer server;
+        ASSERT_RUNNING(server);
+        XClient client;
+        Plug(client, "DUMMY2", 7);
+        own = IdentifierAt("DUMMY2");
+        const CGDirectDisplayID display = MC_GetIndexedDisplay(2);
+        ASSERT_EQ(MC_SetProfileForDisplay(display, URLOf(path).Get()), 0);
+        Plug(client, "DUMMY1", 7);
+        twins = IdentifierAt("DUMMY1");
+        EXPECT_EQ(IdentifierAt("DUMMY2"), own);
+        EXPECT_NE(twins, own);
+        EXPECT_EQ(MC_GetDisplayIndex(display), 3);
+        Plug(client, "DUMMY2", 0);
+        EXPECT_EQ(IdentifierAt("DUMMY1"), twins) << "the other was unplugged";
+        EXPECT_EQ(MC_GetDisplayIndex(display), -1);
+        Plug(client, "DUMMY2", 7);
+        EXPECT_EQ(IdentifierAt("DUMMY1"), twins);
+        EXPECT_EQ(IdentifierAt("DUMMY2"), own);
+        // Both go and come back, the twin first.
+        Plug(client, "DUMMY1", 0);
+        Plug(client, "DUMMY2", 0);
+        EXPECT_EQ(IdentifierAt("DUMMY1"), "none");
+        Plug(client, "DUMMY1", 7);
+        EXPECT_EQ(IdentifierAt("DUMMY1"), twins);
+        Plug(client, "DUMMY2", 7);
+        EXPECT_EQ(IdentifierAt("DUMMY2"), own);
+    }
+    const XorgServer next;
+    ASSERT_RUNNING(next);
+    XClient client;
+    PlugThree();
+    client.SetIdentification("DUMMY1", Identification(7));
+    client.SetIdentification("DUMMY2", Identification(7));
+    EXPECT_EQ(IdentifierAt("DUMMY1"), twins) << "in a new session";
+    EXPECT_EQ(IdentifierAt("DUMMY2"), own);
+    EXPECT_EQ(ProfileOf(MC_GetIndexedDisplay(3)), std::pair(ReadFile(path), int{kMC_ProfileRemembered}));
+    EXPECT_EQ(ProfileOf(MC_GetIndexedDisplay(2)).second, kMC_NoProfile);
+}
+
+/// The 16 bytes by which a display without a serial number was known while the computer's name counted, and the number that came of them.
+std::vector<uint8_t> EarlierIdentifier(const std::string& output, std::vector<uint8_t> data) {
+    const std::string place = g_get_host_name() + ("/" + output);
+    data.insert(data.end(), place.begin(), place.end());
+    gchar* const sum = g_compute_checksum_for_data(G_CHECKSUM_MD5, data.data(), data.size());
+    std::vector<uint8_t> identifier;
+    for (int i = 0; i < 16; ++i) identifier.push_back(static_cast<uint8_t>(std::stoi(std::string(sum + 2 * i, 2), nullptr, 16)));
+    g_free(sum);
+    identifier[6] = static_cast<uint8_t>((identifier[6] & 15) | 0x30);
+    identifier[8] = static_cast<uint8_t>((identifier[8] & 63) | 0x80);
+    return identifier;
+}
+
+TEST_F(ProfilesOfDisplays, AndDocumentsOfEarlierIdentifiersAreFound) {
+    const XorgServer server;
+    ASSERT_RUNNING(server);
+    PlugThree();
+    XClient client;
+    client.SetIdentification("DUMMY2", Identification(0));
+    const std::vector<uint8_t> identifier = EarlierIdentifier("DUMMY2", Identification(0));
+    char number[16];
+    std::snprintf(number, sizeof number, "%02x%02x%02x%02x", identifier[0] | 0x80, identifier[1], identifier[2], identifier[3]);
+    ASSERT_TRUE(WriteForkWithScript(folder / "doc", std::string("CALS 128 0 - 00\nGDIN 128 0 - 001800000000043807800001\n"
+                                                                "GAMA 128 0 - 0000000000000003000200100000ffff0000ffff0000ffff\nDPID 128 0 - ") +
+                                                        number + "\n"));
+    const FSRef file = NewRef(folder / "doc");
+    EXPECT_EQ(MonitorCalibration(&file).DisplayIndex(0), 3);
+    // A profile that was remembered under it, and is forgotten under every name.
+    const std::string path = folder.Write("display.icc", ProfileWithCalibration(2.0));
+    CFUUIDBytes bytes;
+    std::copy(identifier.begin(), identifier.end(), reinterpret_cast<uint8_t*>(&bytes));
+    const Owned<CFUUIDRef> uuid(CFUUIDCreateFromUUIDBytes(kCFAllocatorDefault, bytes));
+    const Owned<CFStringRef> key(CFUUIDCreateString(kCFAllocatorDefault, uuid.Get()));
+    const Owned<CFStringRef> value(CFStringCreateWithCString(kCFAllocatorDefault, path.c_str(), kCFStringEncodingUTF8));
+    CFPreferencesSetValue(key.Get(), value.Get(), CFSTR("com.brenwick.orlocms.displays"), kCFPreferencesCurrentUser, kCFPreferencesCurrentHost);
+    ASSERT_TRUE(CFPreferencesSynchronize(CFSTR("com.brenwick.orlocms.displays"), kCFPreferencesCurrentUser, kCFPreferencesCurrentHost));
+    const CGDirectDisplayID display = MC_GetIndexedDisplay(3);
+    EXPECT_EQ(ProfileOf(display), std::pair(ReadFile(path), int{kMC_ProfileRemembered}));
+    EXPECT_EQ(MC_RemoveProfileForDisplay(display), 0);
+    EXPECT_EQ(ProfileOf(display).second, kMC_NoProfile);
+}
+
 TEST_F(ProfilesOfDisplays, OfOneChannelServeAllThree) {
     const XorgServer server;
     ASSERT_RUNNING(server);
@@ -677,6 +782,23 @@ TEST_F(WithColourManager, ThatNeverAnswersTheDisplaysAreGivenTheirProfilesAllThe
     kill(manager->Id(), SIGCONT);
     XClient client;
     EXPECT_EQ(client.OutputProperty("DUMMY1", "_ICC_PROFILE"), ReadFile(path));
+}
+
+TEST_F(WithColourManager, ThatNeverAnswersIsNotTakenForOneWithoutAProfile) {
+    if (!kCanStartThreadsInChildren) GTEST_SKIP() << "not under the thread sanitizer";
+    const XorgServer server;
+    ASSERT_RUNNING(server);
+    const std::string path = folder.Write("display.icc", ProfileWithCalibration(2.0));
+    ASSERT_EQ(MC_AssignProfileForDisplay(MC_GetMainDisplay(), URLOf(path).Get()), kMC_Assigned);
+    kill(manager->Id(), SIGSTOP);
+    EXPECT_EQ(InAChild([] { return std::to_string(MC_AssignProfileForDisplay(MC_GetMainDisplay(), nullptr)); }),
+              std::to_string(kMC_ColourManagerSilent));
+    kill(manager->Id(), SIGCONT);
+    XClient client;
+    EXPECT_EQ(client.Property("_ICC_PROFILE"), ReadFile(path));
+    EXPECT_EQ(ProfileOf(MC_GetMainDisplay()), std::pair(ReadFile(path), int{kMC_ProfileOfColourManager}));
+    EXPECT_EQ(MC_AssignProfileForDisplay(MC_GetMainDisplay(), nullptr), kMC_Assigned);
+    EXPECT_EQ(ProfileOf(MC_GetMainDisplay()).second, kMC_NoProfile);
 }
 
 TEST_F(WithColourManager, IsCalledByAChildOfFork) {

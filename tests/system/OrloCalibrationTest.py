@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
 """orlo calibration where no display is connected: what documents are written, verified and refused."""
 
+import ctypes
 import os
+import signal
 import stat
 import subprocess
 import sys
@@ -20,7 +22,7 @@ IDS = (b"DPID", 128, 0, b"", bytes.fromhex("00000041"))
 
 class Calibration(OrloCase):
     # Of refusals that are neither wrong usage nor bad input.
-    STATUS = {"folder is not there": 3, "no such document": 3, "preferences folder": 3, "status -43": 1}
+    STATUS = {"folder is not there": 3, "no such document": 3, "preferences folder": 3}
 
     def run_calibration(self, *arguments):
         environment = {k: v for k, v in os.environ.items() if k not in ("DISPLAY", "WAYLAND_DISPLAY")}
@@ -110,6 +112,45 @@ class Calibration(OrloCase):
         self.assertEqual((status, text, line), (2, "", f"orlo: {self.users_document()}: it is a folder; name a file in it\n"))
         self.assertEqual(os.listdir(self.users_document()), ["part"])
 
+    def test_a_document_that_cannot_be_written_is_told_in_words(self):
+        os.mkdir(self.path("folder"), 0o500)
+        libc = ctypes.CDLL(None)
+        done = subprocess.run([OrloCommand.ORLO, "calibration", "save", "--empty", self.path("folder/doc")], capture_output=True, check=False,
+                              preexec_fn=lambda: [libc.prctl(24, capability, 0, 0, 0) for capability in (1, 2)])  # PR_CAPBSET_DROP, CAP_DAC_*
+        self.assertEqual((done.returncode, done.stdout), (1, b""))
+        self.assertIn(b"it cannot be written (its folder or its disk refuses it)", done.stderr)
+
+    def test_an_interrupt_leaves_nothing_beside_the_document(self):
+        trace_me, attach_call, detach = 0, 24, 17
+        libc = ctypes.CDLL(None)
+        libc.ptrace.argtypes = (ctypes.c_long, ctypes.c_int, ctypes.c_void_p, ctypes.c_void_p)
+        os.mkdir(self.path("out"))
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT):
+            with self.subTest(number.name):
+                child = os.fork()
+                if child == 0:
+                    os.chdir("/")
+                    os.dup2(os.open("/dev/null", os.O_RDWR), 1)
+                    if libc.ptrace(trace_me, 0, None, None) == 0:
+                        os.execv(OrloCommand.ORLO, ["orlo", "calibration", "save", "--empty", self.path("out/doc")])
+                    os._exit(101)
+                status = os.waitpid(child, 0)[1]
+                if not os.WIFSTOPPED(status):
+                    self.skipTest("processes cannot be traced here")
+                # From call to call of the system, until something is there.
+                while os.WIFSTOPPED(status) and not os.listdir(self.path("out")):
+                    libc.ptrace(attach_call, child, None, None)
+                    status = os.waitpid(child, 0)[1]
+                self.assertTrue(os.WIFSTOPPED(status), "it was over before it could be interrupted")
+                self.assertNotIn("doc", os.listdir(self.path("out")))
+                os.kill(child, number)
+                libc.ptrace(detach, child, None, None)
+                self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]), -number)
+                # Saved or not, but whole.
+                self.assertIn(os.listdir(self.path("out")), ([], ["doc"]))
+                for name in os.listdir(self.path("out")):
+                    os.unlink(self.path("out/" + name))
+
     def test_saving_never_replaces_a_pipe_or_a_device(self):
         os.mkfifo(self.path("pipe"))
         os.symlink("/dev/null", self.path("device"))
@@ -161,7 +202,7 @@ class Calibration(OrloCase):
             ("a text", ["verify", self.path("text")], self.path("text"), "damaged"),
             ("settings are missing", ["verify", self.write("a", DISPLAY, RAMP)], self.path("a"), "missing"),
             ("a ramp is missing", ["install", self.write("b", SETTINGS, DISPLAY)], self.path("b"), "missing"),
-            ("a name too long", ["save", "--empty", self.path("n" * 256)], self.path("n" * 256), "status -43"),
+            ("a name too long", ["save", "--empty", self.path("n" * 256)], self.path("n" * 256), "its name has more than 255 bytes"),
         ]
         for note, arguments, about, words in rows:
             with self.subTest(note):

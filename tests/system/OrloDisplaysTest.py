@@ -5,6 +5,7 @@ import ctypes
 import json
 import os
 import select
+import shutil
 import signal
 import socket
 import struct
@@ -33,6 +34,12 @@ def identify(output, data):
     client = XClient()
     client.set_output_property(output, "EDID", data)
     client.close()
+
+
+def without_privileges():
+    """Nor may the superuser read what nobody may read then."""
+    for capability in (1, 2):
+        ctypes.CDLL(None).prctl(24, capability, 0, 0, 0)  # PR_CAPBSET_DROP, CAP_DAC_*
 
 
 class FailingServer:
@@ -64,12 +71,15 @@ class FailingServer:
                         if not data:
                             break
                         self.left -= end is client
-                        (server if end is client else client).sendall(data)
+                        (server if end is client else client).sendall(self.pass_on(data) if end is client else data)
                     else:
                         continue
                     break
                 if self.left <= 0:
                     self.listener.close()
+
+    def pass_on(self, data):
+        return data
 
     def close(self):
         try:
@@ -78,6 +88,36 @@ class FailingServer:
             pass  # it has ended already
         self.thread.join()
         self.listener.close()
+
+
+class ForgingServer(FailingServer):
+    """Stands before the X server, and makes some requests of its client ask for what is not there, which the server refuses."""
+
+    def __init__(self, display, forge):
+        # Answers whether a request, a bytearray, is to fail, and what is wrong in it then.
+        self.forge, self.unread, self.isGreeted = forge, b"", False
+        super().__init__(display, 1 << 30)
+
+    def pass_on(self, data):
+        self.unread += data
+        passed = b""
+        while len(self.unread) >= 12:
+            if not self.isGreeted:
+                names = struct.unpack_from("<HH", self.unread, 6)
+                size = 12 + sum((length + 3) // 4 * 4 for length in names)
+            else:
+                size = 4 * (struct.unpack_from("<H", self.unread, 2)[0] or struct.unpack_from("<I", self.unread, 4)[0])
+            if len(self.unread) < size:
+                break
+            request, self.unread = bytearray(self.unread[:size]), self.unread[size:]
+            if self.isGreeted:
+                self.forge(request)
+            self.isGreeted = True
+            passed += request
+        # Requests of less than twelve bytes are whole as they are.
+        while self.isGreeted and 4 <= len(self.unread) == 4 * struct.unpack_from("<H", self.unread, 2)[0]:
+            passed, self.unread = passed + self.unread, b""
+        return passed
 
 
 class DisplayCase(OrloCase):
@@ -301,10 +341,8 @@ class WithDisplays(DisplayCase):
         with open(self.path("ramp"), "w", encoding="ascii") as out:
             out.write("0 0 0\n65535 65535 65535\n")
         os.chmod(self.path("ramp"), 0)
-        # Nor may the superuser then.
-        libc = ctypes.CDLL(None)
         done = subprocess.run([OrloCommand.ORLO, "gamma", "load", self.path("ramp")], capture_output=True, check=False,
-                              preexec_fn=lambda: [libc.prctl(24, capability, 0, 0, 0) for capability in (1, 2)])  # PR_CAPBSET_DROP, CAP_DAC_*
+                              preexec_fn=without_privileges)
         self.assertEqual((done.returncode, done.stderr.count(b"\n")), (2, 1))
         self.assertIn(b"it cannot be read (Permission denied)", done.stderr)
 
@@ -394,6 +432,156 @@ class WithDisplays(DisplayCase):
         self.assertEqual(self.ramp("2"), [[257 * i for i in range(256)]] * 3)
         self.assertIn("is not used", self.orlo("displays"))
 
+    def test_a_display_is_never_named_by_a_blank(self):
+        for words in (("gamma", "show"), ("displays",), ("displays", "unassign")):
+            self.assert_refused((*words, "--display", " "), "--display", "its value is blank; use DUMMY0, DUMMY1, DUMMY2")
+
+    def test_displays_are_the_same_on_a_computer_of_another_name(self):
+        rename = ("unshare", "-U", "-r", "-u", "sh", "-c", 'echo renamed >/proc/sys/kernel/hostname && exec "$@"', "sh")
+        if subprocess.run([*rename, "true"], capture_output=True, check=False).returncode != 0:
+            self.skipTest("no computer can be renamed here (user name spaces are needed)")
+        found = [subprocess.run([*how, OrloCommand.ORLO, "displays", "--json"], capture_output=True, check=True).stdout for how in ((), rename)]
+        self.assertEqual(*found)
+
+    def test_a_dry_run_tells_programs_what_it_is(self):
+        told = json.loads(self.orlo("displays", "assign", BLUISH, "--dry-run", "--json"))
+        self.assertEqual(told, {"displays": [{"display": "DUMMY0", "profile": {"name": "Blue", "from": None}}], "documentFault": None, "dryRun": True})
+        told = json.loads(self.orlo("displays", "unassign", "--dry-run", "--json"))
+        self.assertEqual(told, {"displays": [{"display": "DUMMY0", "profile": None}], "documentFault": None, "dryRun": True})
+        self.assertTrue(json.loads(self.orlo("calibration", "install", "--dry-run", "--json"))["dryRun"])
+        self.assertIn("not done", self.orlo("calibration", "install", "--dry-run"))
+
+    def test_each_thing_is_told_in_one_line(self):
+        name = self.path("two\nlines.icc")
+        shutil.copy(BLUISH, name)
+        self.assertEqual(self.orlo("displays", "assign", name, "--dry-run").count("\n"), 1)
+        self.assertEqual(self.orlo("calibration", "save", name).count("\n"), 1)
+        self.assertEqual(self.orlo("calibration", "verify", name).count("\n"), 4)
+        self.assertEqual(self.orlo("calibration", "install", name).count("\n"), 1)
+
+    def assert_not_assigned(self, *displays):
+        self.assertEqual([d["profile"] for d in json.loads(self.orlo("displays", "--json"))["displays"] if d["output"] in displays], [None] * len(displays))
+
+    def test_what_cannot_be_assigned_is_told_before_anything_is_done(self):
+        latin = os.fsencode(self.path("")) + b"b\xfcro.icc"
+        with open(latin, "wb") as out:
+            out.write(bytes_of(BLUISH))
+        done = subprocess.run([OrloCommand.ORLO, "displays", "assign", latin], capture_output=True, check=False)
+        self.assertEqual((done.returncode, done.stderr.count(b"\n")), (2, 1), done.stderr)
+        self.assertIn(b"is not UTF-8, and cannot be remembered", done.stderr)
+        shutil.copy(BLUISH, self.path("closed.icc"))
+        os.chmod(self.path("closed.icc"), 0)
+        done = subprocess.run([OrloCommand.ORLO, "displays", "assign", self.path("closed.icc")], capture_output=True, check=False, preexec_fn=without_privileges)
+        self.assertEqual((done.returncode, done.stderr.count(b"\n")), (2, 1))
+        self.assertIn(b"it cannot be read (Permission denied)", done.stderr)
+        # The settings' folder is a file.
+        with open(self.path("config"), "wb"):
+            pass
+        self.assert_refused(("displays", "assign", BLUISH, "--display", "1", "--display", "2"), "DUMMY0", "cannot be remembered; nothing was changed", 1)
+        self.assert_not_assigned("DUMMY0", "DUMMY1")
+
+    def with_forging_server(self, forge, *words):
+        server = ForgingServer(os.environ["DISPLAY"], forge)
+        try:
+            return subprocess.run([OrloCommand.ORLO, *words], capture_output=True, check=False, env=os.environ | {"DISPLAY": server.display})
+        finally:
+            server.close()
+
+    def test_an_assignment_that_fails_half_way_leaves_nothing(self):
+        def no_window_property(request):
+            # ChangeProperty of a whole profile: its window becomes none.
+            if request[0] == 18 and len(request) > 1000:
+                request[4:8] = bytes(4)
+
+        done = self.with_forging_server(no_window_property, "displays", "assign", BLUISH, "--display", "2")
+        self.assertEqual((done.returncode, done.stdout), (1, b""))
+        self.assertIn(b"DUMMY1: the X server does not take the change; nothing was changed", done.stderr)
+        self.assert_not_assigned("DUMMY1")
+        self.start_three()
+        self.assert_not_assigned("DUMMY1")
+
+    def test_what_holds_of_an_assignment_is_told(self):
+        seen = []
+
+        def no_third(request):
+            if request[0] == 18 and len(request) > 1000:
+                seen.append(request)
+                if len(seen) == 3:
+                    request[4:8] = bytes(4)
+
+        done = self.with_forging_server(no_third, "displays", "assign", BLUISH, "--display", "1", "--display", "2", "--display", "3")
+        self.assertEqual((done.returncode, done.stdout), (1, b""))
+        self.assertIn(b"DUMMY2: the X server does not take the change; only DUMMY0, DUMMY1 changed", done.stderr)
+        self.assertEqual([bool(d["profile"]) for d in json.loads(self.orlo("displays", "--json"))["displays"]], [True, True, False])
+
+    def test_ramps_of_several_displays_are_loaded_all_or_none(self):
+        ramps = []
+
+        def no_second_ramp(request):
+            # SetCrtcGamma of 256 entries: the controller becomes none.
+            if request[0] >= 128 and request[1] == 24 and len(request) == 12 + 6 * 256:
+                ramps.append(request)
+                if len(ramps) == 2:
+                    request[4:8] = b"\xff\xff\xff\x0f"
+
+        self.orlo("gamma", "adjust", "--gamma", "1.5", "--display", "1")
+        before = [self.ramp(display) for display in "12"]
+        with open(self.path("ramp"), "w", encoding="ascii") as out:
+            out.write("65535 0 0\n0 65535 65535\n")
+        done = self.with_forging_server(no_second_ramp, "gamma", "load", self.path("ramp"), "--display", "1", "--display", "2")
+        self.assertEqual((done.returncode, done.stdout, len(ramps)), (1, b"", 3))
+        self.assertIn(b"DUMMY1: it refuses the ramp (the display server does not do it); no ramp is changed", done.stderr)
+        self.assertEqual([self.ramp(display) for display in "12"], before)
+
+    def test_a_colour_manager_that_does_not_answer_is_not_taken_for_none(self):
+        self.orlo("displays", "assign", BLUISH)
+        with socket.socket(socket.AF_UNIX) as silent:
+            silent.bind(self.path("no-system-bus"))
+            silent.listen(8)
+            self.assert_refused(("displays", "unassign"), "DUMMY0", "the colour manager (colord) does not answer, and may have a profile for it; nothing was changed", 1)
+        os.unlink(self.path("no-system-bus"))
+        self.assertEqual(json.loads(self.orlo("displays", "--json"))["displays"][0]["profile"]["from"], "output")
+        self.assertIn("no profile", self.orlo("displays", "unassign"))
+        self.start_three()
+        self.assert_not_assigned("DUMMY0")
+
+    def test_a_profile_that_is_gone_is_told_of(self):
+        file = self.path("mine.icc")
+        shutil.copy(BLUISH, file)
+        self.orlo("displays", "assign", file, "--display", "2")
+        os.unlink(file)
+        self.start_three()
+        words = f"{file}, which it was assigned, is gone or no profile any more"
+        self.assertIn(f"   profile     none; {words}\n", self.orlo("displays"))
+        self.assertEqual([d["missingProfile"] for d in json.loads(self.orlo("displays", "--json"))["displays"]], [None, file, None])
+        self.assertIn(f"DUMMY1: {words}\n", self.orlo("displays", "keep", "--once"))
+        self.assertEqual([d["missingProfile"] for d in json.loads(self.orlo("displays", "keep", "--once", "--json"))["displays"]], [None, file, None])
+        keeper = self.start_keeping()
+        told = self.next_event(keeper)
+        self.assertEqual((told["display"], told["event"], told["profile"]), ("DUMMY1", "missing", file))
+        # Once is enough; what comes next is of another kind.
+        subprocess.run(["xrandr", "--output", "DUMMY0", "--mode", "1280x1024", "--gamma", "2:1:1"], check=True)
+        self.assertEqual(self.next_event(keeper)["event"], "ramp")
+
+    def test_keeping_waits_for_a_server_that_is_held_up(self):
+        self.orlo("gamma", "linear", "--display", "1", "--display", "2", "--display", "3")
+        straight = self.ramp("1")
+        keeper = self.start_keeping()
+        self.server.send_signal(signal.SIGSTOP)
+        self.addCleanup(self.server.send_signal, signal.SIGCONT)
+        self.assertEqual(self.next_event(keeper)["event"], "silent")
+        self.assertIsNone(keeper.poll())
+        self.server.send_signal(signal.SIGCONT)
+        self.orlo("gamma", "adjust", "--invert")
+        self.assertEqual(self.next_event(keeper)["event"], "answers")
+        self.wait_for(lambda: self.ramp("1") == straight)
+        # Held up once more, and then gone.
+        self.server.send_signal(signal.SIGSTOP)
+        while self.next_event(keeper)["event"] != "silent":
+            pass
+        self.server.kill()
+        self.assertEqual(keeper.wait(PATIENCE), 0)
+
     def test_nothing_is_lost_on_a_full_disk(self):
         for words in (("gamma", "show"), ("gamma", "plot"), ("gamma", "verify"), ("displays",), ("displays", "keep", "--once"),
                       ("calibration", "save", self.path("document"))):
@@ -482,6 +670,7 @@ class WithDisplays(DisplayCase):
         self.assertEqual(self.orlo("calibration", "save", document), f"calibration save: {document}: 3 displays\n")
         self.orlo("gamma", "linear", "--display", "2")
         self.assertIn("3 connected", self.orlo("calibration", "verify", document))
+        self.assertEqual([d["model"] for d in json.loads(self.orlo("calibration", "verify", document, "--json"))["displays"]], [None] * 3)
         self.assertIn("3 of 3 displays", self.orlo("calibration", "install", document))
         self.assertEqual(self.ramp("2"), bent)
         # One that was unplugged in between is left out.
@@ -547,7 +736,7 @@ class WithDisplays(DisplayCase):
         many = 1 << 20
         document, true = self.path("document"), self.path("true")
         self.orlo("calibration", "save", true)
-        for words, status in ((("displays",), {3}), (("calibration", "save", document), {1, 3})):
+        for words, status in ((("displays",), {3}), (("calibration", "save", document), {1, 3}), (("displays", "assign", BLUISH), {1, 3})):
             whole, left = self.with_failing_server(many, *words)
             self.assertEqual((whole.returncode, whole.stderr), (0, b""))
             messages = many - left

@@ -22,9 +22,9 @@ constexpr std::chrono::seconds kPause{20};
 Clock::time_point sLeftAloneUntil;
 
 /// The same in every session, so that the manager finds what it remembers of the device.
-std::string OwnDeviceName(const ServerOutput& output) {
+std::string OwnDeviceName(const Identifier& identifier) {
     std::string name = kOwnDevices;
-    for (const uint8_t byte : output.identifier) {
+    for (const uint8_t byte : identifier) {
         constexpr char kDigits[] = "0123456789abcdef";
         name += {kDigits[byte >> 4], kDigits[byte & 15]};
     }
@@ -67,16 +67,19 @@ std::string ColourManager::ManagerObject(const char* member, const char* signatu
 }
 
 std::optional<ColourManager::Device> ColourManager::FindDevice(const ServerOutput& output) {
-    const std::string own = OwnDeviceName(output);
+    const std::string own = OwnDeviceName(output.identifier), earlier = OwnDeviceName(output.earlier);
     const std::string object = ManagerObject("FindDeviceByProperty", "ss", {"XRANDR_name", output.name});
     if (!object.empty()) {
         // One that was registered here may stand for another display, which was at this output before.
         const std::vector<std::string> name = Property(object, kDeviceInterface, "DeviceId");
-        if (!name.empty() && (!name[0].starts_with(kOwnDevices) || name[0] == own)) return Device{object, name[0] == own};
+        const bool isOwn = !name.empty() && (name[0] == own || name[0] == earlier);
+        if (!name.empty() && (!name[0].starts_with(kOwnDevices) || isOwn)) return Device{object, isOwn};
     }
-    const std::string known = ManagerObject("FindDeviceById", "s", {own});
-    if (known.empty()) return std::nullopt;
-    return Device{known, true};
+    for (const std::string& name : {own, earlier}) {
+        const std::string known = ManagerObject("FindDeviceById", "s", {name});
+        if (!known.empty()) return Device{known, true};
+    }
+    return std::nullopt;
 }
 
 std::optional<ColourManager::Device> ColourManager::RegisterDevice(const ServerOutput& output) {
@@ -87,7 +90,7 @@ std::optional<ColourManager::Device> ColourManager::RegisterDevice(const ServerO
     if (!identification.model.empty()) properties.emplace_back("Model", identification.model);
     if (!identification.serial.empty()) properties.emplace_back("Serial", identification.serial);
     // A temporary one would go with the connection.
-    const std::string object = ManagerObject("CreateDevice", "ssa{ss}", {OwnDeviceName(output), "normal"}, std::move(properties));
+    const std::string object = ManagerObject("CreateDevice", "ssa{ss}", {OwnDeviceName(output.identifier), "normal"}, std::move(properties));
     if (object.empty()) return std::nullopt;
     return Device{object, true};
 }
@@ -123,14 +126,24 @@ ColourManager::Answer ColourManager::MakeDefault(const ServerOutput& output, con
     return device->isOwn ? Answer::kOwn : Answer::kOfSession;
 }
 
-void ColourManager::RemoveDefault(const ServerOutput& output) {
+bool ColourManager::KnowsDeviceOfSession(const ServerOutput& output) {
     const std::optional<Device> device = FindDevice(output);
-    if (!device) return;
-    const std::vector<std::string> profiles = Property(device->object, kDeviceInterface, "Profiles");
-    if (profiles.empty()) return;
-    const std::optional<BusMessage> relation = Call(device->object, kDeviceInterface, "GetProfileRelation", "o", {profiles[0]});
-    if (!relation || relation->texts != std::vector<std::string>{"hard"}) return;
-    Call(device->object, kDeviceInterface, "RemoveProfile", "o", {profiles[0]});
+    return device && !device->isOwn;
+}
+
+ColourManager::Removal ColourManager::RemoveDefault(const ServerOutput& output) {
+    const bool isDone = [&] {
+        const std::optional<Device> device = FindDevice(output);
+        if (!device) return true;
+        const std::vector<std::string> profiles = Property(device->object, kDeviceInterface, "Profiles");
+        if (profiles.empty()) return true;
+        const std::optional<BusMessage> relation = Call(device->object, kDeviceInterface, "GetProfileRelation", "o", {profiles[0]});
+        if (!relation || relation->texts != std::vector<std::string>{"hard"}) return true;
+        return Call(device->object, kDeviceInterface, "RemoveProfile", "o", {profiles[0]}).has_value();
+    }();
+    // What was not answered looks like nothing.
+    if (!bus_ || bus_->IsSilent()) return Removal::kSilent;
+    return isDone ? Removal::kDone : Removal::kRefused;
 }
 
 }  // namespace platform

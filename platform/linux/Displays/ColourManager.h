@@ -27,8 +27,12 @@ public:
     /// Makes a profile the default of the display's device, which is registered where nobody has done so: kOwn, and it must be done again in the next
     /// session. kNobody when there is no manager, or it refuses.
     Answer MakeDefault(const ServerOutput& output, const std::string& file, const Bytes& profile);
-    /// Takes the default profile from the display's device where somebody chose it; one that the manager found by itself stays.
-    void RemoveDefault(const ServerOutput& output);
+    /// Whether the display has a device that somebody else registered, and will again in the next session.
+    bool KnowsDeviceOfSession(const ServerOutput& output);
+    enum class Removal { kDone, kSilent, kRefused };
+    /// Takes the default profile from the display's device where somebody chose it; one that the manager found by itself stays. Without a manager
+    /// there is nothing to take.
+    Removal RemoveDefault(const ServerOutput& output);
 
 private:
     struct Device {

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <fstream>
+#include <set>
 
 #include "platform/BigEndian.h"
 
@@ -40,15 +42,46 @@ std::string Printed(const char* format, std::uint32_t value) {
     return text;
 }
 
-Identifier IdentifierOf(const Bytes& name) {
-    Identifier identifier = Digest(name);
+/// Tells computers apart, and is the same after one was given another name. Nobody learns the computer's own number from it; empty where it has none.
+const std::string& ComputerKey() {
+    static const std::string key = [] {
+        std::string number;
+        for (const char* const file : {"/etc/machine-id", "/var/lib/dbus/machine-id"}) {
+            std::ifstream stream(file);
+            // 32 digits; something else while the system is being made.
+            if (stream >> number && number.size() == 32) break;
+            number.clear();
+        }
+        if (number.empty()) return number;
+        constexpr const char* kPurpose = "com.brenwick.orlocms.displays";
+        gchar* const sum = g_compute_hmac_for_string(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(number.data()), number.size(), kPurpose, -1);
+        std::string derived = sum;
+        g_free(sum);
+        return derived;
+    }();
+    return key;
+}
+
+Identifier IdentifierOfPlace(const IdentifiedOutput& output, const std::string& computer) {
+    Bytes name = output.data;
+    const std::string place = computer + "/" + output.name;
+    name.insert(name.end(), place.begin(), place.end());
+    return IdentifierOfData(name);
+}
+
+bool HasSerial(const IdentifiedOutput& output) {
+    return !ReadIdentification(output.data).serial.empty();
+}
+
+}  // namespace
+
+Identifier IdentifierOfData(const Bytes& data) {
+    Identifier identifier = Digest(data);
     // Marked as made from a name.
     identifier[6] = static_cast<std::uint8_t>((identifier[6] & 0x0f) | 0x30);
     identifier[8] = static_cast<std::uint8_t>((identifier[8] & 0x3f) | 0x80);
     return identifier;
 }
-
-}  // namespace
 
 Identification ReadIdentification(const Bytes& data) {
     Identification found;
@@ -83,17 +116,32 @@ std::uint32_t DisplayOfIdentifier(const Identifier& identifier) {
     return ReadBigEndian32(identifier.data()) | 0x80000000U;
 }
 
-std::vector<Identifier> IdentifiersOf(const std::vector<IdentifiedOutput>& outputs) {
-    std::vector<Identifier> identifiers;
-    for (const IdentifiedOutput& output : outputs) {
-        const auto isEarlierTwin = [&](const IdentifiedOutput& other) { return other.data == output.data && other.name < output.name; };
-        const bool isByItself = !ReadIdentification(output.data).serial.empty() && std::none_of(outputs.begin(), outputs.end(), isEarlierTwin);
-        Bytes name = output.data;
-        const std::string place = g_get_host_name() + ("/" + output.name);
-        if (!isByItself) name.insert(name.end(), place.begin(), place.end());
-        identifiers.push_back(IdentifierOf(name));
+std::vector<Identifier> IdentifiersOf(const std::vector<IdentifiedOutput>& outputs, const std::map<std::string, Identifier>& before) {
+    std::vector<Identifier> identifiers(outputs.size());
+    std::set<Identifier> taken;
+    std::vector<std::size_t> strangers;
+    for (std::size_t i = 0; i < outputs.size(); ++i) {
+        const Identifier ofPlace = IdentifierOfPlace(outputs[i], ComputerKey()), ofData = IdentifierOfData(outputs[i].data);
+        const auto known = before.find(outputs[i].name);
+        if (!HasSerial(outputs[i]) || (known != before.end() && known->second == ofPlace)) {
+            identifiers[i] = ofPlace;
+        } else if (known != before.end() && known->second == ofData && taken.insert(ofData).second) {
+            identifiers[i] = ofData;
+        } else {
+            strangers.push_back(i);
+        }
+    }
+    std::sort(strangers.begin(), strangers.end(), [&](std::size_t a, std::size_t b) { return outputs[a].name < outputs[b].name; });
+    for (const std::size_t i : strangers) {
+        const Identifier ofData = IdentifierOfData(outputs[i].data);
+        identifiers[i] = taken.insert(ofData).second ? ofData : IdentifierOfPlace(outputs[i], ComputerKey());
     }
     return identifiers;
+}
+
+Identifier EarlierIdentifier(const IdentifiedOutput& output, const Identifier& identifier) {
+    const bool isOfData = HasSerial(output) && identifier == IdentifierOfData(output.data);
+    return isOfData ? identifier : IdentifierOfPlace(output, g_get_host_name());
 }
 
 }  // namespace platform

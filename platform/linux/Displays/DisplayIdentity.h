@@ -1,9 +1,10 @@
 #pragma once
 
-/// What a display's identification data (EDID) says, and the identifier that comes of it. Pure, but for the name of the computer.
+/// What a display's identification data (EDID) says, and the identifier that comes of it. Pure, but for the number and the name of the computer.
 
 #include <array>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -35,8 +36,15 @@ struct IdentifiedOutput {
     std::string name;
     Bytes data;  // empty: none
 };
-/// One for each output, in their order, all different. Data with a serial number identify by themselves; without one the output's name counts too,
-/// and without any data it is all. Of outputs with the same serial the first by name keeps its identifier, and only the others take their names.
-std::vector<Identifier> IdentifiersOf(const std::vector<IdentifiedOutput>& outputs);
+/// The identifier of data with a serial number by themselves.
+Identifier IdentifierOfData(const Bytes& data);
+/// One for each output, in their order, all different. Data with a serial number identify by themselves; without one the output's name and the
+/// computer count too, and without any data they are all.
+///
+/// before   what outputs, by their names, were identified by when somebody last looked. Of outputs with the same data, of which only one can have the
+///          identifier of the data, each keeps what it had; of others the first by name takes it if it is free, and those left take their names
+std::vector<Identifier> IdentifiersOf(const std::vector<IdentifiedOutput>& outputs, const std::map<std::string, Identifier>& before = {});
+/// By what older documents and memories know an output that now has that identifier: in place of the computer its name counted.
+Identifier EarlierIdentifier(const IdentifiedOutput& output, const Identifier& identifier);
 
 }  // namespace platform

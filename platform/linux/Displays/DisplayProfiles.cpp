@@ -8,14 +8,13 @@
 #include "platform/Owned.h"
 #include "platform/linux/CoreFoundation/CoreFoundationObject.h"
 #include "platform/linux/CoreFoundation/CoreFoundationString.h"
+#include "platform/linux/Displays/DisplayMemory.h"
 
 namespace {
 
+using platform::Assignment;
 using platform::Bytes;
 using platform::ServerOutput;
-
-/// Where profiles are remembered: by the display's identifier, the file.
-const CFStringRef kMemory = CFSTR("com.brenwick.orlocms.displays");
 
 Bytes ProfileBytes(const std::string& file) {
     constexpr std::uintmax_t kMostBytes = std::uintmax_t{64} << 20;
@@ -28,58 +27,83 @@ Bytes ProfileBytes(const std::string& file) {
     return isProfile ? Bytes(bytes.begin(), bytes.end()) : Bytes();
 }
 
-Owned<CFUUIDRef> UUIDOf(const ServerOutput& output) {
-    CFUUIDBytes bytes;
-    static_assert(sizeof bytes == sizeof output.identifier);
-    std::copy(output.identifier.begin(), output.identifier.end(), reinterpret_cast<UInt8*>(&bytes));
-    return Owned<CFUUIDRef>(CFUUIDCreateFromUUIDBytes(kCFAllocatorDefault, bytes));
-}
-
-Owned<CFStringRef> KeyOf(const ServerOutput& output) {
-    const Owned<CFUUIDRef> uuid = UUIDOf(output);
-    return Owned<CFStringRef>(uuid ? CFUUIDCreateString(kCFAllocatorDefault, uuid.Get()) : nullptr);
-}
-
-/// Empty when there is none.
 std::string RememberedFile(const ServerOutput& output) {
-    CFPreferencesSynchronize(kMemory, kCFPreferencesCurrentUser, kCFPreferencesCurrentHost);
-    const Owned<CFStringRef> key = KeyOf(output);
-    const Owned<CFPropertyListRef> value(key ? CFPreferencesCopyValue(key.Get(), kMemory, kCFPreferencesCurrentUser, kCFPreferencesCurrentHost)
-                                             : nullptr);
-    char path[4096];
-    const bool isPath = value && CFGetTypeID(value.Get()) == CFStringGetTypeID() &&
-                        CFStringGetCString(static_cast<CFStringRef>(value.Get()), path, sizeof path, kCFStringEncodingUTF8);
-    return isPath ? path : "";
+    const std::string file = platform::Recall(output.identifier, platform::Memory::kProfile);
+    return file.empty() ? platform::Recall(output.earlier, platform::Memory::kProfile) : file;
 }
 
 /// An empty file name: nothing is to be remembered any more.
 bool RememberFile(const ServerOutput& output, const std::string& file) {
-    const Owned<CFStringRef> key = KeyOf(output);
-    const Owned<CFStringRef> value(file.empty() ? nullptr : platform::CreateStringFromUTF8(file));
-    if (!key || (!value && !file.empty())) return false;
-    CFPreferencesSetValue(key.Get(), value.Get(), kMemory, kCFPreferencesCurrentUser, kCFPreferencesCurrentHost);
-    return CFPreferencesSynchronize(kMemory, kCFPreferencesCurrentUser, kCFPreferencesCurrentHost);
+    // Found no more, it would come back from under the earlier name.
+    const bool isForgotten = output.earlier == output.identifier || platform::Recall(output.earlier, platform::Memory::kProfile).empty() ||
+                             platform::Remember(output.earlier, platform::Memory::kProfile, "");
+    return isForgotten && platform::Remember(output.identifier, platform::Memory::kProfile, file);
 }
 
-bool Assign(const ServerOutput& output, const std::string& file) {
+/// What a display has, to be brought back when a later step of a change fails.
+class Earlier {
+public:
+    Earlier(const ServerOutput& output, platform::ColourManager* manager)
+        : output_(output),
+          manager_(manager),
+          remembered_(RememberedFile(output)),
+          managed_(manager->DefaultProfile(output)),
+          atOutput_(platform::ReadOutputProfile(output)),
+          atWindow_(platform::ReadWindowProfile(output)) {}
+
+    void BringBackMemory() const { RememberFile(output_, remembered_); }
+    void BringBack() const {
+        BringBackMemory();
+        if (managed_.empty()) {
+            manager_->RemoveDefault(output_);
+        } else {
+            manager_->MakeDefault(output_, managed_, ProfileBytes(managed_));
+        }
+        platform::WriteOutputProfile(output_, atOutput_);
+        platform::WriteWindowProfile(output_, atWindow_);
+    }
+
+private:
+    const ServerOutput& output_;
+    platform::ColourManager* manager_;
+    std::string remembered_, managed_;
+    Bytes atOutput_, atWindow_;
+};
+
+Assignment Assign(const ServerOutput& output, const std::string& file) {
     const Bytes profile = ProfileBytes(file);
-    if (profile.empty()) return false;
-    const auto answer = platform::ColourManager().MakeDefault(output, file, profile);
+    const Owned<CFStringRef> text(platform::CreateStringFromUTF8(file));
+    if (profile.empty() || !text) return Assignment::kNoProfile;
+    if (!platform::FitsDisplayServer(profile)) return Assignment::kServerRefused;
+    platform::ColourManager manager;
+    const Earlier earlier(output, &manager);
     // The colour manager of a session knows its devices again by itself.
-    const bool isRemembered = RememberFile(output, answer == platform::ColourManager::Answer::kOfSession ? "" : file);
+    const bool isOfSession = manager.KnowsDeviceOfSession(output);
+    if (!RememberFile(output, isOfSession ? "" : file)) return Assignment::kNotRemembered;
+    const bool isManaged = manager.MakeDefault(output, file, profile) != platform::ColourManager::Answer::kNobody;
+    if (isOfSession && !isManaged && !RememberFile(output, file)) {
+        earlier.BringBackMemory();
+        return Assignment::kNotRemembered;
+    }
     // Where the manager has a say its default counts; an output's own property would stand before it.
-    const bool isManaged = answer != platform::ColourManager::Answer::kNobody;
-    const bool isAtOutput = platform::WriteOutputProfile(output, isManaged ? Bytes() : profile);
-    const bool isAtWindow = platform::WriteWindowProfile(output, profile);
-    return isRemembered && isAtOutput && isAtWindow;
+    if (platform::WriteOutputProfile(output, isManaged ? Bytes() : profile) && platform::WriteWindowProfile(output, profile))
+        return Assignment::kDone;
+    earlier.BringBack();
+    return Assignment::kServerRefused;
 }
 
-bool Unassign(const ServerOutput& output) {
-    platform::ColourManager().RemoveDefault(output);
-    const bool isForgotten = RememberFile(output, "");
-    const bool isAtOutput = platform::WriteOutputProfile(output, {});
-    const bool isAtWindow = platform::WriteWindowProfile(output, {});
-    return isForgotten && isAtOutput && isAtWindow;
+Assignment Unassign(const ServerOutput& output) {
+    platform::ColourManager manager;
+    const Earlier earlier(output, &manager);
+    if (!RememberFile(output, "")) return Assignment::kNotRemembered;
+    const auto removal = manager.RemoveDefault(output);
+    if (removal != platform::ColourManager::Removal::kDone) {
+        earlier.BringBackMemory();
+        return removal == platform::ColourManager::Removal::kSilent ? Assignment::kManagerSilent : Assignment::kManagerRefused;
+    }
+    if (platform::WriteOutputProfile(output, {}) && platform::WriteWindowProfile(output, {})) return Assignment::kDone;
+    earlier.BringBack();
+    return Assignment::kServerRefused;
 }
 
 }  // namespace
@@ -122,7 +146,7 @@ Installed InstallDisplayProfile(CGDirectDisplayID display) {
             return ProfileOf(*output, &manager);
         }();
         if (profile.source == ProfileSource::kRemembered) {
-            installed = Assign(*output, RememberedFile(*output)) ? Installed::kNow : Installed::kFailed;
+            installed = Assign(*output, RememberedFile(*output)) == Assignment::kDone ? Installed::kNow : Installed::kFailed;
         } else if (profile.bytes.empty() ? !HasStrayWindowProfile(*output) : ReadWindowProfile(*output) == profile.bytes) {
             installed = Installed::kAlready;
         } else if (WriteWindowProfile(*output, profile.bytes)) {
@@ -133,12 +157,37 @@ Installed InstallDisplayProfile(CGDirectDisplayID display) {
     return installed;
 }
 
+Assignment AssignDisplayProfile(CGDirectDisplayID display, CFURLRef profile) {
+    Assignment made = Assignment::kServerRefused;
+    NullIfRaised([&] {
+        UInt8 path[4096] = "";
+        if (profile && !CFURLGetFileSystemRepresentation(profile, true, path, sizeof path)) {
+            made = Assignment::kNoProfile;
+            return false;
+        }
+        const auto output = FindOutput(display);
+        if (output) made = profile ? Assign(*output, reinterpret_cast<const char*>(path)) : Unassign(*output);
+        return true;
+    });
+    return made;
+}
+
+CFURLRef CopyMissingProfile(CGDirectDisplayID display) {
+    return NullIfRaised([&]() -> CFURLRef {
+        const auto output = FindOutput(display);
+        const std::string file = output ? RememberedFile(*output) : "";
+        if (file.empty() || !ProfileBytes(file).empty()) return nullptr;
+        return CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(file.data()),
+                                                       static_cast<CFIndex>(file.size()), false);
+    });
+}
+
 }  // namespace platform
 
 CFUUIDRef CGDisplayCreateUUIDFromDisplayID(CGDirectDisplayID display) {
     return platform::NullIfRaised([&]() -> CFUUIDRef {
         const auto output = platform::FindOutput(display);
-        return output ? UUIDOf(*output).Detach() : nullptr;
+        return output ? platform::CreateUUID(output->identifier) : nullptr;
     });
 }
 
@@ -151,9 +200,9 @@ bool ColorSyncDeviceSetCustomProfiles(CFStringRef deviceClass, CFUUIDRef device,
             if (!url || CFGetTypeID(url) != CFURLGetTypeID() || !CFURLGetFileSystemRepresentation(url, true, path, sizeof path)) return false;
         }
         for (const ServerOutput& output : platform::ActiveOutputs()) {
-            const Owned<CFUUIDRef> uuid = UUIDOf(output);
+            const Owned<CFUUIDRef> uuid(platform::CreateUUID(output.identifier));
             if (!uuid || !CFEqual(uuid.Get(), device)) continue;
-            return profiles ? Assign(output, reinterpret_cast<const char*>(path)) : Unassign(output);
+            return (profiles ? Assign(output, reinterpret_cast<const char*>(path)) : Unassign(output)) == Assignment::kDone;
         }
         return false;
     });

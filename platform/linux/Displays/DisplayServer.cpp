@@ -10,10 +10,12 @@
 #include <chrono>
 #include <ctime>
 #include <future>
+#include <map>
 #include <memory>
 #include <thread>
 #include <utility>
 
+#include "platform/linux/Displays/DisplayMemory.h"
 #include "platform/linux/Posix/Descriptor.h"
 
 namespace platform {
@@ -98,6 +100,7 @@ struct Server {
     pid_t process = 0;  // whose connection it is
     const xcb_screen_t* screen = nullptr;
     std::string name;
+    std::string silent;  // the name of one that has been waited for already
     std::shared_ptr<Opening> opening;
     unsigned number = 0;  // of connections so far
     bool isFollowed = false;
@@ -116,11 +119,17 @@ Server sServer;
 
 void SelectEvents();
 
+/// Whether the connection of that number is still the one that stands: what belonged to another is freed.
+bool IsSameConnection(unsigned number) {
+    return sServer.connection && sServer.number == number;
+}
+
 void Join(const std::string& name) {
     // One that said nothing so far is not waited for again; it is taken up when it has answered.
     const bool isNew = !sServer.opening || !sServer.opening->IsTo(name);
     if (isNew) sServer.opening = Opening::Begin(name);
-    if (!sServer.opening->HasEndedWithin(isNew ? kOpeningPatience : std::chrono::seconds(0))) return;
+    if (!sServer.opening->HasEndedWithin(isNew && sServer.silent != name ? kOpeningPatience : std::chrono::seconds(0))) return;
+    sServer.silent.clear();
     int number = 0;
     sServer.connection = std::exchange(sServer.opening, nullptr)->Take(&number);
     if (!sServer.connection) return;
@@ -149,6 +158,7 @@ void ReadFromServer(xcb_connection_t* connection) {
     }
 }
 
+/// The connection stands where there is one: of a server that has ended since, it only answers nothing.
 xcb_atom_t Atom(const std::string& name) {
     xcb_connection_t* const connection = DisplayConnection();
     if (!connection) return XCB_ATOM_NONE;
@@ -178,10 +188,11 @@ void SelectEvents() {
     xcb_change_window_attributes(connection, root, XCB_CW_EVENT_MASK, &events);
     sServer.profileAtoms.clear();
     constexpr unsigned kMostScreens = 32;
-    for (unsigned screen = 0; isWanted && screen < kMostScreens && sServer.connection; ++screen) {
+    const unsigned number = sServer.number;
+    for (unsigned screen = 0; isWanted && screen < kMostScreens && IsSameConnection(number); ++screen) {
         sServer.profileAtoms.push_back(Atom(WindowPropertyName(screen)));
     }
-    xcb_flush(connection);
+    if (IsSameConnection(number)) xcb_flush(connection);
 }
 
 /// The request itself takes a few words of the largest one that the server reads.
@@ -193,9 +204,8 @@ Bytes ReadOutputProperty(xcb_randr_output_t output, const char* name) {
     const QuietPipe quiet;
     const xcb_atom_t atom = Atom(name);
     if (atom == XCB_ATOM_NONE) return {};
-    xcb_connection_t* const connection = DisplayConnection();
-    const auto property =
-        Answer<xcb_randr_get_output_property_reply_t>(xcb_randr_get_output_property(connection, output, atom, XCB_ATOM_ANY, 0, kMostWords, 0, 0));
+    const auto property = Answer<xcb_randr_get_output_property_reply_t>(
+        xcb_randr_get_output_property(sServer.connection, output, atom, XCB_ATOM_ANY, 0, kMostWords, 0, 0));
     if (!property || property->format != 8) return {};
     const uint8_t* const bytes = xcb_randr_get_output_property_data(property.get());
     return Bytes(bytes, bytes + property->num_items);
@@ -205,8 +215,8 @@ Bytes ReadRootProperty(const std::string& name) {
     const QuietPipe quiet;
     const xcb_atom_t atom = Atom(name);
     if (atom == XCB_ATOM_NONE) return {};
-    xcb_connection_t* const connection = DisplayConnection();
-    const auto property = Answer<xcb_get_property_reply_t>(xcb_get_property(connection, 0, sServer.screen->root, atom, XCB_ATOM_ANY, 0, kMostWords));
+    const auto property =
+        Answer<xcb_get_property_reply_t>(xcb_get_property(sServer.connection, 0, sServer.screen->root, atom, XCB_ATOM_ANY, 0, kMostWords));
     if (!property || property->format != 8) return {};
     const auto* const bytes = static_cast<const uint8_t*>(xcb_get_property_value(property.get()));
     return Bytes(bytes, bytes + xcb_get_property_value_length(property.get()));
@@ -216,19 +226,86 @@ bool WriteRootProperty(const std::string& name, const Bytes& value) {
     const QuietPipe quiet;
     const xcb_atom_t atom = Atom(name);
     if (atom == XCB_ATOM_NONE) return false;
-    xcb_connection_t* const connection = DisplayConnection();
+    xcb_connection_t* const connection = sServer.connection;
     if (value.empty()) return IsDone(xcb_delete_property_checked(connection, sServer.screen->root, atom));
     return FitsRequest(connection, value) &&
            IsDone(xcb_change_property_checked(connection, XCB_PROP_MODE_REPLACE, sServer.screen->root, atom, XCB_ATOM_CARDINAL, 8,
                                               static_cast<uint32_t>(value.size()), value.data()));
 }
 
+/// At the root window, what outputs are identified by whose data have a serial number, so that a twin that is plugged in takes nobody's identifier:
+/// for each 16 bytes of it, the length of the output's name, and the name.
+constexpr const char* kDisplaysProperty = "_ORLO_DISPLAYS";
+using Identified = std::map<std::string, Identifier>;
+
+Identified ReadIdentified() {
+    Identified identified;
+    const Bytes bytes = ReadRootProperty(kDisplaysProperty);
+    constexpr std::size_t kHead = sizeof(Identifier) + 1;
+    for (std::size_t at = 0; bytes.size() - at > kHead && bytes.size() - at >= kHead + bytes[at + kHead - 1];) {
+        const auto entry = bytes.begin() + static_cast<std::ptrdiff_t>(at);
+        const std::size_t length = entry[kHead - 1];
+        const auto name = entry + static_cast<std::ptrdiff_t>(kHead);
+        std::copy_n(entry, sizeof(Identifier), identified[std::string(name, name + static_cast<std::ptrdiff_t>(length))].begin());
+        at += kHead + length;
+    }
+    return identified;
+}
+
+void WriteIdentified(const Identified& identified) {
+    Bytes bytes;
+    for (const auto& [name, identifier] : identified) {
+        if (name.size() > 255) continue;
+        bytes.insert(bytes.end(), identifier.begin(), identifier.end());
+        bytes.push_back(static_cast<uint8_t>(name.size()));
+        bytes.insert(bytes.end(), name.begin(), name.end());
+    }
+    WriteRootProperty(kDisplaysProperty, bytes);
+}
+
+/// An output that shows nothing at the moment keeps its entry until another has the identifier, as when a dock is left and come back to.
+void Update(Identified* identified, const std::string& name, const Identifier& identifier) {
+    std::erase_if(*identified, [&](const auto& entry) { return entry.second == identifier; });
+    (*identified)[name] = identifier;
+}
+
+/// Whether another one gives the same data.
+bool HasTwin(const std::vector<IdentifiedOutput>& outputs, const IdentifiedOutput& output) {
+    return std::count_if(outputs.begin(), outputs.end(), [&](const IdentifiedOutput& other) { return other.data == output.data; }) > 1;
+}
+
+/// Those of the outputs, which stay as they were when somebody last looked, on this server or with twins in an earlier session.
+std::vector<Identifier> IdentifiersNow(const std::vector<IdentifiedOutput>& outputs) {
+    const auto hasSerial = [](const IdentifiedOutput& output) { return !ReadIdentification(output.data).serial.empty(); };
+    if (std::none_of(outputs.begin(), outputs.end(), hasSerial)) return IdentifiersOf(outputs);
+    const Identified before = ReadIdentified();
+    Identified known = before;
+    for (const IdentifiedOutput& output : outputs) {
+        if (known.contains(output.name) || !hasSerial(output) || !HasTwin(outputs, output)) continue;
+        const Identifier ofData = IdentifierOfData(output.data);
+        if (Recall(ofData, Memory::kOutput) == output.name) known[output.name] = ofData;
+    }
+    std::vector<Identifier> identifiers = IdentifiersOf(outputs, known);
+    Identified now = before;
+    for (std::size_t i = 0; i < outputs.size(); ++i) {
+        if (hasSerial(outputs[i])) Update(&now, outputs[i].name, identifiers[i]);
+    }
+    if (now == before) return identifiers;
+    WriteIdentified(now);
+    for (std::size_t i = 0; i < outputs.size(); ++i) {
+        if (!hasSerial(outputs[i]) || !HasTwin(outputs, outputs[i]) || identifiers[i] != IdentifierOfData(outputs[i].data)) continue;
+        if (Recall(identifiers[i], Memory::kOutput) != outputs[i].name) Remember(identifiers[i], Memory::kOutput, outputs[i].name);
+    }
+    return identifiers;
+}
+
 void Identify(std::vector<ServerOutput>* outputs) {
     std::vector<IdentifiedOutput> named;
     for (const ServerOutput& output : *outputs) named.push_back({output.name, output.identification});
-    const std::vector<Identifier> identifiers = IdentifiersOf(named);
+    const std::vector<Identifier> identifiers = IdentifiersNow(named);
     for (size_t i = 0; i < outputs->size(); ++i) {
         (*outputs)[i].identifier = identifiers[i];
+        (*outputs)[i].earlier = EarlierIdentifier(named[i], identifiers[i]);
         (*outputs)[i].display = DisplayOfIdentifier(identifiers[i]);
     }
 }
@@ -282,6 +359,7 @@ void* AnswerTo(unsigned request) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
         pollfd server = {xcb_get_file_descriptor(connection), POLLIN, 0};
         if (left.count() <= 0 || (poll(&server, 1, static_cast<int>(left.count())) < 0 && errno != EINTR)) {
+            sServer.silent = sServer.name;
             sServer.Leave();
             return nullptr;
         }
@@ -319,15 +397,21 @@ DisplayLine CurrentDisplayLine() {
 }
 
 const xcb_screen_t* DisplayScreen() {
-    return DisplayConnection() ? sServer.screen : nullptr;
+    return sServer.screen;
+}
+
+bool IsDisplayServerSilent() {
+    const char* const name = std::getenv("DISPLAY");
+    return !sServer.connection && name && sServer.opening && sServer.opening->IsTo(name) && !sServer.opening->HasEndedWithin(std::chrono::seconds(0));
 }
 
 std::vector<ServerOutput> ActiveOutputs() {
     const QuietPipe quiet;
     std::vector<ServerOutput> found;
-    const xcb_screen_t* const screen = DisplayScreen();
-    if (!screen) return found;
     xcb_connection_t* const connection = DisplayConnection();
+    if (!connection) return found;
+    const xcb_screen_t* const screen = DisplayScreen();
+    const unsigned number = sServer.number;
     const auto currentRequest = xcb_randr_get_screen_resources_current(connection, screen->root);
     const auto primaryRequest = xcb_randr_get_output_primary(connection, screen->root);
     const auto current = Answer<xcb_randr_get_screen_resources_current_reply_t>(currentRequest);
@@ -336,15 +420,17 @@ std::vector<ServerOutput> ActiveOutputs() {
     const xcb_randr_output_t* const outputs = xcb_randr_get_screen_resources_current_outputs(current.get());
     const int count = xcb_randr_get_screen_resources_current_outputs_length(current.get());
     for (int i = 0; i < count; ++i) {
-        if (!sServer.connection) return {};
+        if (!IsSameConnection(number)) return {};
         const auto output = Answer<xcb_randr_get_output_info_reply_t>(xcb_randr_get_output_info(connection, outputs[i], current->config_timestamp));
         if (!output || output->crtc == XCB_NONE) continue;
         const auto crtc = Answer<xcb_randr_get_crtc_info_reply_t>(xcb_randr_get_crtc_info(connection, output->crtc, current->config_timestamp));
         if (!crtc || crtc->mode == XCB_NONE) continue;
         const std::string name(reinterpret_cast<const char*>(xcb_randr_get_output_info_name(output.get())), output->name_len);
         found.push_back(
-            {outputs[i], output->crtc, name, crtc->x, crtc->y, crtc->width, crtc->height, ReadOutputProperty(outputs[i], "EDID"), {}, 0, 0});
+            {outputs[i], output->crtc, name, crtc->x, crtc->y, crtc->width, crtc->height, ReadOutputProperty(outputs[i], "EDID"), {}, {}, 0, 0});
     }
+    // What was not answered any more would pass for what is not there.
+    if (!IsSameConnection(number)) return {};
     unsigned screens = 0;
     for (auto output = found.begin(); output != found.end(); ++output) {
         const auto first = std::find_if(found.begin(), output, [&](const ServerOutput& o) { return o.controller == output->controller; });
@@ -357,6 +443,7 @@ std::vector<ServerOutput> ActiveOutputs() {
         if (!mirrored) alone.push_back(output);
     }
     Identify(&alone);
+    if (!IsSameConnection(number)) return {};
     return alone;
 }
 
@@ -369,14 +456,20 @@ std::optional<ServerOutput> FindOutput(uint32_t display) {
 
 bool HasOutput(xcb_randr_output_t id) {
     const QuietPipe quiet;
-    const xcb_screen_t* const screen = DisplayScreen();
-    if (!screen) return false;
-    const auto request = xcb_randr_get_screen_resources_current(DisplayConnection(), screen->root);
+    xcb_connection_t* const connection = DisplayConnection();
+    if (!connection) return false;
+    const auto request = xcb_randr_get_screen_resources_current(connection, DisplayScreen()->root);
     const auto current = Answer<xcb_randr_get_screen_resources_current_reply_t>(request);
     if (!current) return false;
     const xcb_randr_output_t* const outputs = xcb_randr_get_screen_resources_current_outputs(current.get());
     const xcb_randr_output_t* const end = outputs + xcb_randr_get_screen_resources_current_outputs_length(current.get());
     return std::find(outputs, end, id) != end;
+}
+
+bool FitsDisplayServer(const Bytes& profile) {
+    const QuietPipe quiet;
+    xcb_connection_t* const connection = DisplayConnection();
+    return connection && FitsRequest(connection, profile);
 }
 
 Bytes ReadOutputProfile(const ServerOutput& output) {
@@ -387,13 +480,13 @@ bool WriteOutputProfile(const ServerOutput& output, const Bytes& profile) {
     const QuietPipe quiet;
     const xcb_atom_t atom = Atom(kProfileProperty);
     if (atom == XCB_ATOM_NONE) return false;
-    xcb_connection_t* const connection = DisplayConnection();
     // The server refuses to remove what is not there.
     if (profile.empty()) {
-        return ReadOutputProfile(output).empty() || IsDone(xcb_randr_delete_output_property_checked(connection, output.id, atom));
+        if (ReadOutputProfile(output).empty()) return sServer.connection != nullptr;
+        return IsDone(xcb_randr_delete_output_property_checked(sServer.connection, output.id, atom));
     }
-    return FitsRequest(connection, profile) &&
-           IsDone(xcb_randr_change_output_property_checked(connection, output.id, atom, XCB_ATOM_CARDINAL, 8, XCB_PROP_MODE_REPLACE,
+    return FitsRequest(sServer.connection, profile) &&
+           IsDone(xcb_randr_change_output_property_checked(sServer.connection, output.id, atom, XCB_ATOM_CARDINAL, 8, XCB_PROP_MODE_REPLACE,
                                                            static_cast<uint32_t>(profile.size()), profile.data()));
 }
 
@@ -402,7 +495,8 @@ Bytes ReadWindowProfile(const ServerOutput& output) {
     const Bytes profile = ReadRootProperty(name);
     const Bytes mark = profile.empty() ? Bytes() : ReadRootProperty(kMarkPrefix + name);
     const bool isMarked = mark.size() == 2 * sizeof(Identifier) && std::equal(mark.begin() + sizeof(Identifier), mark.end(), Digest(profile).begin());
-    return isMarked && !std::equal(output.identifier.begin(), output.identifier.end(), mark.begin()) ? Bytes() : profile;
+    const auto isOf = [&](const Identifier& identifier) { return std::equal(identifier.begin(), identifier.end(), mark.begin()); };
+    return isMarked && !isOf(output.identifier) && !isOf(output.earlier) ? Bytes() : profile;
 }
 
 bool HasStrayWindowProfile(const ServerOutput& output) {

@@ -37,6 +37,7 @@ struct ServerOutput {
     uint16_t width, height;
     Bytes identification;   // the display's own data; empty where it gives none
     Identifier identifier;  // the same wherever and whenever this display is found
+    Identifier earlier;     // by which older documents and memories know it
     uint32_t display;       // the number that callers know it by, from the identifier
     unsigned screen;        // its place among the outputs that show a picture, in the server's order, which no choice of a primary one changes
 };
@@ -52,7 +53,8 @@ template <typename T>
 using Reply = std::unique_ptr<T, FreeReply>;
 
 void* AnswerTo(unsigned request);
-/// The answer to a request on the connection above; null when the server refuses it, or gives none in five seconds: then the connection is gone.
+/// The answer to a request on the connection above; null when the server refuses it, or gives none in five seconds: then the connection is gone, and
+/// a new one is not waited for.
 template <typename T, typename Cookie>
 Reply<T> Answer(Cookie request) {
     return Reply<T>(static_cast<T*>(AnswerTo(request.sequence)));
@@ -60,7 +62,10 @@ Reply<T> Answer(Cookie request) {
 /// Whether a checked request was carried out, within the same time.
 bool IsDone(xcb_void_cookie_t request);
 
+/// Of the connection above, as DisplayConnection last answered it; null without one.
 const xcb_screen_t* DisplayScreen();
+/// After DisplayConnection answered null: somebody took the call and says nothing.
+bool IsDisplayServerSilent();
 
 /// Whether the server is to say when displays, their modes or their profiles change, on this connection and on later ones.
 void FollowDisplayChanges(bool isWanted);
@@ -82,6 +87,8 @@ bool HasOutput(xcb_randr_output_t id);
 // Where other applications look for a display's profile: a property of its output, and one of the root window that has the screen's number. Writing
 // no bytes removes the property. One of the root window that was written here for another display, before the numbers changed, is not read.
 
+/// Whether the server takes a property of that size.
+bool FitsDisplayServer(const Bytes& profile);
 Bytes ReadOutputProfile(const ServerOutput& output);
 bool WriteOutputProfile(const ServerOutput& output, const Bytes& profile);
 Bytes ReadWindowProfile(const ServerOutput& output);

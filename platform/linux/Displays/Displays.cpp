@@ -100,7 +100,7 @@ CGError CGGetActiveDisplayList(uint32_t capacity, CGDirectDisplayID* displays, u
     return platform::NullIfRaised([&]() -> CGError {
         const std::vector<platform::ServerOutput> outputs = platform::ActiveOutputs();
         *count = static_cast<uint32_t>(outputs.size());
-        if (outputs.empty() && !platform::DisplayConnection()) return kCGErrorFailure;
+        if (outputs.empty() && !platform::DisplayConnection()) return platform::IsDisplayServerSilent() ? kCGErrorCannotComplete : kCGErrorFailure;
         if (!displays) return kCGErrorSuccess;
         *count = std::min(*count, capacity);
         for (uint32_t i = 0; i < *count; ++i) displays[i] = outputs[i].display;
@@ -111,8 +111,8 @@ CGError CGGetActiveDisplayList(uint32_t capacity, CGDirectDisplayID* displays, u
 CGDisplayModeRef CGDisplayCopyDisplayMode(CGDirectDisplayID display) {
     return platform::NullIfRaised([&]() -> CGDisplayModeRef {
         if (!platform::FindOutput(display)) return nullptr;
-        const xcb_screen_t* const screen = platform::DisplayScreen();
-        return screen ? new CGDisplayMode{EncodingOf(screen, xcb_get_setup(platform::DisplayConnection()))} : nullptr;
+        xcb_connection_t* const connection = platform::DisplayConnection();
+        return connection ? new CGDisplayMode{EncodingOf(platform::DisplayScreen(), xcb_get_setup(connection))} : nullptr;
     });
 }
 
@@ -214,13 +214,15 @@ DisplayFacts FactsOfDisplay(CGDirectDisplayID display) {
 }
 
 CGDirectDisplayID DisplayOfStoredNumber(uint32_t number, CGDirectDisplayID atPosition) {
-    if (IsDerived(number)) return number;
     CGDirectDisplayID display = number;
     NullIfRaised([&] {
-        for (const ServerOutput& output : ActiveOutputs()) {
-            if (output.id == number) display = output.display;
+        const std::vector<ServerOutput> outputs = ActiveOutputs();
+        const auto isKnown = [&](const ServerOutput& output) { return output.display == number; };
+        if (std::any_of(outputs.begin(), outputs.end(), isKnown)) return true;
+        for (const ServerOutput& output : outputs) {
+            if (output.id == number || DisplayOfIdentifier(output.earlier) == number) display = output.display;
         }
-        if (display == number && DisplayConnection() && !HasOutput(number)) display = atPosition;
+        if (display == number && !IsDerived(number) && DisplayConnection() && !HasOutput(number)) display = atPosition;
         return true;
     });
     return display;

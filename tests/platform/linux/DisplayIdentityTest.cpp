@@ -1,10 +1,14 @@
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <set>
 
 #include "platform/linux/Displays/DisplayIdentity.h"
+#include "tests/fixtures/ChildProcess.h"
 
 namespace {
 
@@ -82,6 +86,51 @@ TEST(DisplayIdentity, OfEqualSerialsTheFirstByNameStaysAsItWas) {
         EXPECT_NE(found[1], alone);
         EXPECT_EQ(found[2], other) << "of another display";
     }
+}
+
+TEST(DisplayIdentity, OfEqualSerialsKeepWhatTheyHadWhereverATwinComes) {
+    const platform::IdentifiedOutput first = {"DP-1", Data(7)}, second = {"DP-2", Data(7)}, third = {"DP-3", Data(7)};
+    const Identifier alone = IdentifiersOf({second})[0];
+    // The twin comes by a name that sorts before.
+    std::map<std::string, Identifier> before = {{"DP-2", alone}};
+    const auto both = IdentifiersOf({first, second}, before);
+    EXPECT_EQ(both[1], alone);
+    EXPECT_NE(both[0], alone);
+    // And stays what it is when the other goes, comes back, or comes elsewhere.
+    before = {{"DP-1", both[0]}, {"DP-2", alone}};
+    EXPECT_EQ(IdentifiersOf({first}, before)[0], both[0]);
+    EXPECT_EQ(IdentifiersOf({first, second}, before), both);
+    EXPECT_EQ(IdentifiersOf({first, third}, before), (std::vector<Identifier>{both[0], alone}));
+    // What was known of another display at that output does not count, nor does the same identifier twice.
+    EXPECT_EQ(IdentifiersOf({first}, {{"DP-1", IdentifiersOf({{"DP-1", Data(8)}})[0]}})[0], alone);
+    EXPECT_EQ(IdentifiersOf({first, second}, {{"DP-1", alone}, {"DP-2", alone}})[0], alone);
+    EXPECT_NE(IdentifiersOf({first, second}, {{"DP-1", alone}, {"DP-2", alone}})[1], alone);
+}
+
+std::string Digits(const Identifier& identifier) {
+    std::string digits;
+    for (const std::uint8_t byte : identifier) {
+        char text[3];
+        std::snprintf(text, sizeof text, "%02x", byte);
+        digits += text;
+    }
+    return digits;
+}
+
+TEST(DisplayIdentity, IsNotOfTheComputersName) {
+    const auto find = [] { return Digits(IdentifiersOf({{"DP-1", Data(0)}})[0]); };
+    const auto findEarlier = [] { return Digits(platform::EarlierIdentifier({"DP-1", Data(0)}, {})); };
+    const auto renamed = [](const auto& work) {
+        return InAChild([&]() -> std::string {
+            const bool isRenamed = unshare(CLONE_NEWUTS) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWUTS) == 0;
+            if (!isRenamed || sethostname("renamed", 7) != 0) return "";
+            return work();
+        });
+    };
+    const std::string there = renamed(find), earlierThere = renamed(findEarlier);
+    if (there.empty()) GTEST_SKIP() << "no computer can be renamed here";
+    EXPECT_EQ(there, find());
+    EXPECT_NE(earlierThere, findEarlier()) << "by which older documents know it";
 }
 
 TEST(DisplayIdentity, NumbersOfDisplaysAreNoneOfAServer) {

@@ -117,6 +117,16 @@ TEST_F(DisplayServer, ThatNeverAnswersIsAsGoodAsNone) {
     // Nor is it asked, or waited for, again.
     for (int i = 0; i < 100; ++i) EXPECT_EQ(Displays(), 0u);
     EXPECT_EQ(server.Accepted(), 1);
+    EXPECT_TRUE(platform::IsDisplayServerSilent());
+}
+
+TEST_F(DisplayServer, ThatIsGoneIsNotSilent) {
+    setenv("DISPLAY", ":987", 1);
+    EXPECT_EQ(platform::DisplayConnection(), nullptr);
+    EXPECT_FALSE(platform::IsDisplayServerSilent());
+    unsetenv("DISPLAY");
+    EXPECT_EQ(platform::DisplayConnection(), nullptr);
+    EXPECT_FALSE(platform::IsDisplayServerSilent());
 }
 
 TEST_F(DisplayServer, ThatAnswersLateIsTakenUpThen) {
@@ -141,9 +151,11 @@ TEST_F(DisplayServer, ThatFallsSilentIsLeftAndAskedAnew) {
     server.Become(Relay::kSilent);
     EXPECT_FALSE(platform::WriteWindowProfile(output, {4}));
     EXPECT_EQ(Displays(), 0u);
+    EXPECT_TRUE(platform::IsDisplayServerSilent());
     server.Become(Relay::kPassing);
     while (Displays() == 0) usleep(10000);
     EXPECT_EQ(server.Accepted(), 2);
+    EXPECT_FALSE(platform::IsDisplayServerSilent());
 }
 
 TEST_F(DisplayServer, KeepsItsConnectionWhenAChildEnds) {
