@@ -63,12 +63,18 @@ typedef int Ints __attribute__((vector_size(4 * CM_LANES), may_alias));
 typedef unsigned Words __attribute__((vector_size(4 * CM_LANES), may_alias));
 typedef short Shorts __attribute__((vector_size(4 * CM_LANES), may_alias));
 typedef unsigned long long Longs __attribute__((vector_size(4 * CM_LANES), may_alias));
+// Half of the lanes of a vector of floats, and those in double precision.
+typedef float HalfFloats __attribute__((vector_size(2 * CM_LANES), may_alias));
+typedef double Doubles __attribute__((vector_size(4 * CM_LANES), may_alias));
 #if CM_LANES == 16
 typedef __m512i Register;
+typedef __m512 FloatRegister;
 #elif CM_LANES == 8
 typedef __m256i Register;
+typedef __m256 FloatRegister;
 #elif defined(__SSE2__)
 typedef __m128i Register;
+typedef __m128 FloatRegister;
 #endif
 
 /// The same bits as another type of vector.
@@ -94,12 +100,38 @@ CM_INLINE Ints Larger(Ints a, Ints b) {
 CM_INLINE Ints Smaller(Ints a, Ints b) {
     return a < b ? a : b;
 }
-// What is no number becomes b.
+// What is no number becomes b. Compilers do not find the instruction; that of AVX-512 without a mask has a result that g++ warns of.
+#if defined(__SSE2__)
+#if CM_LANES == 16
+#define CM_X86_FLOATS(operation, a, b) As<Floats>(_mm512_maskz_##operation##_ps(0xFFFF, As<FloatRegister>(a), As<FloatRegister>(b)))
+#else
+#define CM_X86_FLOATS(operation, a, b) As<Floats>(CM_X86(operation##_ps)(As<FloatRegister>(a), As<FloatRegister>(b)))
+#endif
+CM_INLINE Floats Larger(Floats a, Floats b) {
+    return CM_X86_FLOATS(max, a, b);
+}
+CM_INLINE Floats Smaller(Floats a, Floats b) {
+    return CM_X86_FLOATS(min, a, b);
+}
+#else
 CM_INLINE Floats Larger(Floats a, Floats b) {
     return a > b ? a : b;
 }
 CM_INLINE Floats Smaller(Floats a, Floats b) {
     return a < b ? a : b;
+}
+#endif
+/// In double precision. From memory, as not every set has registers for half a vector.
+CM_INLINE Doubles Wide(const float* half) {
+#if CM_LANES == 16
+    return As<Doubles>(_mm512_maskz_cvtps_pd(0xFF, _mm256_loadu_ps(half)));
+#elif CM_LANES == 8
+    return As<Doubles>(_mm256_cvtps_pd(_mm_loadu_ps(half)));
+#elif defined(__SSE2__)
+    return As<Doubles>(_mm_cvtps_pd(_mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(half)))));
+#else
+    return __builtin_convertvector(*reinterpret_cast<const HalfFloats*>(half), Doubles);
+#endif
 }
 // For lanes of 0 to 2^16 - 1.
 CM_INLINE Ints DifferenceOrZero(Ints a, Ints b) {

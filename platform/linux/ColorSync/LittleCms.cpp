@@ -62,17 +62,13 @@ void Unlock(cmsContext, void*) {}
 
 /// Asked by the library, for transforms that it may optimise, whether there is a better way than the pipeline.
 struct LcmsTransformFactory {
-    /// Transforms made to be caught convert nothing; saying that they are served spares the work of optimising them.
-    static cmsBool Answer(_cmsTransform2Fn* worker, void**, _cmsFreeUserDataFn*, cmsPipeline** pipeline, cmsUInt32Number*, cmsUInt32Number*,
-                          cmsUInt32Number*) {
-        if (!LcmsContext::OfferPipeline(*pipeline)) return FALSE;
-        *worker = [](_cmstransform_struct*, const void*, void*, cmsUInt32Number, cmsUInt32Number, const cmsStride*) {};
-        return TRUE;
+    /// By then it has taken out or merged the stages that it does not even keep where it may not optimise. Saying yes spares the rest.
+    static cmsBool Answer(cmsPipeline** pipeline, cmsUInt32Number, cmsUInt32Number*, cmsUInt32Number*, cmsUInt32Number*) {
+        return LcmsContext::OfferPipeline(*pipeline);
     }
 
     static cmsContext NewContext(LcmsContext* owner) {
-        cmsPluginTransform plugin = {{cmsPluginMagicNumber, 2120, cmsPluginTransformSig, nullptr}, {}};
-        plugin.factories.xform = Answer;
+        cmsPluginOptimization plugin = {{cmsPluginMagicNumber, 2120, cmsPluginOptimizationSig, nullptr}, Answer};
         cmsPluginMutex locks = {{cmsPluginMagicNumber, 2120, cmsPluginMutexSig, &plugin.base}, MakeLock, EndLock, Lock, Unlock};
         std::array<cmsPluginRenderingIntent, 4> intents = {};
         cmsPluginBase* next = &locks.base;

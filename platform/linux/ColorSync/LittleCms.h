@@ -34,8 +34,8 @@ public:
     /// The text of the latest error; empty when there was none.
     const std::string& LastError() const { return lastError_; }
 
-    /// While one lives, each transform that is made in the context leaves a copy of its pipeline, as linked and before any optimisation, and is
-    /// itself of no use. Only for transforms that may be optimised.
+    /// While one lives, each transform that is made in the context leaves a copy of its pipeline, stage by stage as it is evaluated where it is not
+    /// to be optimised. Only for transforms that may be.
     class Catch {
     public:
         explicit Catch(const LcmsContext& context) : context_(context) { context.catch_ = this; }

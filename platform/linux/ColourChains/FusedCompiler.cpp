@@ -3,8 +3,11 @@
 #include <lcms2_plugin.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
+#include <limits>
+#include <optional>
 
 #include "platform/FullScale.h"
 
@@ -13,9 +16,6 @@ namespace platform {
 namespace {
 
 constexpr double kFull = kFull65535;
-constexpr double kLargestXYZ = 1.0 + 32767.0 / 32768.0;  // what full scale stands for
-constexpr double kD50[3] = {0.9642, 1.0, 0.8249};
-
 float ValueAt(const cmsToneCurve* curve, double place) {
     return cmsEvalToneCurveFloat(curve, static_cast<float>(place));
 }
@@ -75,74 +75,116 @@ bool AreIdentityTables(const std::vector<const cmsToneCurve*>& curves) {
     return true;
 }
 
-/// The place of a function table's entry, or of a place between two, on the scale where 1 is full.
-double FunctionPlace(double entry) {
-    const double octave = std::floor(entry / kFunctionSteps);
-    return std::ldexp(1.0 + (entry - octave * kFunctionSteps) / kFunctionSteps, static_cast<int>(octave) + kFunctionLowest) / kFull;
-}
+/// factor * pow(inFactor * x + inOffset, power) + offset from the limit up, a line below it.
+struct Formula {
+    double inFactor, inOffset, power, factor, offset, limit;
+    FusedStep::Line line;
 
-struct FunctionTable {
-    std::unique_ptr<float[]> values;
-    float zero = 0.0f, slope = 0.0f;
+    double Curved(double x) const { return factor * std::pow(std::max(inFactor * x + inOffset, 0.0), power) + offset; }
+    float operator()(double x) const { return static_cast<float>(x < limit ? (x * line.factor + line.offset) / line.divisor : Curved(x)); }
 };
 
-/// No values when the curve is not smooth enough for the table, or not straight below 0.
-FunctionTable TabulateFunction(const cmsToneCurve* curve) {
-    constexpr double kLargest = 1e8;    // beyond it a function has left what the scale can hold
-    constexpr double kTolerance = 0.5;  // of 65535; beyond full scale in proportion
-    FunctionTable table;
-    const double slope = (ValueAt(curve, -0.25) - ValueAt(curve, -0.5)) / 0.25;
-    const double zero = ValueAt(curve, -0.25) + 0.25 * slope;
-    for (const double place : {-4.0, -1.0, -0.75, -0.125, -0.01, -0.0001}) {
-        if (!(std::abs(ValueAt(curve, place) - (zero + slope * place)) < 1e-5)) return table;
-    }
-    auto values = std::make_unique<float[]>(kFunctionEntries);
-    for (int i = 0; i < kFunctionEntries; ++i) {
-        values[i] = static_cast<float>(kFull * ValueAt(curve, FunctionPlace(i)));
-        if (!(std::abs(values[i]) < kLargest)) return table;
-    }
-    for (int i = 20 * kFunctionSteps; i < (16 - kFunctionLowest) * kFunctionSteps; ++i) {
-        const double straight = (double{values[i]} + values[i + 1]) / 2.0;
-        const double allowed = kTolerance * std::max(1.0, std::abs(straight) / kFull);
-        if (!(std::abs(straight - kFull * ValueAt(curve, FunctionPlace(i + 0.5))) < allowed)) return table;
-    }
-    table.values = std::move(values);
-    table.zero = static_cast<float>(kFull * zero);
-    table.slope = static_cast<float>(slope);
-    return table;
-}
-
-/// `first` and then `second`.
-template <typename Matrix>
-Matrix Product(const Matrix& second, const Matrix& first) {
-    Matrix product = {};
-    for (std::size_t r = 0; r < 3; ++r) {
-        for (std::size_t c = 0; c < 4; ++c) {
-            for (std::size_t k = 0; k < 3; ++k) product[r][c] += second[r][k] * first[k][c];
-        }
-        product[r][3] += second[r][3];
-    }
-    return product;
-}
-
-bool RoundsItsInput(FusedStep::Kind kind) {
-    switch (kind) {
-        case FusedStep::kRound:
-        case FusedStep::kTables:
-        case FusedStep::kTrilinear:
-        case FusedStep::kTetrahedral:
-        case FusedStep::kTwoTetrahedral:
-            return true;
+/// The formulas of ICC profiles and their inverses; nothing for another one, and for parameters of which Little CMS makes something else.
+std::optional<Formula> FormulaOf(const cmsToneCurve* curve) {
+    const double* p = cmsGetToneCurveParams(curve);
+    if (!p) return std::nullopt;
+    Formula formula = {};
+    const double root = 1.0 / p[0];
+    switch (cmsGetToneCurveParametricType(curve)) {
+        case 1:
+            formula = {1.0, 0.0, p[0], 1.0, 0.0, 0.0, {p[0] == 1.0 ? 1.0 : 0.0, 0.0, 1.0}};
+            break;
+        case -1:
+            formula = {1.0, 0.0, root, 1.0, 0.0, 0.0, {p[0] == 1.0 ? 1.0 : 0.0, 0.0, 1.0}};
+            break;
+        case 2:
+            formula = {p[1], p[2], p[0], 1.0, 0.0, -p[2] / p[1], {0.0, 0.0, 1.0}};
+            break;
+        case -2:
+            formula = {1.0, 0.0, root, 1.0 / p[1], -p[2] / p[1], std::pow(std::max(p[2], 0.0), p[0]), {0.0, 0.0, 1.0}};
+            break;
+        case 3:
+            formula = {p[1], p[2], p[0], 1.0, p[3], std::max(-p[2] / p[1], 0.0), {0.0, p[3], 1.0}};
+            break;
+        case -3:
+            formula = {1.0, -p[3], root, 1.0 / p[1], -p[2] / p[1], p[3], {0.0, -p[2], p[1]}};
+            break;
+        case 4:
+            formula = {p[1], p[2], p[0], 1.0, 0.0, p[4], {p[3], 0.0, 1.0}};
+            break;
+        case -4:
+            formula = {1.0, 0.0, root, 1.0 / p[1], -p[2] / p[1], std::pow(std::max(p[1] * p[4] + p[2], 0.0), p[0]), {1.0, 0.0, p[3]}};
+            break;
+        case 5:
+            formula = {p[1], p[2], p[0], 1.0, p[5], p[4], {p[3], p[6], 1.0}};
+            break;
+        case -5:
+            formula = {1.0, -p[5], root, 1.0 / p[1], -p[2] / p[1], p[3] * p[4] + p[6], {1.0, -p[6], p[3]}};
+            break;
         default:
-            return false;
+            return std::nullopt;
     }
+    if (!(formula.limit >= 0.0)) return std::nullopt;
+    // Below the pieces there is nothing but the line.
+    if (formula.Curved(0.0) == formula.line.offset / formula.line.divisor) formula.limit = std::max(formula.limit, std::ldexp(1.0, kFunctionLowest));
+    for (int i = -1024; i <= 4096; ++i) {
+        const float place = static_cast<float>(std::copysign(std::pow(std::abs(i) / 1024.0, 2.0), i)) / 4.0f;
+        if (!(std::abs(formula(place) - ValueAt(curve, place)) <= 1e-7f * std::abs(formula(place)))) return std::nullopt;
+    }
+    return formula;
+}
+
+/// Null when the formula is not smooth enough for the pieces.
+std::unique_ptr<double[]> PiecesOf(const Formula& formula) {
+    constexpr double kLargest = 1e4;     // beyond it a function has left what the scale can hold
+    constexpr double kTolerance = 1e-9;  // less than a ten-thousandth of a unit of 65535; mostly it is a thousand times less
+    // Each passes through four places of its piece, those that keep the largest error smallest.
+    double places[4];
+    for (int k = 0; k < 4; ++k) places[k] = 0.5 - 0.5 * std::cos((2 * k + 1) * M_PI / 8.0);
+    auto pieces = std::make_unique<double[]>(std::size_t{4} * kFunctionPieces);
+    for (int i = 0; i < kFunctionPieces; ++i) {
+        const double length = std::ldexp(1.0, i / kFunctionSteps + kFunctionLowest) / kFunctionSteps;
+        const double start = length * (kFunctionSteps + i % kFunctionSteps);
+        if (start + length <= formula.limit) continue;
+        double d[4];  // divided differences
+        for (int k = 0; k < 4; ++k) {
+            d[k] = formula.Curved(start + places[k] * length);
+            if (!(std::abs(d[k]) < kLargest)) return nullptr;
+        }
+        for (int order = 1; order < 4; ++order) {
+            for (int k = 3; k >= order; --k) d[k] = (d[k] - d[k - 1]) / (places[k] - places[k - order]);
+        }
+        std::array<double, 4> c = {d[3], 0.0, 0.0, 0.0};
+        for (int k = 2; k >= 0; --k) {
+            for (int power = 3; power > 0; --power) c[power] = c[power - 1] - places[k] * c[power];
+            c[0] = d[k] - places[k] * c[0];
+        }
+        // Many results of a straight one lie half-way between two floats.
+        if (formula.power == 1.0) c = {formula.Curved(start), formula.factor * formula.inFactor * length, 0.0, 0.0};
+        std::copy(c.begin(), c.end(), &pieces[c.size() * i]);
+        for (const double place : {0.0, 0.5, 1.0}) {
+            const double exact = formula.Curved(start + place * length), near = ((c[3] * place + c[2]) * place + c[1]) * place + c[0];
+            if (start >= formula.limit && !(std::abs(near - exact) <= kTolerance * std::max(std::abs(exact), 1.0))) return nullptr;
+        }
+    }
+    return pieces;
+}
+
+/// Labs of versions 2 and 4 differ by a factor, and scales of XYZ by three.
+bool IsDiagonal(const _cmsStageMatrixData& data) {
+    for (std::size_t i = 0; i < 9; ++i) {
+        if (i % 4 != 0 && data.Double[i] != 0.0) return false;
+    }
+    return !data.Offset || std::all_of(data.Offset, data.Offset + 3, [](double offset) { return offset == 0.0; });
 }
 
 }  // namespace
 
 bool FusedCompiler::Append(const cmsPipeline* pipeline) {
     for (const cmsStage* stage = cmsPipelineGetPtrToFirstStage(pipeline); stage; stage = cmsStageNext(stage)) {
+        channels_ = cmsStageInputChannels(stage);
         if (!AppendStage(stage)) return false;
+        channels_ = cmsStageOutputChannels(stage);
     }
     return true;
 }
@@ -151,7 +193,7 @@ bool FusedCompiler::AppendStage(const cmsStage* stage) {
     const cmsUInt32Number in = cmsStageInputChannels(stage), out = cmsStageOutputChannels(stage);
     if (in < 3 || in > 4 || out < 3 || out > 4) return false;
     if (cmsStageType(stage) == kLcmsDeviceRangeStage) {
-        if (isPending_ || !isWhole_) Emit(FusedStep::kClamp, in);
+        if (!isWhole_) Emit(FusedStep::kClamp);
         return true;
     }
     switch (cmsStageType(stage)) {
@@ -163,105 +205,49 @@ bool FusedCompiler::AppendStage(const cmsStage* stage) {
             return AppendMatrix(stage);
         case cmsSigCLutElemType:
             return AppendGrid(stage);
-        case cmsSigXYZ2LabElemType: {
-            Matrix relative = {};
-            for (std::size_t i = 0; i < 3; ++i) relative[i][i] = kLargestXYZ / kFull / kD50[i];
-            Multiply(relative);
-            if (!ScaleRoot()) Emit(FusedStep::kCubeRoot, 3);
-            constexpr double kL = kFull / 100.0, kAB = kFull / 255.0;
-            Multiply(
-                {{{0.0, 116.0 * kL, 0.0, -16.0 * kL}, {500.0 * kAB, -500.0 * kAB, 0.0, 128.0 * kAB}, {0.0, 200.0 * kAB, -200.0 * kAB, 128.0 * kAB}}});
+        case cmsSigXYZ2LabElemType:
+            NeedUnits();
+            Emit(FusedStep::kLab);
             return true;
-        }
-        case cmsSigLab2XYZElemType: {
-            constexpr double kY = 100.0 / kFull / 116.0, kX = 255.0 / kFull / 500.0, kZ = 255.0 / kFull / 200.0;
-            Multiply({{{kY, kX, 0.0, 16.0 / 116.0 - 128.0 / 500.0}, {kY, 0.0, 0.0, 16.0 / 116.0}, {kY, 0.0, -kZ, 16.0 / 116.0 + 128.0 / 200.0}}});
-            Emit(FusedStep::kCube, 3);
-            Matrix absolute = {};
-            for (std::size_t i = 0; i < 3; ++i) absolute[i][i] = kD50[i] * kFull / kLargestXYZ;
-            Multiply(absolute);
+        case cmsSigLab2XYZElemType:
+            NeedUnits();
+            Emit(FusedStep::kXYZ);
             return true;
-        }
         default:
             return false;
     }
 }
 
-void FusedCompiler::Multiply(const Matrix& matrix) {
-    isPlain_ = false;
-    pending_ = isPending_ ? Product(matrix, pending_) : matrix;
-    isPending_ = true;
-}
-
-/// Emits the matrix that was gathered so far.
-void FusedCompiler::Flush(bool isRoundedNext) {
-    if (!isPending_) return;
-    isPending_ = false;
-    if (isPlain_ && isRoundedNext && plain_.size() <= std::size(FusedStep().matrix)) {
-        FusedStep& step = Emit(FusedStep::kMatrices, 3);
-        step.matrixCount = static_cast<int>(plain_.size());
-        for (std::size_t k = 0; k < plain_.size(); ++k) {
-            for (std::size_t r = 0; r < 3; ++r) std::copy(plain_[k].matrix[r].begin(), plain_[k].matrix[r].end(), step.matrix[k][r]);
-        }
-        isWhole_ = true;
-        return;
-    }
-    FusedStep& affine = Emit(FusedStep::kAffine, 3);
-    for (std::size_t r = 0; r < 3; ++r) {
-        for (std::size_t c = 0; c < 4; ++c) affine.affine[r][c] = static_cast<float>(pending_[r][c]);
-    }
-}
-
-FusedStep& FusedCompiler::Emit(FusedStep::Kind kind, std::size_t channels) {
-    Flush(RoundsItsInput(kind));
+FusedStep& FusedCompiler::Emit(FusedStep::Kind kind) {
     FusedStep step = {};
     step.kind = kind;
-    step.channels = static_cast<std::uint8_t>(channels);
+    step.channels = static_cast<std::uint8_t>(channels_);
     program_->steps.push_back(step);
-    isWhole_ = false;
     return program_->steps.back();
 }
 
-/// From one Lab to another by a factor for each of X, Y and Z: makes one step of it. False when that is not what was gathered.
-bool FusedCompiler::ScaleRoot() {
-    if (program_->steps.empty() || program_->steps.back().kind != FusedStep::kCube || !isPending_) return false;
-    for (std::size_t r = 0; r < 3; ++r) {
-        for (std::size_t c = 0; c < 4; ++c) {
-            if (r == c ? !(pending_[r][c] > 0.0) : pending_[r][c] != 0.0) return false;
-        }
-    }
-    isPending_ = false;
-    FusedStep& step = program_->steps.back();
-    step.kind = FusedStep::kScaledRoot;
-    for (std::size_t r = 0; r < 3; ++r) {
-        step.affine[r][0] = static_cast<float>(pending_[r][r]);
-        step.affine[r][1] = static_cast<float>(std::cbrt(pending_[r][r]));
-    }
-    return true;
+void FusedCompiler::NeedWhole() {
+    if (!isWhole_) Emit(FusedStep::kRound);
+    isWhole_ = true;
+}
+
+void FusedCompiler::NeedUnits() {
+    if (isWhole_) Emit(FusedStep::kUnits);
+    isWhole_ = false;
 }
 
 bool FusedCompiler::AppendMatrix(const cmsStage* stage) {
     if (cmsStageInputChannels(stage) != 3 || cmsStageOutputChannels(stage) != 3) return false;
     const auto* data = static_cast<const _cmsStageMatrixData*>(cmsStageData(stage));
-    Matrix matrix = {};
+    NeedUnits();
+    FusedStep& step = Emit(IsDiagonal(*data) ? FusedStep::kScale : FusedStep::kMatrix);
     for (std::size_t r = 0; r < 3; ++r) {
-        for (std::size_t c = 0; c < 3; ++c) matrix[r][c] = data->Double[3 * r + c];
-        matrix[r][3] = data->Offset ? data->Offset[r] : 0.0;
-        for (const double value : matrix[r]) {
+        std::copy_n(data->Double + 3 * r, 3, step.matrix[r]);
+        step.matrix[r][3] = data->Offset ? data->Offset[r] : 0.0;
+        for (const double value : step.matrix[r]) {
             if (!(std::abs(value) < 1e4)) return false;
         }
     }
-    const bool isPlain = isPending_ ? isPlain_ : isWhole_;
-    if (!isPending_) plain_.clear();
-    const bool hasOffset = data->Offset != nullptr;
-    if (!plain_.empty() && !plain_.back().hasOffset && !hasOffset) {
-        plain_.back().matrix = Product(matrix, plain_.back().matrix);  // as Little CMS does it even when it is not to optimise
-    } else {
-        plain_.push_back({matrix, hasOffset});
-    }
-    for (std::array<double, 4>& row : matrix) row[3] *= kFull;
-    Multiply(matrix);
-    isPlain_ = isPlain;
     return true;
 }
 
@@ -270,13 +256,12 @@ bool FusedCompiler::AppendCurves(const cmsStage* stage) {
     if (data->nCurves != cmsStageInputChannels(stage)) return false;
     const std::vector<const cmsToneCurve*> curves(data->TheCurves, data->TheCurves + data->nCurves);
     if (std::all_of(curves.begin(), curves.end(), IsIdentityFunction)) return true;
-    const bool isStart = program_->steps.empty() && !isPending_;
     if (std::all_of(curves.begin(), curves.end(), IsTable)) {
         AppendTables(curves);
         return true;
     }
     if (!std::all_of(curves.begin(), curves.end(), [](const cmsToneCurve* curve) { return IsFunction(curve) || IsTable(curve); })) return false;
-    if (isStart) {
+    if (isWhole_) {
         AppendDense(curves);
         return true;
     }
@@ -284,13 +269,9 @@ bool FusedCompiler::AppendCurves(const cmsStage* stage) {
 }
 
 void FusedCompiler::AppendTables(const std::vector<const cmsToneCurve*>& curves) {
-    if (AreIdentityTables(curves)) {
-        Flush(true);
-        if (!isWhole_) Emit(FusedStep::kRound, curves.size());
-        isWhole_ = true;
-        return;
-    }
-    FusedStep& step = Emit(FusedStep::kTables, curves.size());
+    NeedWhole();
+    if (AreIdentityTables(curves)) return;
+    FusedStep& step = Emit(FusedStep::kTables);
     for (std::size_t c = 0; c < curves.size(); ++c) {
         const cmsUInt32Number entries = cmsGetToneCurveEstimatedTableEntries(curves[c]);
         auto words = std::make_unique<std::uint16_t[]>(entries + 1);
@@ -299,11 +280,11 @@ void FusedCompiler::AppendTables(const std::vector<const cmsToneCurve*>& curves)
         step.domain[c] = static_cast<int>(entries) - 1;
         program_->words.push_back(std::move(words));
     }
-    isWhole_ = true;
 }
 
 void FusedCompiler::AppendDense(const std::vector<const cmsToneCurve*>& curves) {
-    FusedStep& step = Emit(FusedStep::kDense, curves.size());
+    FusedStep& step = Emit(FusedStep::kDense);
+    isWhole_ = false;
     for (std::size_t c = 0; c < curves.size(); ++c) {
         const std::size_t index = FirstAlike(curves, c);
         if (index < c) {
@@ -312,7 +293,7 @@ void FusedCompiler::AppendDense(const std::vector<const cmsToneCurve*>& curves) 
         }
         auto values = std::make_unique<float[]>(65536);
         for (std::size_t code = 0; code < 65536; ++code) {
-            const float value = 65535.0f * ValueAt(curves[c], static_cast<double>(code) / kFull);
+            const float value = ValueAt(curves[c], static_cast<double>(code) / kFull);
             values[code] = std::isfinite(value) ? value : 0.0f;
         }
         step.values[c] = values.get();
@@ -321,21 +302,25 @@ void FusedCompiler::AppendDense(const std::vector<const cmsToneCurve*>& curves) 
 }
 
 bool FusedCompiler::AppendFunctions(const std::vector<const cmsToneCurve*>& curves) {
-    FusedStep& step = Emit(FusedStep::kFunctions, curves.size());
+    NeedUnits();
+    FusedStep& step = Emit(FusedStep::kFunctions);
     for (std::size_t c = 0; c < curves.size(); ++c) {
         const std::size_t index = FirstAlike(curves, c);
         if (index < c) {
-            step.values[c] = step.values[index];
-            step.zero[c] = step.zero[index];
-            step.slope[c] = step.slope[index];
+            step.pieces[c] = step.pieces[index];
+            step.lines[c] = step.lines[index];
+            step.limits[c] = step.limits[index];
             continue;
         }
-        FunctionTable table = TabulateFunction(curves[c]);
-        if (!table.values) return false;
-        step.values[c] = table.values.get();
-        step.zero[c] = table.zero;
-        step.slope[c] = table.slope;
-        program_->floats.push_back(std::move(table.values));
+        const std::optional<Formula> formula = FormulaOf(curves[c]);
+        std::unique_ptr<double[]> pieces = formula ? PiecesOf(*formula) : nullptr;
+        if (!pieces) return false;
+        step.pieces[c] = pieces.get();
+        step.lines[c] = formula->line;
+        // The first float from the limit up.
+        const auto limit = static_cast<float>(formula->limit);
+        step.limits[c] = limit < formula->limit ? std::nextafter(limit, std::numeric_limits<float>::infinity()) : limit;
+        program_->doubles.push_back(std::move(pieces));
     }
     return true;
 }
@@ -356,7 +341,8 @@ bool FusedCompiler::AppendGrid(const cmsStage* stage) {
     if (nodes > kMostNodes || data->nEntries != nodes * outputs) return false;
 
     const bool isTrilinear = (params.dwFlags & CMS_LERP_FLAGS_TRILINEAR) != 0;
-    FusedStep& step = Emit(inputs == 4 ? FusedStep::kTwoTetrahedral : isTrilinear ? FusedStep::kTrilinear : FusedStep::kTetrahedral, inputs);
+    NeedWhole();
+    FusedStep& step = Emit(inputs == 4 ? FusedStep::kTwoTetrahedral : isTrilinear ? FusedStep::kTrilinear : FusedStep::kTetrahedral);
     const std::size_t perNode = inputs == 4 ? 8 : 4;
     std::size_t stride = perNode, reach = 0;
     for (std::size_t c = inputs; c-- > 0;) {
@@ -375,22 +361,19 @@ bool FusedCompiler::AppendGrid(const cmsStage* stage) {
     }
     step.nodes = values.get();
     program_->words.push_back(std::move(values));
-    isWhole_ = true;
     return true;
 }
 
 void FusedCompiler::Keep() {
-    Emit(FusedStep::kKeep, 3);
+    NeedUnits();
+    Emit(FusedStep::kKeep);
 }
 
-std::unique_ptr<const FusedProgram> FusedCompiler::Finish(bool roundsResult) {
-    Flush(roundsResult);
-    // Steps that round their input need no rounding before them.
-    std::vector<FusedStep>& steps = program_->steps;
-    for (std::size_t i = steps.size(); i-- > 0;) {
-        if (steps[i].kind != FusedStep::kRound) continue;
-        const bool isLast = i + 1 == steps.size();
-        if (isLast ? roundsResult : RoundsItsInput(steps[i + 1].kind)) steps.erase(steps.begin() + static_cast<std::ptrdiff_t>(i));
+std::unique_ptr<const FusedProgram> FusedCompiler::Finish(bool isWhole) {
+    if (isWhole) {
+        NeedWhole();
+    } else {
+        NeedUnits();
     }
     return std::move(program_);
 }

@@ -17,9 +17,9 @@ const FusedKernels& BestFusedKernels();
 
 /// Converts through the profiles' own curves, matrices and tables, block by block. Without a destination it writes the gamut map of MakeGamutMap.
 ///
-/// A result depends on nothing but the pixel: not on the processor, the run or the thread. It stands within a few units of 65535 of Little CMS's own
-/// un-optimised evaluation; tables are rounded where it rounds them. Null when the chain holds something else than matrices, curves, 16-bit tables
-/// and XYZ or Lab between devices of three or four channels, and for float samples.
+/// A result depends on nothing but the pixel: not on the processor, the run or the thread. It is that of Little CMS's own un-optimised evaluation
+/// but for a rare neighbour. Null when the chain holds something else than matrices, curves, 16-bit tables and XYZ or Lab between devices of three
+/// or four channels, and for float samples.
 std::unique_ptr<PixelEvaluator> MakeFusedEvaluator(const ProfileChain& chain, PixelFormat source, std::optional<PixelFormat> destination,
                                                    const FusedKernels& kernels = BestFusedKernels());
 

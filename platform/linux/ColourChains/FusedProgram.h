@@ -3,8 +3,8 @@
 /// Colour chains as short programs over blocks of pixels, and what runs them. Plain records: this header goes into code for several instruction
 /// sets, so nothing in it may leave a shared inline function behind.
 ///
-/// Samples are floats on the scale where 65535 is full, whatever the depth in memory. Steps that stand for 16-bit tables round their input and
-/// give whole numbers; the others do not round.
+/// Samples are floats. Between steps that stand for 16-bit tables they are whole numbers 0..65535, whatever the depth in memory; between the others
+/// they are on the scale where 1 is full, and each is the number that Little CMS has there, to the last bit but for a rare neighbour.
 
 #include <stddef.h>
 #include <stdint.h>
@@ -22,39 +22,43 @@ struct alignas(64) FusedBlock {
 
 struct FusedStep {
     enum Kind : uint8_t {
-        kAffine,          // 3 to 3: sum of products and an offset
-        kMatrices,        // 3 to 3: one or two matrices on whole numbers, rounded to whole numbers again
-        kRound,           // to whole numbers 0..65535
-        kClamp,           // to 0..65535
-        kCubeRoot,        // the function of CIE Lab, scale 1.0
-        kCube,            // its inverse
-        kScaledRoot,      // kCube, a factor for each channel, kCubeRoot; affine[c] holds the factor and its cube root
-        kTables,          // a 16-bit table a channel, linear between entries
-        kFunctions,       // a smooth function a channel, tabulated evenly in the logarithm
-        kDense,           // a table of all 65536 values a channel
-        kTrilinear,       // 3 to 3 or 4 through a grid
-        kTetrahedral,     // 3 to 3 or 4 through a grid
-        kTwoTetrahedral,  // 4 to 3 or 4: linear in the first channel between two of the others
+        kUnits,           // from whole numbers to the scale where 1 is full
+        kRound,           // and back
+        kClamp,           // to 0..1
+        kMatrix,          // 3 to 3: sum of products and an offset
+        kScale,           // a factor for each of 3 channels
+        kLab,             // from XYZ to Lab, both as version 4 encodes them
+        kXYZ,             // back
+        kFunctions,       // a smooth function a channel, in pieces that are even in the logarithm
+        kDense,           // from whole numbers: a table of all 65536 values a channel
+        kTables,          // whole numbers: a 16-bit table a channel, linear between entries
+        kTrilinear,       // whole numbers: 3 to 3 or 4 through a grid
+        kTetrahedral,     // whole numbers: 3 to 3 or 4 through a grid
+        kTwoTetrahedral,  // whole numbers: 4 to 3 or 4, linear in the first channel between two of the others
         kKeep,            // stores a copy of the block
     };
 
     Kind kind;
     uint8_t channels;  // planes read
 
-    float affine[3][4];
-
-    /// kMatrices: on the scale where 1 is full; products and sums in double precision, each matrix's results stored in single.
-    double matrix[2][3][4];
-    int matrixCount;
+    /// kMatrix: factors and, last in each row, the offset. kScale: the factors stand in the diagonal.
+    double matrix[3][4];
 
     /// kTables: domain + 2 entries; the last one is a neighbour for the last but one, and has no weight.
     const uint16_t* tables[kFusedPlanes];
     int domain[kFusedPlanes];
 
-    /// kFunctions: kFunctionEntries values. kDense: 65536 values.
+    /// kDense: 65536 values.
     const float* values[kFusedPlanes];
-    /// kFunctions, below 0: value = zero + slope * input.
-    float zero[kFusedPlanes], slope[kFusedPlanes];
+    /// kFunctions: kFunctionPieces cubics in the place within the piece, 0..1, four coefficients each, the constant first.
+    const double* pieces[kFusedPlanes];
+    /// kFunctions, below the limit: (input * factor + offset) / divisor. What the formula divides by is no factor here: such a quotient often lies
+    /// half-way between two floats.
+    struct Line {
+        double factor, offset, divisor;
+    };
+    Line lines[kFusedPlanes];
+    float limits[kFusedPlanes];
 
     /// Grids: four values a node, the last input fastest; followed by as many zeroed nodes as one step in every direction reaches. With four inputs
     /// each node is followed by a copy of the next one along the first axis, and a step is eight values.
@@ -64,11 +68,11 @@ struct FusedStep {
     int stride[kFusedPlanes];
 };
 
-// Function tables: kFunctionSteps entries an octave, from 2^kFunctionLowest up.
-constexpr int kFunctionSteps = 512;
-constexpr int kFunctionLowest = -30;
+// Functions: kFunctionSteps pieces an octave, from 2^kFunctionLowest up.
+constexpr int kFunctionSteps = 128;
+constexpr int kFunctionLowest = -46;
 constexpr int kFunctionOctaves = 48;
-constexpr int kFunctionEntries = kFunctionSteps * kFunctionOctaves + 1;
+constexpr int kFunctionPieces = kFunctionSteps * kFunctionOctaves;
 
 /// How pixels lie in memory: `stride` samples a pixel, of which `channels` from `first` on are read or written.
 struct FusedLayout {

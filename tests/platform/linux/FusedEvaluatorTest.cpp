@@ -36,8 +36,8 @@ using platform::ProfileChain;
 using Pixels = std::vector<std::uint16_t>;
 
 constexpr double kFull = 65535.0;
-constexpr double kLargestError = 0.0005;  // of full scale
-constexpr double kLargestMean = 0.00005;  // of full scale
+constexpr double kLargest = 2.0;      // of 65535
+constexpr double kMostOthers = 1e-4;  // of all samples
 
 std::shared_ptr<const std::vector<std::uint8_t>> BytesOf(const std::string& path) {
     return std::make_shared<const std::vector<std::uint8_t>>(ReadFile(path));
@@ -87,7 +87,8 @@ Pixels Converted(const PixelEvaluator& evaluator, const Pixels& source, std::siz
 }
 
 struct Figures {
-    double mean, largest;  // in units of 65535
+    double others;   // the share of samples that differ
+    double largest;  // in units of 65535
     std::size_t where;
 };
 
@@ -95,7 +96,7 @@ Figures Differences(const Pixels& first, const Pixels& second) {
     Figures figures = {};
     for (std::size_t i = 0; i < first.size(); ++i) {
         const double difference = std::abs(first[i] - second[i]);
-        figures.mean += difference / static_cast<double>(first.size());
+        figures.others += (difference > 0.0) / static_cast<double>(first.size());
         if (difference > figures.largest) {
             figures.largest = difference;
             figures.where = i;
@@ -108,7 +109,7 @@ struct Survey {
     int fused = 0, fallback = 0, exact = 0;
 };
 
-void CompareOne(const std::string& what, const ProfileChain& chain, Survey& survey, double largest = kLargestError) {
+void CompareOne(const std::string& what, const ProfileChain& chain, Survey& survey) {
     const std::size_t from = chain.SourceChannels(), to = chain.DestinationChannels();
     const std::unique_ptr<PixelEvaluator> slow = MakeLittleCmsEvaluator(chain, kPlain16, kPlain16);
     if (!slow) return;
@@ -123,11 +124,11 @@ void CompareOne(const std::string& what, const ProfileChain& chain, Survey& surv
     const Figures figures = Differences(ours, theirs);
     ++survey.fused;
     if (figures.largest == 0.0) ++survey.exact;
-    std::printf("    fused    %s: mean %.4f, max %.0f of 65535\n", what.c_str(), figures.mean, figures.largest);
+    std::printf("    fused    %s: max %.0f of 65535, %.6f %% differ\n", what.c_str(), figures.largest, 100.0 * figures.others);
     const std::size_t pixel = figures.where / to;
-    EXPECT_LE(figures.largest, largest * kFull) << what << ", colour " << source[from * pixel] << " " << source[from * pixel + 1] << " "
-                                                << source[from * pixel + 2] << ": " << ours[figures.where] << " for " << theirs[figures.where];
-    EXPECT_LE(figures.mean, kLargestMean * kFull) << what;
+    EXPECT_LE(figures.largest, kLargest) << what << ", colour " << source[from * pixel] << " " << source[from * pixel + 1] << " "
+                                         << source[from * pixel + 2] << ": " << ours[figures.where] << " for " << theirs[figures.where];
+    EXPECT_LE(figures.others, kMostOthers) << what;
 }
 
 TEST(FusedEvaluatorTest, StandsWithLittleCmsForEveryProfileAtHand) {
@@ -159,21 +160,20 @@ TEST(FusedEvaluatorTest, StandsWithLittleCmsUnderEveryIntentWithAndWithoutBlackP
     EXPECT_EQ(survey.fallback, 0);
 }
 
-// The curves of a table over XYZ are steepest in the darks, where a unit of XYZ more or less, decided by single precision after the first printer,
-// is some fifty units of ink.
+// The curves of a table over XYZ are steepest in the darks, where a unit of XYZ more or less, decided by the last bit of a float after the first
+// printer, is some fifty units of ink.
 TEST(FusedEvaluatorTest, StandsWithLittleCmsThroughTwoPrinters) {
-    constexpr double kLargestThroughTwo = 0.001;
     Survey survey;
     for (const Printer& proofer : Printers()) {
         for (const Printer& printer : Printers()) {
-            CompareOne(proofer.name + " and " + printer.name, *ChainOf({kReferenceProfile, proofer.path, printer.path}), survey, kLargestThroughTwo);
+            CompareOne(proofer.name + " and " + printer.name, *ChainOf({kReferenceProfile, proofer.path, printer.path}), survey);
         }
     }
     EXPECT_EQ(survey.fallback, 0);
 }
 
 TEST(FusedEvaluatorTest, ProofsCannotBeToldFromThoseOfLittleCms) {
-    constexpr double kLargestDifference = 0.1;  // CIEDE2000
+    constexpr double kLargestDifference = 0.01;  // CIEDE2000
     const LcmsFile reference = OpenLcmsFile(kReferenceProfile), lab = LabFile();
     const LcmsTruth toLab({reference.get(), lab.get()});
     const Pixels source = Colours(3);
@@ -396,7 +396,7 @@ Pixels Run(const platform::FusedProgram& program, const FusedKernels& kernels, c
 }
 
 /// The layouts of three channels need a stride that they have: 3 and 4 samples, 4 and 5 for four.
-void CompareMadeUp(const char* what, const MadeUp& madeUp, std::uint8_t in, std::uint8_t out, double allowed) {
+void CompareMadeUp(const char* what, const MadeUp& madeUp, std::uint8_t in, std::uint8_t out, double mostOthers = 0.0) {
     const std::unique_ptr<const platform::FusedProgram> program = madeUp.Compiled();
     ASSERT_TRUE(program) << what;
     const Pixels source = Colours(in);
@@ -405,26 +405,27 @@ void CompareMadeUp(const char* what, const MadeUp& madeUp, std::uint8_t in, std:
     for (const FusedKernels* kernels : platform::RunnableFusedKernels()) {
         const Pixels result = Run(*program, *kernels, source, in, out);
         const Figures figures = Differences(result, expected);
-        EXPECT_LE(figures.largest, allowed) << what << " by " << NameOf(kernels->set) << ", sample " << figures.where << ": " << result[figures.where]
-                                            << " for " << expected[figures.where];
+        EXPECT_LE(figures.largest, mostOthers > 0.0 ? 1.0 : 0.0) << what << " by " << NameOf(kernels->set) << ", sample " << figures.where << ": "
+                                                                 << result[figures.where] << " for " << expected[figures.where];
+        EXPECT_LE(figures.others, mostOthers) << what << " by " << NameOf(kernels->set);
     }
 }
 
 TEST(FusedStepsTest, GridsOfThreeInputsGiveTheSameUnits) {
     for (const cmsUInt32Number outputs : {3u, 4u}) {
         const auto out = static_cast<std::uint8_t>(outputs);
-        CompareMadeUp("9 nodes", MadeUp(3, outputs).Add(WildGrid({9, 9, 9}, outputs, 1)), 3, out, 0);
-        CompareMadeUp("2 nodes", MadeUp(3, outputs).Add(WildGrid({2, 2, 2}, outputs, 2)), 3, out, 0);
-        CompareMadeUp("uneven", MadeUp(3, outputs).Add(WildGrid({5, 33, 2}, outputs, 3)), 3, out, 0);
-        CompareMadeUp("a long axis", MadeUp(3, outputs).Add(WildGrid({255, 2, 3}, outputs, 4)), 3, out, 0);
+        CompareMadeUp("9 nodes", MadeUp(3, outputs).Add(WildGrid({9, 9, 9}, outputs, 1)), 3, out);
+        CompareMadeUp("2 nodes", MadeUp(3, outputs).Add(WildGrid({2, 2, 2}, outputs, 2)), 3, out);
+        CompareMadeUp("uneven", MadeUp(3, outputs).Add(WildGrid({5, 33, 2}, outputs, 3)), 3, out);
+        CompareMadeUp("a long axis", MadeUp(3, outputs).Add(WildGrid({255, 2, 3}, outputs, 4)), 3, out);
     }
 }
 
-TEST(FusedStepsTest, GridsOfFourInputsGiveTheSameUnitButForARareNeighbour) {
+TEST(FusedStepsTest, GridsOfFourInputsGiveTheSameUnits) {
     for (const cmsUInt32Number outputs : {3u, 4u}) {
         const auto out = static_cast<std::uint8_t>(outputs);
-        CompareMadeUp("5 nodes", MadeUp(4, outputs).Add(WildGrid({5, 5, 5, 5}, outputs, 5)), 4, out, 1);
-        CompareMadeUp("uneven", MadeUp(4, outputs).Add(WildGrid({2, 9, 3, 4}, outputs, 6)), 4, out, 1);
+        CompareMadeUp("5 nodes", MadeUp(4, outputs).Add(WildGrid({5, 5, 5, 5}, outputs, 5)), 4, out);
+        CompareMadeUp("uneven", MadeUp(4, outputs).Add(WildGrid({2, 9, 3, 4}, outputs, 6)), 4, out);
     }
 }
 
@@ -432,36 +433,44 @@ TEST(FusedStepsTest, TablesGiveTheSameUnits) {
     for (const cmsUInt32Number entries : {2u, 3u, 256u, 257u, 1024u, 4096u, 32768u}) {
         MadeUp madeUp(3, 3);
         madeUp.AddCurves({WildTable(entries, 1), WildTable(entries, 2), WildTable(2, 3)});
-        CompareMadeUp(std::to_string(entries).c_str(), madeUp, 3, 3, 0);
+        CompareMadeUp(std::to_string(entries).c_str(), madeUp, 3, 3);
     }
 }
 
 TEST(FusedStepsTest, OneMatrixBetweenWholeNumbersGivesTheSameUnits) {
     const double matrix[9] = {0.4, 0.3, 0.2, 0.2, 0.7, 0.1, -0.1, 0.1, 1.2}, offset[3] = {0.01, -0.02, 0.0};
-    CompareMadeUp("matrix", MadeUp(3, 3).Add(cmsStageAllocMatrix(nullptr, 3, 3, matrix, offset)), 3, 3, 0);
-    CompareMadeUp("matrix and grid", MadeUp(3, 4).Add(cmsStageAllocMatrix(nullptr, 3, 3, matrix, nullptr)).Add(WildGrid({5, 5, 5}, 4, 1)), 3, 4, 0);
+    CompareMadeUp("matrix", MadeUp(3, 3).Add(cmsStageAllocMatrix(nullptr, 3, 3, matrix, offset)), 3, 3);
+    CompareMadeUp("matrix and grid", MadeUp(3, 4).Add(cmsStageAllocMatrix(nullptr, 3, 3, matrix, nullptr)).Add(WildGrid({5, 5, 5}, 4, 1)), 3, 4);
 }
 
-TEST(FusedStepsTest, FormulaCurvesStayWithinAUnit) {
+TEST(FusedStepsTest, FormulasGiveTheSameUnitsButForARareNeighbour) {
+    constexpr double kRarely = 2e-5;
     // Beyond black and white on the way, so that both ends of the functions are asked for.
     const double wide[9] = {1.3, -0.2, -0.1, -0.15, 1.25, -0.1, -0.05, -0.3, 1.35};
+    constexpr double kSlope = 1.0 / 12.92, kFactor = 1.0 / 1.055, kOffset = 0.055 / 1.055;
     const struct {
         const char* what;
         cmsInt32Number type;
         std::initializer_list<double> parameters;
     } rows[] = {{"gamma 2.2", 1, {2.2}},
-                {"gamma 1 / 2.2", 1, {1.0 / 2.2}},
                 {"inverse gamma 2.4", -1, {2.4}},
-                {"sRGB", 4, {2.4, 1.0 / 1.055, 0.055 / 1.055, 1.0 / 12.92, 0.04045}},
-                {"inverse sRGB", -4, {2.4, 1.0 / 1.055, 0.055 / 1.055, 1.0 / 12.92, 0.04045}},
-                {"with offsets", 5, {2.0, 0.8, 0.1, 0.3, 0.2, 0.0, 0.0076}}};
+                {"a line below which there is nothing", 2, {2.0, 1.1, -0.1}},
+                {"its inverse", -2, {2.0, 0.9, 0.1}},
+                {"with a floor", 3, {1.8, 1.1, -0.1, 0.05}},
+                {"sRGB", 4, {2.4, kFactor, kOffset, kSlope, 0.04045}},
+                {"inverse sRGB", -4, {2.4, kFactor, kOffset, kSlope, 0.04045}},
+                {"straight", 4, {1.0, 0.875, 0.125, 1.875, 0.125}},
+                {"with a jump", 4, {2.4, 1.0, 0.0, 0.1, 0.5}},
+                {"with offsets", 5, {2.0, 0.8, 0.1, 0.3, 0.2, 0.0, 0.0076}},
+                {"inverse with offsets", -5, {2.4, kFactor, kOffset, kSlope, 0.04045, 0.01, 0.01}}};
     for (const auto& row : rows) {
         const auto curves = [&] {
             return std::vector{Parametric(row.type, row.parameters), Parametric(row.type, row.parameters), Parametric(1, {1.8})};
         };
-        CompareMadeUp(row.what, MadeUp(3, 3).AddCurves(curves()), 3, 3, 1);
-        CompareMadeUp((std::string(row.what) + " after a matrix").c_str(),
-                      MadeUp(3, 3).Add(cmsStageAllocMatrix(nullptr, 3, 3, wide, nullptr)).AddCurves(curves()), 3, 3, 1);
+        const std::string name = std::string(row.what) + " " + std::to_string(row.type);
+        CompareMadeUp(name.c_str(), MadeUp(3, 3).AddCurves(curves()), 3, 3);
+        CompareMadeUp((name + " after a matrix").c_str(), MadeUp(3, 3).Add(cmsStageAllocMatrix(nullptr, 3, 3, wide, nullptr)).AddCurves(curves()), 3,
+                      3, kRarely);
     }
 }
 
@@ -477,9 +486,14 @@ TEST(FusedStepsTest, RefusesWhatItDoesNotKnow) {
     refused("a huge factor", MadeUp(3, 3).Add(cmsStageAllocMatrix(nullptr, 3, 3, huge, nullptr)));
     refused("a table too long", MadeUp(3, 3).AddCurves({WildTable(32769, 1), WildTable(2, 1), WildTable(2, 1)}));
     const double wide[9] = {1.5, 0, 0, 0, 1, 0, 0, 0, 1};
-    refused("a jump in a formula", MadeUp(3, 3)
-                                       .Add(cmsStageAllocMatrix(nullptr, 3, 3, wide, nullptr))
-                                       .AddCurves({Parametric(4, {2.4, 1.0, 0.0, 0.1, 0.5}), Parametric(1, {1.0}), Parametric(1, {1.0})}));
+    const auto refusedBehindAMatrix = [&](const char* what, cmsToneCurve* curve) {
+        refused(what,
+                MadeUp(3, 3).Add(cmsStageAllocMatrix(nullptr, 3, 3, wide, nullptr)).AddCurves({curve, Parametric(1, {1.0}), Parametric(1, {1.0})}));
+    };
+    refusedBehindAMatrix("a formula of no profile", Parametric(108, {2.0}));
+    refusedBehindAMatrix("a formula too steep", Parametric(1, {40.0}));
+    refusedBehindAMatrix("a formula that bends below 0", Parametric(2, {2.0, 1.0, 0.5}));
+    refusedBehindAMatrix("a formula that rises like a wall", Parametric(-3, {1.8, 0.9, 0.1, 0.05}));
 }
 
 TEST(FusedEvaluatorTest, LeavesOtherChainsAndFloatSamplesToLittleCms) {
@@ -550,7 +564,7 @@ TEST(FusedEvaluatorTest, ReadsAndWritesEveryIntegerFormatAsLittleCmsDoes) {
                     }
                     largest = std::max(largest, std::abs(a - b));
                 }
-                EXPECT_LE(largest, to.depth == PixelFormat::k8Bit ? 1 : static_cast<int>(kLargestError * kFull))
+                EXPECT_LE(largest, to.depth == PixelFormat::k8Bit ? 1 : static_cast<int>(kLargest))
                     << name << ", " << from.Index() << " to " << to.Index();
             }
         }
@@ -648,9 +662,8 @@ TEST(FusedEvaluatorTest, SkippedSamplesAreLeftAlone) {
 
 // ---- the gamut map ----
 
-/// Colours whose difference lies so near to the threshold may be answered otherwise: single precision on the way can move an index into a printer's
-/// table by one unit, and what the printer shows by this (CIE 1976).
-constexpr double kUndecided = 0.02;
+/// Colours whose difference lies so near to the threshold may be answered otherwise, as the fused evaluator takes it in single precision.
+constexpr double kUndecided = 0.001;
 
 TEST(FusedEvaluatorTest, MarksWhatTheRoundTripThroughLittleCmsMarks) {
     const LcmsFile reference = OpenLcmsFile(kReferenceProfile), lab = LabFile();

@@ -22,10 +22,18 @@ CM_INLINE const Ints& At(const int* plane, size_t i) {
     return *reinterpret_cast<const Ints*>(plane + i);
 }
 
-/// To the nearest whole number 0..65535, halves upwards.
-CM_INLINE Ints Rounded(Floats value) {
-    const Floats zero = {};
-    return __builtin_convertvector(Smaller(Larger(value + 0.5f, zero), zero + 65535.5f), Ints);
+constexpr size_t kHalf = kLanes / 2;
+
+CM_INLINE HalfFloats& HalfAt(float* plane, size_t i) {
+    return *reinterpret_cast<HalfFloats*>(plane + i);
+}
+CM_INLINE HalfFloats Narrow(Doubles value) {
+    return __builtin_convertvector(value, HalfFloats);
+}
+
+/// Whole numbers.
+CM_INLINE Ints Code(Floats value) {
+    return __builtin_convertvector(value, Ints);
 }
 
 /// value / 65535 * 65536 in 16.16, for values below 2^31.
@@ -34,116 +42,113 @@ CM_INLINE Ints ToFixed(Ints value) {
     return value + ((sum + (sum >> 16) + 1) >> 16);
 }
 
-void Affine(const FusedStep& step, FusedBlock& block, size_t count) {
-    for (size_t i = 0; i < count; i += kLanes) {
-        const Floats x = At(block.plane[0], i), y = At(block.plane[1], i), z = At(block.plane[2], i);
-        for (size_t row = 0; row < 3; ++row) {
-            const float* m = step.affine[row];
-            At(block.plane[row], i) = ((x * m[0] + y * m[1]) + z * m[2]) + m[3];
+// The binary digits of a quotient by 65535 are the code, again and again; three times decide the float.
+void Units(const FusedStep& step, FusedBlock& block, size_t count) {
+    for (size_t c = 0; c < step.channels; ++c) {
+        for (size_t i = 0; i < count; i += kLanes) {
+            const Floats code = At(block.plane[c], i);
+            At(block.plane[c], i) = code * 0x1p-16f + code * (0x1p-32f + 0x1p-48f);
         }
     }
 }
 
-// What is shown of dark colours hangs on the last unit of XYZ, so here nothing is folded and every rounding stands where Little CMS has it.
-void Matrices(const FusedStep& step, FusedBlock& block, size_t count) {
-    typedef float FewFloats __attribute__((vector_size(2 * CM_LANES), may_alias));
-    typedef double Doubles __attribute__((vector_size(4 * CM_LANES)));
-    typedef int FewInts __attribute__((vector_size(2 * CM_LANES)));
-    for (size_t i = 0; i < count; i += kLanes / 2) {
-        FewFloats* const at[3] = {reinterpret_cast<FewFloats*>(block.plane[0] + i), reinterpret_cast<FewFloats*>(block.plane[1] + i),
-                                  reinterpret_cast<FewFloats*>(block.plane[2] + i)};
-        FewFloats x = *at[0] / 65535.0f, y = *at[1] / 65535.0f, z = *at[2] / 65535.0f;
-        for (int k = 0; k < step.matrixCount; ++k) {
-            const double(*m)[4] = step.matrix[k];
-            const Doubles dx = __builtin_convertvector(x, Doubles), dy = __builtin_convertvector(y, Doubles),
-                          dz = __builtin_convertvector(z, Doubles);
-            x = __builtin_convertvector(((dx * m[0][0] + dy * m[0][1]) + dz * m[0][2]) + m[0][3], FewFloats);
-            y = __builtin_convertvector(((dx * m[1][0] + dy * m[1][1]) + dz * m[1][2]) + m[1][3], FewFloats);
-            z = __builtin_convertvector(((dx * m[2][0] + dy * m[2][1]) + dz * m[2][2]) + m[2][3], FewFloats);
-        }
-        const FewFloats results[3] = {x, y, z};
-        for (size_t c = 0; c < 3; ++c) {
-            const Doubles zero = {};
-            // To the next multiple of 1/65536 first: Little CMS takes whole parts so.
-            constexpr double kSixteenBitsLeft = 1.5 * 68719476736.0;
-            Doubles code = __builtin_convertvector(results[c], Doubles) * 65535.0 + 0.5;
-            code = code > zero ? code : zero;
-            code = code < zero + 65535.5 ? code : zero + 65535.5;
-            code = (code + kSixteenBitsLeft) - kSixteenBitsLeft;
-            *at[c] = __builtin_convertvector(__builtin_convertvector(code, FewInts), FewFloats);
-        }
-    }
+/// To the nearest whole number, halves upwards, and what lies within 1/131072 below them too, as Little CMS takes whole parts so. Exact: 65535 times
+/// the value is 65536 times less once, and close differences of floats have no error.
+CM_INLINE Floats Rounded(Floats value) {
+    constexpr float kBelow = 0x1p-17f;
+    const Floats zero = {};
+    const Floats once = Smaller(Larger(value, zero), zero + 1.0f), times = once * 65536.0f;
+    const Ints whole = Code(times);
+    const Floats part = times - __builtin_convertvector(whole, Floats);
+    const Ints isAbove = once - (part - 0.5f) <= kBelow, isBelow = (once - 0.5f) - part > kBelow;
+    return __builtin_convertvector(whole - isAbove + isBelow, Floats);
 }
 
 void Round(const FusedStep& step, FusedBlock& block, size_t count) {
     for (size_t c = 0; c < step.channels; ++c) {
-        for (size_t i = 0; i < count; i += kLanes) At(block.plane[c], i) = __builtin_convertvector(Rounded(At(block.plane[c], i)), Floats);
+        for (size_t i = 0; i < count; i += kLanes) At(block.plane[c], i) = Rounded(At(block.plane[c], i));
     }
 }
 
 void Clamp(const FusedStep& step, FusedBlock& block, size_t count) {
     const Floats zero = {};
     for (size_t c = 0; c < step.channels; ++c) {
-        for (size_t i = 0; i < count; i += kLanes) At(block.plane[c], i) = Smaller(Larger(At(block.plane[c], i), zero), zero + 65535.0f);
+        for (size_t i = 0; i < count; i += kLanes) At(block.plane[c], i) = Smaller(Larger(At(block.plane[c], i), zero), zero + 1.0f);
     }
 }
 
-constexpr float kRootLimit = static_cast<float>(24.0 / 116.0);
-constexpr float kCubeLimit = static_cast<float>((24.0 / 116.0) * (24.0 / 116.0) * (24.0 / 116.0));
-
-CM_INLINE Floats LabLine(Floats value) {
-    return value * static_cast<float>(841.0 / 108.0) + static_cast<float>(16.0 / 116.0);
+void Matrix(const FusedStep& step, FusedBlock& block, size_t count) {
+    for (size_t i = 0; i < count; i += kHalf) {
+        const Doubles x = Wide(block.plane[0] + i), y = Wide(block.plane[1] + i), z = Wide(block.plane[2] + i);
+        for (size_t row = 0; row < 3; ++row) {
+            const double* m = step.matrix[row];
+            HalfAt(block.plane[row], i) = Narrow(((x * m[0] + y * m[1]) + z * m[2]) + m[3]);
+        }
+    }
 }
-CM_INLINE Floats LabLineBack(Floats value) {
-    return (value - static_cast<float>(16.0 / 116.0)) * static_cast<float>(108.0 / 841.0);
+
+void Scale(const FusedStep& step, FusedBlock& block, size_t count) {
+    for (size_t c = 0; c < 3; ++c) {
+        const double factor = step.matrix[c][c];
+        for (size_t i = 0; i < count; i += kHalf) HalfAt(block.plane[c], i) = Narrow(Wide(block.plane[c] + i) * factor);
+    }
 }
 
-/// For values from the limit up; any number below it.
-CM_INLINE Floats Root(Floats value) {
+constexpr double kLargestXYZ = 1.0 + 32767.0 / 32768.0;  // what 1 stands for
+constexpr double kD50[3] = {0.9642, 1.0, 0.8249};
+constexpr double kRootLimit = 24.0 / 116.0;
+constexpr double kCubeLimit = kRootLimit * kRootLimit * kRootLimit;
+
+/// One over the cube root, to about 2 in a million, for values from kCubeLimit up; any number below it.
+CM_INLINE Floats InverseRoot(Floats value) {
     const Floats zero = {};
-    const Floats t = Smaller(Larger(value, zero + kCubeLimit), zero + 1e6f);
-    // A third of the logarithm, from the bits; then two steps of Halley's rule, the second as a correction.
+    const Floats t = Larger(value, zero + static_cast<float>(0.5 * kCubeLimit));
+    // A third of the logarithm, from the bits; then a polynomial in what is left.
     const Floats bits = __builtin_convertvector(As<Ints>(t), Floats);
-    Floats root = As<Floats>(__builtin_convertvector(bits * (1.0f / 3.0f), Ints) + 0x2A512CE3);
-    Floats cube = root * root * root;
-    root = root * (cube + t + t) / (cube + cube + t);
-    cube = root * root * root;
-    return root - root * (cube - t) / (cube + cube + t);
+    const Floats root = As<Floats>(0x54A24000 - __builtin_convertvector(bits * (1.0f / 3.0f), Ints));
+    const Floats rest = 1.0f - t * (root * root * root);
+    return root * (((rest * 0.17167807f + 0.22373066f) * rest + 0.33334464f) * rest + 0.99999802f);
 }
 
-void CubeRoot(FusedBlock& block, size_t count) {
+/// The function of CIE Lab. `inverse` is about 1 over the cube root.
+CM_INLINE Doubles LabRoot(Doubles t, Doubles inverse) {
+    const Doubles near = t * (inverse * inverse);
+    const Doubles rest = 1.0 - near * inverse;
+    const Doubles root = near + near * (rest * (rest * (5.0 / 9.0) + 2.0 / 3.0));
+    return t > kCubeLimit ? root : t * (841.0 / 108.0) + 16.0 / 116.0;
+}
+
+CM_INLINE Doubles LabCube(Doubles t) {
+    return t > kRootLimit ? t * t * t : (t - 16.0 / 116.0) * (108.0 / 841.0);
+}
+
+void Lab(FusedBlock& block, size_t count) {
+    constexpr float kLargest = 1e5f;  // far beyond what the scale can hold
+    alignas(64) float inverse[3][kFusedBlock];
     for (size_t c = 0; c < 3; ++c) {
         for (size_t i = 0; i < count; i += kLanes) {
-            const Floats value = At(block.plane[c], i);
-            At(block.plane[c], i) = value > kCubeLimit ? Root(value) : LabLine(value);
+            At(block.plane[c], i) = Smaller(At(block.plane[c], i), Floats{} + kLargest);
+            At(inverse[c], i) = InverseRoot(At(block.plane[c], i) * static_cast<float>(kLargestXYZ / kD50[c]));
         }
+    }
+    for (size_t i = 0; i < count; i += kHalf) {
+        Doubles f[3];
+        for (size_t c = 0; c < 3; ++c) {
+            f[c] = LabRoot(Wide(block.plane[c] + i) * (kLargestXYZ / kD50[c]), Wide(inverse[c] + i));
+        }
+        HalfAt(block.plane[0], i) = Narrow((f[1] * 116.0 - 16.0) * (1.0 / 100.0));
+        HalfAt(block.plane[1], i) = Narrow(((f[0] - f[1]) * 500.0 + 128.0) * (1.0 / 255.0));
+        HalfAt(block.plane[2], i) = Narrow(((f[1] - f[2]) * 200.0 + 128.0) * (1.0 / 255.0));
     }
 }
 
-void Cube(FusedBlock& block, size_t count) {
-    for (size_t c = 0; c < 3; ++c) {
-        for (size_t i = 0; i < count; i += kLanes) {
-            const Floats t = At(block.plane[c], i);
-            At(block.plane[c], i) = t > kRootLimit ? t * t * t : LabLineBack(t);
-        }
-    }
-}
-
-// The cube, a factor and the root are one factor where neither end is on the line. Each sample takes the way that its own value calls for.
-void ScaledRoot(const FusedStep& step, FusedBlock& block, size_t count) {
-    for (size_t c = 0; c < 3; ++c) {
-        const float factor = step.affine[c][0], root = step.affine[c][1];
-        for (size_t i = 0; i < count; i += kLanes) {
-            const Floats t = At(block.plane[c], i);
-            const Floats scaled = t * root;
-            const Ints isCurved = (t > kRootLimit) & (scaled > kRootLimit);
-            if (HoldsEverywhere(isCurved)) {
-                At(block.plane[c], i) = scaled;
-            } else {
-                const Floats value = (t > kRootLimit ? t * t * t : LabLineBack(t)) * factor;
-                At(block.plane[c], i) = isCurved ? scaled : (value > kCubeLimit ? Root(value) : LabLine(value));
-            }
-        }
+void XYZ(FusedBlock& block, size_t count) {
+    for (size_t i = 0; i < count; i += kHalf) {
+        const Doubles L = Wide(block.plane[0] + i) * 100.0;
+        const Doubles a = Wide(block.plane[1] + i) * 255.0 - 128.0, b = Wide(block.plane[2] + i) * 255.0 - 128.0;
+        const Doubles y = (L + 16.0) * (1.0 / 116.0);
+        const Doubles f[3] = {y + a * 0.002, y, y - b * 0.005};
+        for (size_t c = 0; c < 3; ++c) HalfAt(block.plane[c], i) = Narrow(LabCube(f[c]) * (kD50[c] / kLargestXYZ));
     }
 }
 
@@ -152,7 +157,7 @@ void Tables(const FusedStep& step, FusedBlock& block, size_t count) {
         const uint16_t* table = step.tables[c];
         const int domain = step.domain[c];
         for (size_t i = 0; i < count; i += kLanes) {
-            const Ints place = ToFixed(Rounded(At(block.plane[c], i)) * domain);
+            const Ints place = ToFixed(Code(At(block.plane[c], i)) * domain);
             const Words pair = LookUpWords(table, place >> 16);
             const Words low = pair & 0xFFFFu, high = pair >> 16;
             const Words rest = As<Words>(place & 0xFFFF);
@@ -163,27 +168,48 @@ void Tables(const FusedStep& step, FusedBlock& block, size_t count) {
 }
 
 void Functions(const FusedStep& step, FusedBlock& block, size_t count) {
-    constexpr int kShift = 14;  // 2^(23 - 14) steps an octave
+    typedef double Doubles4 __attribute__((vector_size(32), may_alias));
+    typedef double Doubles4Anywhere __attribute__((vector_size(32), may_alias, aligned(8)));
+    constexpr int kShift = 16;  // 2^(23 - 16) steps an octave
     constexpr int kFirst = (127 + kFunctionLowest) * kFunctionSteps;
     static_assert(kFunctionSteps == 1 << (23 - kShift));
-    const Floats zero = {};
+    constexpr float kLowest = 0x1p-46f, kHighest = 0x1.fffffep1f;  // in the first piece, in the last one
+    static_assert(kFunctionLowest == -46 && kFunctionLowest + kFunctionOctaves == 2);
+    alignas(64) int piece[kFusedBlock];
+    alignas(64) float place[kFusedBlock], curved[kFusedBlock];
     for (size_t c = 0; c < step.channels; ++c) {
+        float* const plane = block.plane[c];
         for (size_t i = 0; i < count; i += kLanes) {
-            const Floats value = At(block.plane[c], i);
-            // The last float below 2^18, so that the entry after the one found exists.
-            const Floats inside = Smaller(Larger(value, zero + 0x1p-30f), zero + 0x1.fffffep17f);
-            const Ints bits = As<Ints>(inside);
-            const Ints index = (bits >> kShift) - kFirst;
-            const Floats fraction = __builtin_convertvector(bits & ((1 << kShift) - 1), Floats) * (1.0f / (1 << kShift));
-            const Floats low = LookUpFloats(step.values[c], index), high = LookUpFloats(step.values[c] + 1, index);
-            At(block.plane[c], i) = value < zero ? value * step.slope[c] + step.zero[c] : low + (high - low) * fraction;
+            const Ints bits = As<Ints>(Smaller(Larger(At(plane, i), Floats{} + kLowest), Floats{} + kHighest));
+            At(piece, i) = (bits >> kShift) - kFirst;
+            At(place, i) = __builtin_convertvector(bits & ((1 << kShift) - 1), Floats) * (1.0f / (1 << kShift));
+        }
+        for (size_t i = 0; i < count; i += 4) {
+            Doubles4 row[4];
+            for (size_t k = 0; k < 4; ++k) row[k] = *reinterpret_cast<const Doubles4Anywhere*>(step.pieces[c] + ptrdiff_t{4} * piece[i + k]);
+            const Doubles4 a = __builtin_shufflevector(row[0], row[1], 0, 4, 2, 6), b = __builtin_shufflevector(row[2], row[3], 0, 4, 2, 6);
+            const Doubles4 d = __builtin_shufflevector(row[0], row[1], 1, 5, 3, 7), e = __builtin_shufflevector(row[2], row[3], 1, 5, 3, 7);
+            const Doubles4 constant = __builtin_shufflevector(a, b, 0, 1, 4, 5), squared = __builtin_shufflevector(a, b, 2, 3, 6, 7);
+            const Doubles4 linear = __builtin_shufflevector(d, e, 0, 1, 4, 5), cubed = __builtin_shufflevector(d, e, 2, 3, 6, 7);
+            const Doubles4 x = __builtin_convertvector(*reinterpret_cast<const Floats4*>(place + i), Doubles4);
+            const Doubles4 value = ((cubed * x + squared) * x + linear) * x + constant;
+            *reinterpret_cast<Floats4*>(curved + i) = __builtin_convertvector(value, Floats4);
+        }
+        const FusedStep::Line& line = step.lines[c];
+        for (size_t i = 0; i < count; i += kLanes) {
+            const Ints isCurved = At(plane, i) >= step.limits[c];
+            if (!HoldsEverywhere(isCurved)) {
+                for (size_t k = i; k < i + kLanes; k += kHalf)
+                    HalfAt(plane, k) = Narrow((Wide(plane + k) * line.factor + line.offset) / line.divisor);
+            }
+            At(plane, i) = isCurved ? At(curved, i) : At(plane, i);
         }
     }
 }
 
 void Dense(const FusedStep& step, FusedBlock& block, size_t count) {
     for (size_t c = 0; c < step.channels; ++c) {
-        for (size_t i = 0; i < count; i += kLanes) At(block.plane[c], i) = LookUpFloats(step.values[c], Rounded(At(block.plane[c], i)));
+        for (size_t i = 0; i < count; i += kLanes) At(block.plane[c], i) = LookUpFloats(step.values[c], Code(At(block.plane[c], i)));
     }
 }
 
@@ -198,7 +224,7 @@ CM_INLINE void Locate(const FusedStep& step, FusedBlock& block, size_t count, Gr
     for (size_t i = 0; i < count; i += kLanes) {
         Ints base = {};
         for (size_t c = 0; c < kInputs; ++c) {
-            const Ints place = ToFixed(Rounded(At(block.plane[c], i)) * step.gridDomain[c]);
+            const Ints place = ToFixed(Code(At(block.plane[c], i)) * step.gridDomain[c]);
             base += (place >> 16) * step.stride[c];
             At(places.rest[c], i) = place & 0xFFFF;
         }
@@ -307,10 +333,11 @@ void TwoTetrahedral(const FusedStep& step, FusedBlock& block, size_t count) {
             LoadEightWords(node + last, n3);
             const Words8 sum = (n1 - n0) * static_cast<unsigned>(ways.largest[i + k]) + (n2 - n1) * static_cast<unsigned>(ways.middle[i + k]) +
                                (n3 - n2) * static_cast<unsigned>(ways.smallest[i + k]);
-            // Rounded twice: to the full scale, then to whole numbers. Unsigned, as wild tables run over.
-            const Words8 biased = sum + 0x7FFFu;
-            const Words8 stepped = biased + reinterpret_cast<Words8>(reinterpret_cast<Ints8>(biased) >> 16) + 1u;
-            const Words8 fixed = sum + reinterpret_cast<Words8>(reinterpret_cast<Ints8>(stepped) >> 16) + 0x8000u;
+            // Little CMS rounds twice, to the full scale and to whole numbers, and cuts towards 0 in between, so that the border lies a unit lower
+            // for what is negative. Unsigned, as wild tables run over.
+            const Words8 below = reinterpret_cast<Words8>(reinterpret_cast<Ints8>(sum) >> 31);
+            const Words8 biased = sum + 0x7FFFu - below;
+            const Words8 fixed = sum + 0x8000u + reinterpret_cast<Words8>(reinterpret_cast<Ints8>(biased) >> 16);
             const Words8 both = (n0 + reinterpret_cast<Words8>(reinterpret_cast<Ints8>(fixed) >> 16)) & 0xFFFFu;
             pixels[k] = Between(__builtin_shufflevector(both, both, 0, 1, 2, 3), __builtin_shufflevector(both, both, 4, 5, 6, 7),
                                 static_cast<unsigned>(places.rest[0][i + k]));
@@ -324,11 +351,8 @@ void Run(const FusedStep* steps, size_t stepCount, FusedBlock& block, FusedBlock
     count = (count + kLanes - 1) / kLanes * kLanes;
     for (const FusedStep* step = steps; step != steps + stepCount; ++step) {
         switch (step->kind) {
-            case FusedStep::kAffine:
-                Affine(*step, block, count);
-                break;
-            case FusedStep::kMatrices:
-                Matrices(*step, block, count);
+            case FusedStep::kUnits:
+                Units(*step, block, count);
                 break;
             case FusedStep::kRound:
                 Round(*step, block, count);
@@ -336,14 +360,17 @@ void Run(const FusedStep* steps, size_t stepCount, FusedBlock& block, FusedBlock
             case FusedStep::kClamp:
                 Clamp(*step, block, count);
                 break;
-            case FusedStep::kCubeRoot:
-                CubeRoot(block, count);
+            case FusedStep::kMatrix:
+                Matrix(*step, block, count);
                 break;
-            case FusedStep::kCube:
-                Cube(block, count);
+            case FusedStep::kScale:
+                Scale(*step, block, count);
                 break;
-            case FusedStep::kScaledRoot:
-                ScaledRoot(*step, block, count);
+            case FusedStep::kLab:
+                Lab(block, count);
+                break;
+            case FusedStep::kXYZ:
+                XYZ(block, count);
                 break;
             case FusedStep::kTables:
                 Tables(*step, block, count);
@@ -378,10 +405,10 @@ CM_INLINE float FullScale(uint8_t sample) {
 CM_INLINE float FullScale(uint16_t sample) {
     return static_cast<float>(sample);
 }
-CM_INLINE void Narrow(unsigned value, uint8_t& sample) {
+CM_INLINE void StoreSample(unsigned value, uint8_t& sample) {
     sample = static_cast<uint8_t>((value * 65281u + 8388608u) >> 24);
 }
-CM_INLINE void Narrow(unsigned value, Sample16& sample) {
+CM_INLINE void StoreSample(unsigned value, Sample16& sample) {
     sample = static_cast<uint16_t>(value);
 }
 
@@ -396,10 +423,10 @@ template <typename Sample, size_t kStride, size_t kChannels>
 CM_INLINE void Pack(const FusedBlock& block, Sample* pixels, size_t count) {
     alignas(64) int codes[kFusedPlanes][kFusedBlock];
     for (size_t c = 0; c < kChannels; ++c) {
-        for (size_t i = 0; i < count; i += kLanes) At(codes[c], i) = Rounded(At(block.plane[c], i));
+        for (size_t i = 0; i < count; i += kLanes) At(codes[c], i) = Code(At(block.plane[c], i));
     }
     for (size_t i = 0; i < count; ++i) {
-        for (size_t c = 0; c < kChannels; ++c) Narrow(static_cast<unsigned>(codes[c][i]), pixels[kStride * i + c]);
+        for (size_t c = 0; c < kChannels; ++c) StoreSample(static_cast<unsigned>(codes[c][i]), pixels[kStride * i + c]);
     }
 }
 
@@ -456,7 +483,7 @@ void PackBlock(const FusedLayout& layout, const FusedBlock& block, void* pixels,
 }
 
 void CompareLab(const FusedBlock& first, const FusedBlock& second, float squaredLimit, unsigned char* bits, size_t count) {
-    constexpr float kL = static_cast<float>(100.0 / 65535.0), kAB = static_cast<float>(255.0 / 65535.0);
+    constexpr float kL = 100.0f, kAB = 255.0f;
     alignas(64) int within[kFusedBlock];
     for (size_t i = 0; i < count; i += kLanes) {
         const Floats L = (At(first.plane[0], i) - At(second.plane[0], i)) * kL;
