@@ -11,6 +11,7 @@
 #include "images/FourCharCodes.h"
 #include "orlo/CommandLine.h"
 #include "orlo/CommandTable.h"
+#include "orlo/SettingsLock.h"
 
 namespace {
 
@@ -362,12 +363,14 @@ void Store(const Pending& pending) {
     if (pending.observer) SetStringPreference(Key("Observer"), StringOf(*pending.observer).Get());
 }
 
+/// Reads what others stored, and writes what was changed here.
+bool Synchronise() {
+    return CFPreferencesSynchronize(CFSTR("com.brenwick.orlocms"), kCFPreferencesCurrentUser, kCFPreferencesCurrentHost);
+}
+
 /// Writes what was stored, and tells every process, once.
 void Publish() {
-    if (!CFPreferencesSynchronize(CFSTR("com.brenwick.orlocms"), kCFPreferencesCurrentUser, kCFPreferencesCurrentHost)) {
-        throw Complaint{"settings", "they cannot be written to the configuration folder",
-                        "make com.brenwick.orlocms in $XDG_CONFIG_HOME (or ~/.config) writable", Exit::Failed};
-    }
+    if (!Synchronise()) throw SettingsNotWritten();
     SynchronisePreferences(true);
 }
 
@@ -428,6 +431,10 @@ void CheckSettings(std::span<const SettingChange> changes) {
 }
 
 void ChangeSettings(std::span<const SettingChange> changes) {
+    // What is wrong is refused before a file is touched.
+    CheckSettings(changes);
+    const SettingsLock lock;
+    Synchronise();
     Store(Checked(changes));
     Publish();
 }
@@ -435,6 +442,8 @@ void ChangeSettings(std::span<const SettingChange> changes) {
 void ResetSettings(std::span<const std::string> names) {
     std::vector<const Row*> rows;
     for (const std::string& name : names) rows.push_back(&FindRow(name));
+    const SettingsLock lock;
+    Synchronise();
     for (const Row* row : rows) {
         // A null string removes a key, whatever it holds.
         row->isStored == IsConditionStored ? ForgetCondition(row->key) : SetStringPreference(Key(row->key), nullptr);
