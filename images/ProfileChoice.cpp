@@ -11,6 +11,7 @@
 #include "images/FineCurves.h"
 #include "images/FourCharCodes.h"
 #include "images/Refusal.h"
+#include "images/Texts.h"
 
 ChosenProfile OpenProfile(const std::string& path, const char* needed) {
     const Owned<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()),
@@ -135,8 +136,6 @@ Owned<ColorSyncProfileRef> OpenReferenceProfile() {
 
 std::string ProfileName(ColorSyncProfileRef profile) {
     const Owned<CFStringRef> name(ColorSyncProfileCopyDescriptionString(profile));
-    if (!name) return "unnamed profile";
-    std::vector<char> text(static_cast<std::size_t>(CFStringGetMaximumSizeForEncoding(CFStringGetLength(name.Get()), kCFStringEncodingUTF8)) + 1);
-    if (!CFStringGetCString(name.Get(), text.data(), static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8) || !text[0]) return "unnamed profile";
-    return text.data();
+    const std::string text = TextOf(name.Get());
+    return text.empty() ? "unnamed profile" : text;
 }

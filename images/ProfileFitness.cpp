@@ -2,15 +2,15 @@
 
 #include "images/CurrentMatching.h"
 #include "images/Refusal.h"
+#include "images/Texts.h"
 
 namespace {
 
 std::string ReferenceProfilePath() {
     const Owned<CFStringRef> path(LocateResourceProfilePath(CFSTR("MatrixCalRGB")));
-    const CFIndex size = path ? CFStringGetMaximumSizeForEncoding(CFStringGetLength(path.Get()), kCFStringEncodingUTF8) + 1 : 0;
-    std::string text(static_cast<std::size_t>(size), '\0');
-    if (!path || !CFStringGetCString(path.Get(), text.data(), size, kCFStringEncodingUTF8)) OpenReferenceProfile();  // which tells what is wrong
-    return text.c_str();
+    const std::string text = TextOf(path.Get());
+    if (text.empty()) OpenReferenceProfile();  // which tells what is wrong
+    return text;
 }
 
 constexpr const char* kNeeded = "the profile of a device is needed";

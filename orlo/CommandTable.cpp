@@ -50,16 +50,17 @@ bool TakesFile(const Argument& argument) {
     return std::ranges::find(kFiles, argument.value) != kFiles.end();
 }
 
+std::string NumberText(double number) {
+    std::array<char, 32> digits;
+    return {digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr};
+}
+
 double RealFrom(const std::string& about, const std::string& value, double least, double most) {
     double number = 0.0;
     const char* const end = value.data() + value.size();
     const auto [last, error] = std::from_chars(value.data(), end, number);
     if (error == std::errc() && last == end && number >= least && number <= most) return number;
-    const auto text = [](double limit) {
-        std::array<char, 32> digits;
-        return std::string(digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), limit).ptr);
-    };
-    throw Complaint{about, "'" + value + "' is not a value of it", "use a number from " + text(least) + " to " + text(most)};
+    throw Complaint{about, "'" + value + "' is not a value of it", "use a number from " + NumberText(least) + " to " + NumberText(most)};
 }
 
 long WholeFrom(const std::string& about, const std::string& value, long least, long most) {

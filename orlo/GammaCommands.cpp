@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cmath>
 #include <functional>
 #include <memory>
@@ -31,17 +30,6 @@ struct GammaRequest {
     bool isDry = false;
 };
 
-double NumberWithin(const std::string& option, const std::string& text, double least, double most) {
-    double value = 0.0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error == std::errc() && end == text.data() + text.size() && value >= least && value <= most) return value;
-    const auto shown = [](double number) {
-        std::array<char, 32> digits{};
-        return std::string(digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr);
-    };
-    throw Complaint{option, "'" + text + "' is not a value of it", "use a number from " + shown(least) + " to " + shown(most)};
-}
-
 /// "1.1" for all channels, or "1.1,1,0.9".
 std::array<double, 3> ThreeWithin(const std::string& option, const std::string& text, double least, double most) {
     std::vector<std::string> pieces(1);
@@ -55,7 +43,7 @@ std::array<double, 3> ThreeWithin(const std::string& option, const std::string& 
     if (pieces.size() != 1 && pieces.size() != 3)
         throw Complaint{option, "'" + text + "' is not a value of it", "give one number, or three with commas"};
     std::array<double, 3> values{};
-    for (std::size_t c = 0; c < 3; ++c) values[c] = NumberWithin(option, pieces[pieces.size() == 1 ? 0 : c], least, most);
+    for (std::size_t c = 0; c < 3; ++c) values[c] = RealFrom(option, pieces[pieces.size() == 1 ? 0 : c], least, most);
     return values;
 }
 
@@ -243,7 +231,7 @@ std::vector<Command> GammaCommands() {
                             all,
                             {"--tolerance", "NUMBER", "by how much of 65535 a ramp may differ. Default: 257, a step of eight bits",
                              [request](const std::string& value) {
-                                 request->tolerance = static_cast<int>(NumberWithin("--tolerance", value, 0, 65535));
+                                 request->tolerance = static_cast<int>(RealFrom("--tolerance", value, 0, 65535));
                              }}},
               .json =
                   "{\"displays\": [{\"display\", \"expected\": \"document\"|\"profile\"|\"straight\"|\"file\", \"largestDifference\", \"channel\", "

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "images/Complaint.h"
+#include "images/Texts.h"
 #include "orlo/ImageModule.h"
 #include "orlo/StoredSettings.h"
 
@@ -96,12 +97,6 @@ std::vector<std::string> TakeFromStore(Asked& asked, const std::string& command)
         if (!request.quality) request.quality = request.conditions->quality;
     }
     return taken;
-}
-
-std::string NumberText(double number) {
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%g", number);
-    return text.data();
 }
 
 /// The conditions in force, as the summary tells them.
@@ -199,18 +194,12 @@ struct Work {
     FileNumbers originals;
 };
 
-std::string SmallSuffix(const std::filesystem::path& path) {
-    std::string suffix = path.extension().string();
-    std::ranges::transform(suffix, suffix.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    return suffix;
-}
-
 /// Whether a file of a folder is taken for a picture.
 bool IsPicture(const std::filesystem::directory_entry& entry) {
     constexpr std::array<std::string_view, 14> kSuffixes = {".png",  ".tif",  ".tiff", ".jpg", ".jpeg", ".webp", ".avif",
                                                             ".heic", ".heif", ".jxl",  ".ppm", ".pgm",  ".gif",  ".jp2"};
     std::error_code none;
-    return entry.is_regular_file(none) && std::ranges::find(kSuffixes, SmallSuffix(entry.path())) != kSuffixes.end();
+    return entry.is_regular_file(none) && std::ranges::find(kSuffixes, SmallLetters(entry.path().extension().string())) != kSuffixes.end();
 }
 
 /// The suffix of an output: by the kind that is asked for, or the input's.
@@ -291,6 +280,13 @@ void RequireOwnPlace(const Job& job, const FileNumbers& originals, const FileNum
     if (written.contains(*there)) throw Complaint{job.output, "another input was written there already", "give one of the two another name"};
 }
 
+void MakeFolder(const std::filesystem::path& folder) {
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (error)
+        throw Complaint{folder.string(), "the folder cannot be made (" + error.message() + ")", "name another with --output-dir", Exit::Failed};
+}
+
 /// Goes on after a picture that cannot be done, and tells at the end which those are.
 void RunAll(ImageRequest request, const Work& work, const std::string& command, const std::vector<std::string>& taken, const Showing& showing) {
     Json results = Json::array(), failures = Json::array();
@@ -299,8 +295,7 @@ void RunAll(ImageRequest request, const Work& work, const std::string& command, 
     for (const Job& job : work.jobs) {
         try {
             RequireOwnPlace(job, work.originals, written);
-            std::error_code error;
-            std::filesystem::create_directories(std::filesystem::path(job.output).parent_path(), error);
+            MakeFolder(std::filesystem::path(job.output).parent_path());
             request.input = job.input;
             request.output = job.output;
             const Told told = RunOne(request, command, taken);

@@ -14,6 +14,7 @@
 #include "images/Metadata.h"
 #include "images/ProfileChoice.h"
 #include "images/SourceColour.h"
+#include "images/Texts.h"
 #include "orlo/ImageModule.h"
 #include "orlo/OutputFile.h"
 #include "orlo/ProgressBar.h"
@@ -29,9 +30,7 @@ struct OutputForm {
 
 /// "PNG"
 std::string NameInMessages(const FormatTraits& traits) {
-    std::string name = traits.name;
-    std::ranges::transform(name, name.begin(), [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
-    return name;
+    return CapitalLetters(traits.name);
 }
 
 /// Everything that can be said against the output from its name alone.
@@ -94,7 +93,7 @@ GamutPlan PlanOfGamut(const ImageRequest& request, ColorSyncProfileRef reference
     plan.printer = request.printerGamut;
     plan.form = request.gamutForm;
     if (!request.exactGamut) plan.tolerance = request.tolerance.value_or(request.printerGamut ? kPrinterTolerance : kMonitorTolerance);
-    constexpr std::array<uint32_t, 3> kColourants = {0x7258595A, 0x6758595A, 0x6258595A};  // 'rXYZ' and so on
+    constexpr std::array<uint32_t, 3> kColourants = {Code("rXYZ"), Code("gXYZ"), Code("bXYZ")};
     for (std::size_t c = 0; c < 3; c++) {
         const FixedXYZ xyz = GetMediaColourant(reference, kColourants[c]);
         const auto real = [](int32_t fixed) { return static_cast<float>(fixed) / static_cast<float>(kFixedOne); };
@@ -137,14 +136,9 @@ void RunOnce(const ImageRequest& request, bool takesDamaged, ImageReport* report
     if (!request.proofer.empty()) proofer = ChooseProofer(request.proofer);
     const Owned<ColorSyncProfileRef> reference = OpenReferenceProfile();
 
-    ImageHold image = OpenImage(request.input, false, request.page, limits);
-    bool isTurned = false;
-    const int pages = PagesOf(image.get());
     // Other kinds have no place for the orientation that TIFF and JPEG keep in a tag.
-    if (!TraitsOf(format).keepsOrientation && vips_image_get_orientation(image.get()) > 1) {
-        image = OpenImage(request.input, true, request.page, limits);
-        isTurned = true;
-    }
+    const bool upright = !TraitsOf(format).keepsOrientation;
+    const ImageHold image = OpenImage(request.input, upright, request.page, limits);
     RunPlan plan;
     plan.operation = request.operation;
     std::atomic<uint64_t> marked = 0;
@@ -193,7 +187,7 @@ void RunOnce(const ImageRequest& request, bool takesDamaged, ImageReport* report
     const bool sameKind = format == FormatOfName(request.input) && format != ImageFormat::Tiff;
     const bool isWritable = format == ImageFormat::Png || format == ImageFormat::Tiff || format == ImageFormat::Jpeg || format == ImageFormat::WebP;
     const std::string reason =
-        sameKind || !isWritable || request.operation == Operation::Gamut ? "" : CarryMetadata(request.input, file.TemporaryPath(), isTurned);
+        sameKind || !isWritable || request.operation == Operation::Gamut ? "" : CarryMetadata(request.input, file.TemporaryPath(), upright);
     if (!reason.empty()) report->note = "camera data is not carried over (" + reason + ")";
     if (form.profile && !traits.holdsProfile) report->note = NameInMessages(traits) + " carries no profile";
     file.Commit();
@@ -203,7 +197,7 @@ void RunOnce(const ImageRequest& request, bool takesDamaged, ImageReport* report
     report->depth = form.shape.depth;
     report->from = plan.toReference ? source.profileName : deviceName;
     report->to = request.operation == Operation::Gamut ? NameOfGamutPicture(request) : ProfileName(form.profile);
-    report->pages = pages;
+    report->pages = PagesOf(image.get());
     report->marked = static_cast<double>(marked) / (static_cast<double>(report->width) * report->height);
 }
 

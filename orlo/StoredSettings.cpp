@@ -3,12 +3,12 @@
 #include <glib.h>
 
 #include <array>
-#include <charconv>
 #include <cmath>
 #include <memory>
 #include <nlohmann/json.hpp>
 
 #include "images/FourCharCodes.h"
+#include "images/Texts.h"
 #include "orlo/CommandLine.h"
 #include "orlo/CommandTable.h"
 #include "orlo/SettingsLock.h"
@@ -19,13 +19,6 @@ constexpr std::size_t kShortText = 31;  // bytes: illuminant and observer are re
 
 CFStringRef Key(const char* key) {
     return __CFStringMakeConstantString(key);
-}
-
-std::string TextOf(CFStringRef string) {
-    if (!string) return {};
-    std::vector<char> text(static_cast<std::size_t>(CFStringGetMaximumSizeForEncoding(CFStringGetLength(string), kCFStringEncodingUTF8)) + 1);
-    if (!CFStringGetCString(string, text.data(), static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8)) return {};
-    return text.data();
 }
 
 // What is stored is answered whatever the default.
@@ -43,11 +36,6 @@ bool IsTextStored(const char* key) {
 
 Owned<CFStringRef> StringOf(const std::string& text) {
     return Owned<CFStringRef>(CFStringCreateWithCString(kCFAllocatorDefault, text.c_str(), kCFStringEncodingUTF8));
-}
-
-std::string NumberText(double number) {
-    std::array<char, 32> text;
-    return {text.data(), std::to_chars(text.data(), text.data() + text.size(), number).ptr};
 }
 
 SettingValue Number(double number) {
@@ -130,9 +118,7 @@ std::string StoredPath(const char* key) {
     Boolean wasChanged = false;
     if (!alias || FSResolveAlias(nullptr, alias.get(), &file, &wasChanged) != 0) return {};
     const Owned<CFURLRef> url(CFURLCreateFromFSRef(kCFAllocatorDefault, &file));
-    std::array<UInt8, 4096> path;
-    if (!url || !CFURLGetFileSystemRepresentation(url.Get(), true, path.data(), static_cast<CFIndex>(path.size()))) return {};
-    return reinterpret_cast<const char*>(path.data());
+    return PathOf(url.Get());
 }
 
 /// Stored as an alias, or as a text.

@@ -226,6 +226,26 @@ class Metadata(OrloCase):
         # Orientation 6: the first row becomes the last column.
         self.assertEqual([png.samples[(y * 6 + 5) * 3] for y in range(24)], list(tiff.band(0)[:24]))
 
+    def bytes_read(self, source, target):
+        """How much the command reads, in all."""
+        process = subprocess.Popen(self.arguments("match", source, self.path(target)), stdout=subprocess.DEVNULL)
+        os.waitid(os.P_PID, process.pid, os.WEXITED | os.WNOWAIT)
+        with open(f"/proc/{process.pid}/io", encoding="ascii") as file:
+            told = dict(line.split(": ") for line in file)
+        self.assertEqual(process.wait(), 0)
+        return int(told["rchar"])
+
+    def test_a_picture_that_is_turned_is_decoded_once(self):
+        sizes = []
+        for orientation in (1, 6):
+            source = self.path(f"photo{orientation}.jpg")
+            shutil.copy(photograph("rocket.jpg"), source)
+            subprocess.run(["exiv2", f"-Mset Exif.Image.Orientation {orientation}", source], capture_output=True, check=True)
+            sizes.append(self.bytes_read(source, f"out{orientation}.png"))
+        self.assertLess(sizes[1] - sizes[0], os.path.getsize(photograph("rocket.jpg")) / 2)
+        upright, turned = (self.read(self.path(f"out{orientation}.png")) for orientation in (1, 6))
+        self.assertEqual((turned.width, turned.height), (upright.height, upright.width))
+
     # What a photograph tells, by the names that exiv2 knows it by.
     TOLD = {"Exif.Image.Make": "Orlo Works", "Exif.Image.Copyright": "A. Painter", "Exif.Photo.ExposureTime": "1/250", "Exif.GPSInfo.GPSAltitude": "300/1",
             "Iptc.Application2.Caption": "A rocket", "Xmp.dc.format": "image/jpeg"}

@@ -232,6 +232,13 @@ class Several(OrloCase):
         self.assertEqual((done.returncode, b"--output-dir" in done.stderr), (2, True))
 
 
+    def test_a_folder_that_cannot_be_made_is_told_as_that(self):
+        with open(self.path("file"), "wb"):
+            pass
+        done = self.orlo(self.path("in"), "--output-dir", self.path("file/out"), status=1)
+        self.assertEqual(done.stderr.count(f"orlo: {self.path('file/out')}: the folder cannot be made (Not a directory); name another".encode()), 2, done.stderr)
+
+
 class Interruptions(OrloCase):
     def test_an_interrupted_run_leaves_nothing(self):
         # Large enough to be caught at work: the pixels are many, their file is small.
