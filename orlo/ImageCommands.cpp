@@ -99,6 +99,40 @@ std::vector<std::string> TakeFromStore(Asked& asked, const std::string& command)
     return taken;
 }
 
+constexpr std::array<const char*, 4> kIntentWords = {"absolute", "relative", "perceptual", "saturation"};
+
+bool TakesRendering(Operation operation) {
+    return operation == Operation::PrinterMatch || operation == Operation::Proof;
+}
+
+void CheckRendering(const Rendering& rendering) {
+    if (rendering.compensatesBlack && rendering.UsedIntent() == Intent::Absolute) {
+        throw Complaint{"--black-point-compensation", "the intent absolute keeps black as it is", "add --intent relative, perceptual or saturation"};
+    }
+    if (rendering.showsInkAsBlack && !rendering.showsPaperAsWhite) {
+        throw Complaint{"--ink-black", "with the paper simulated the ink is, too", "add --paper white"};
+    }
+}
+
+/// "intent perceptual, black point compensation, paper white, "; empty for what sessions show.
+std::string RenderingText(const Rendering& rendering) {
+    if (rendering.IsOfSessions()) return {};
+    std::string text = std::string("intent ") + kIntentWords[static_cast<std::size_t>(rendering.UsedIntent())] + ", ";
+    if (rendering.compensatesBlack) text += "black point compensation, ";
+    if (rendering.showsPaperAsWhite) text += "paper white, ";
+    if (rendering.showsInkAsBlack) text += "ink black, ";
+    return text;
+}
+
+Json JsonOf(const Rendering& rendering, Operation operation) {
+    Json json = {{"intent", kIntentWords[static_cast<std::size_t>(rendering.UsedIntent())]}, {"blackPointCompensation", rendering.compensatesBlack}};
+    if (operation == Operation::Proof) {
+        json["paper"] = rendering.showsPaperAsWhite ? "white" : "simulated";
+        json["inkBlack"] = rendering.showsInkAsBlack ? "black" : "simulated";
+    }
+    return json;
+}
+
 /// The conditions in force, as the summary tells them.
 std::string ConditionsText(const std::optional<StoredConditions>& conditions) {
     if (!conditions) return "no viewing conditions";
@@ -147,7 +181,7 @@ Told RunOne(const ImageRequest& request, const std::string& command, const std::
     std::array<char, 160> figures{};
     std::snprintf(figures.data(), figures.size(), ": %d x %d pixels, %d bits, ", report.width, report.height, report.depth);
     std::string line = command + ": " + request.input + " -> " + request.output + figures.data() + report.from + " to " + report.to + ", " +
-                       StoredText(taken) + ConditionsText(request.conditions);
+                       StoredText(taken) + RenderingText(request.rendering) + ConditionsText(request.conditions);
     if (report.pages > 1) line += ", page " + std::to_string(request.page) + " of " + std::to_string(report.pages);
     if (!report.note.empty()) line += ", " + report.note;
     if (request.operation == Operation::Gamut) {
@@ -163,6 +197,7 @@ Told RunOne(const ImageRequest& request, const std::string& command, const std::
                  {"from", report.from},      {"to", report.to},
                  {"stored", taken},          {"conditions", JsonOf(request.conditions)},
                  {"seconds", seconds}};
+    if (TakesRendering(request.operation)) told["rendering"] = JsonOf(request.rendering, request.operation);
     if (request.operation == Operation::Gamut) told["marked"] = report.marked;
     if (report.pages > 1) told["page"] = request.page, told["pages"] = report.pages;
     if (!report.note.empty()) told["note"] = report.note;
@@ -315,6 +350,7 @@ void RunAll(ImageRequest request, const Work& work, const std::string& command, 
 }
 
 void Run(Asked asked, const std::string& command, const Showing& showing) {
+    CheckRendering(asked.request.rendering);
     const Work work = WorkOf(asked, command);
     const std::vector<std::string> taken = TakeFromStore(asked, command);
     if (!asked.outputFolder.empty()) return RunAll(asked.request, work, command, taken, showing);
@@ -360,6 +396,21 @@ Command ImageCommand(const About& row) {
         add({"--difference", "", "OUTPUT is a grey map of the differences: white is 25.5 or more, so that a level of 8 bits is 0.1",
              [request](const std::string&) { request->gamutForm = GamutForm::Difference; }});
     }
+    if (TakesRendering(row.operation)) {
+        add({"--intent", "absolute|relative|perceptual|saturation",
+             "how the picture is brought to the printer, or to the proofer before it; absolute unless given, and what matching sessions show",
+             [request](const std::string& value) {
+                 request->rendering.given = static_cast<Intent>(std::ranges::find(kIntentWords, value) - kIntentWords.begin());
+             }});
+        add({"--black-point-compensation", "", "the picture's black becomes the printer's; not with the intent absolute",
+             SwitchOn(request->rendering.compensatesBlack)});
+    }
+    if (row.operation == Operation::Proof) {
+        add({"--paper", "simulated|white", "whether the paper's colour is seen, or shown as the monitor's white; simulated unless given",
+             [request](const std::string& value) { request->rendering.showsPaperAsWhite = value == "white"; }});
+        add({"--ink-black", "simulated|black", "with --paper white: whether the darkest ink is seen, or shown as the monitor's black",
+             [request](const std::string& value) { request->rendering.showsInkAsBlack = value == "black"; }});
+    }
     if (!ReadsDeviceValues(row.operation)) {
         add({"--input-profile", "PROFILE", "the profile that INPUT's colours are in, whatever it carries", Into(request->inputProfile)});
     }
@@ -379,7 +430,8 @@ Command ImageCommand(const About& row) {
         " \"stored\": [\"monitor\", \"printer\", \"proofer\"] as far as they came from the store,\n"
         " \"conditions\": null, or with --session {\"intent\", \"flare\", \"contrast\", \"aOffset\", \"bOffset\", \"adaptToPaper\",\n"
         "   \"fixedMonitorWhite\", \"fixedPrinterWhite\"},\n"
-        " \"seconds\"; gamut: \"marked\": 0..1, the share of the pixels;\n"
+        " \"seconds\"; printer-match, proof: \"rendering\": {\"intent\", \"blackPointCompensation\", of a proof \"paper\", \"inkBlack\"};\n"
+        " gamut: \"marked\": 0..1, the share of the pixels;\n"
         " \"page\" and \"pages\" of an input with several; \"note\": what could not be done beside the picture}\n"
         "with --output-dir {\"results\": [such, ...], \"failures\": [{\"input\", \"about\", \"wrong\", \"right\"}, ...]}";
     command.examples = {row.example};

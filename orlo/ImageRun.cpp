@@ -13,6 +13,7 @@
 #include "images/ImageWriting.h"
 #include "images/Metadata.h"
 #include "images/ProfileChoice.h"
+#include "images/Route.h"
 #include "images/SourceColour.h"
 #include "images/Texts.h"
 #include "orlo/ImageModule.h"
@@ -123,6 +124,14 @@ void CheckDeviceValues(const ImageRequest& request, const ImageShape& input, Col
     if (!wantsCMYK && input.colours == 4) throw Complaint{request.input, "it holds CMYK values", "an image of the device's RGB is needed"};
 }
 
+/// The printer as a session has it, whose user may have given it another white.
+Owned<ColorSyncProfileRef> PrinterOf(const ImageRequest& request, const ChosenProfile& printer) {
+    if (!request.conditions || !request.conditions->printerWhite) return Owned<ColorSyncProfileRef>::Retain(printer.profile.Get());
+    Owned<ColorSyncMutableProfileRef> copy(ColorSyncProfileCreateMutableCopy(printer.profile.Get()));
+    if (copy) SetMediaWhitePoint(copy.Get(), *request.conditions->printerWhite);
+    return Owned<ColorSyncProfileRef>(copy.Detach());
+}
+
 /// takesDamaged   whether what there is of a damaged input is taken
 void RunOnce(const ImageRequest& request, bool takesDamaged, ImageReport* report) {
     const ReadingLimits limits = {request.mostPixels, takesDamaged};
@@ -164,10 +173,25 @@ void RunOnce(const ImageRequest& request, bool takesDamaged, ImageReport* report
         plan.sourceChannels = source.channels;
     }
 
+    // Viewing conditions, and curves as hosts read them, are the library's alone.
+    const bool matchesInLibrary = request.conditions || request.plainCurves;
+    const bool isOnRoute = !request.rendering.IsOfSessions();
+    std::vector<Leg> route;
+    if (isOnRoute) {
+        const Owned<ColorSyncProfileRef> print = PrinterOf(request, printer);
+        const ColorSyncProfileRef screen = matchesInLibrary ? reference.Get() : monitor.profile.Get();
+        route = RouteThrough(
+            {source.profile.Get(), proofer ? proofer->profile.Get() : nullptr, print.Get(), request.operation == Operation::Proof ? screen : nullptr},
+            request.rendering);
+        plan.route = &route;
+        plan.routeEndsInReference = request.operation == Operation::Proof && matchesInLibrary;
+    }
+
     // The printer's operations read no precomputed tables, so none are built for them.
     const bool printerOnly = request.operation == Operation::PrinterMatch || request.operation == Operation::PrinterPredict || request.printerGamut;
     // Nor are they exact enough to tell a colour from its prediction back.
-    const bool readsTables = !printerOnly && !(request.operation == Operation::Gamut && plan.gamut.tolerance);
+    const bool readsTables =
+        !printerOnly && !(request.operation == Operation::Gamut && plan.gamut.tolerance) && (!isOnRoute || plan.routeEndsInReference);
     const int quality = !readsTables ? 1 : request.quality.value_or(2);
     const CurrentMatching matching(monitor, printer, proofer, request.conditions ? &*request.conditions : nullptr, kQualities[quality]);
     // The engine has read them, and a signal would leave them behind.
