@@ -106,6 +106,12 @@ void RefineCurves(ChosenProfile& monitor) {
     monitor.file = std::move(given.file);
 }
 
+ChosenProfile StandInMonitor() {
+    const Owned<CFStringRef> path(LocateResourceProfilePath(CFSTR("MatrixCalRGB")));
+    if (!path) OpenReferenceProfile();  // which tells what is wrong
+    return ChooseMonitor(TextOf(path.Get()));
+}
+
 ChosenProfile StandInPrinter() {
     constexpr CFIndex kClassOffset = 12;  // in the header
     const Owned<ColorSyncProfileRef> reference = OpenReferenceProfile();

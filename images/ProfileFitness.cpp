@@ -2,16 +2,8 @@
 
 #include "images/CurrentMatching.h"
 #include "images/Refusal.h"
-#include "images/Texts.h"
 
 namespace {
-
-std::string ReferenceProfilePath() {
-    const Owned<CFStringRef> path(LocateResourceProfilePath(CFSTR("MatrixCalRGB")));
-    const std::string text = TextOf(path.Get());
-    if (text.empty()) OpenReferenceProfile();  // which tells what is wrong
-    return text;
-}
 
 constexpr const char* kNeeded = "the profile of a device is needed";
 
@@ -29,7 +21,7 @@ const char* NameOf(Device device) {
     return device == Device::Monitor ? "monitor" : device == Device::Printer ? "printer" : "proofer";
 }
 
-FitnessJudge::FitnessJudge() : monitor_(ChooseMonitor(ReferenceProfilePath())), printer_(StandInPrinter()) {}
+FitnessJudge::FitnessJudge() : monitor_(StandInMonitor()), printer_(StandInPrinter()) {}
 
 std::optional<Complaint> FitnessJudge::Against(const std::string& path, Device device) const try {
     MatchingData* data = nullptr;

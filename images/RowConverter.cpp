@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "images/FourCharCodes.h"
+
 namespace {
 
 constexpr std::size_t kStride = 4;         // samples of a device or reference pixel
@@ -181,12 +183,25 @@ bool RowConverter::FromDevice(const void* in, std::size_t count) {
     return (printer ? PrinterPredict16 : MonitorPredict16)(device16_.data(), reference_.data(), count) == 0;
 }
 
+std::array<XYZColour, 3> PrimariesOf(ColorSyncProfileRef reference) {
+    constexpr std::array<uint32_t, 3> kColourants = {Code("rXYZ"), Code("gXYZ"), Code("bXYZ")};
+    std::array<XYZColour, 3> primaries;
+    for (std::size_t c = 0; c < 3; c++) {
+        const FixedXYZ xyz = GetMediaColourant(reference, kColourants[c]);
+        const auto real = [](int32_t fixed) { return static_cast<float>(fixed) / static_cast<float>(kFixedOne); };
+        primaries[c] = {real(xyz.X), real(xyz.Y), real(xyz.Z)};
+    }
+    return primaries;
+}
+
+LabColour LabOfReference(const std::array<XYZColour, 3>& primaries, const uint16_t* colour) {
+    XYZColour sum;
+    for (std::size_t c = 0; c < 3; c++) sum += primaries[c] * (static_cast<float>(colour[c]) / static_cast<float>(kFull65535));
+    return XYZToCIELab(sum, PCSWhiteColour);
+}
+
 void RowConverter::FindDifferences(std::size_t count) {
-    const auto lab = [this](const uint16_t* colour) {
-        XYZColour sum;
-        for (std::size_t c = 0; c < 3; c++) sum += plan_.gamut.primaries[c] * (static_cast<float>(colour[c]) / static_cast<float>(kFull65535));
-        return XYZToCIELab(sum, PCSWhiteColour);
-    };
+    const auto lab = [this](const uint16_t* colour) { return LabOfReference(plan_.gamut.primaries, colour); };
     for (std::size_t i = 0; i < count; i++) {
         const uint16_t *colour = reference_.data() + i * kStride, *back = back_.data() + i * kStride;
         differences_[i] = std::equal(colour, colour + 3, back) ? 0.0F : static_cast<float>(deltaE(lab(colour), lab(back)));
@@ -228,6 +243,10 @@ void PackDifferences(const float* differences, Sample* out, std::size_t count) {
 }
 
 }  // namespace
+
+uint16_t LevelOfDifference(float difference) {
+    return Scaled<uint16_t>(static_cast<double>(difference) / kWhiteDifference);
+}
 
 bool RowConverter::Mark(void* out, std::size_t count) {
     const GamutPlan& gamut = plan_.gamut;

@@ -33,6 +33,12 @@ struct RunPlan {
     bool flattenOntoWhite = false;                // the input's alpha, which the output cannot hold
 };
 
+/// The primaries of reference RGB, in the connection space.
+std::array<XYZColour, 3> PrimariesOf(ColorSyncProfileRef reference);
+LabColour LabOfReference(const std::array<XYZColour, 3>& primaries, const uint16_t* colour);
+/// A difference as a level of a grey picture of 16 bits, whose white is 25.5 or more.
+uint16_t LevelOfDifference(float difference);
+
 /// Room for one row; each thread has its own.
 class RowConverter {
 public:
@@ -40,6 +46,8 @@ public:
 
     /// Converts `count` pixels, at most the width. Samples are interleaved, in host byte order. False when an operation fails.
     bool Convert(const void* in, void* out, std::size_t count);
+    /// The colours in reference RGB, four words a pixel, until the next call; null when that fails.
+    const uint16_t* ReferenceOf(const void* in, std::size_t count) { return ToReference(in, count) ? reference_.data() : nullptr; }
 
 private:
     /// The picture's own colours into `source_`.

@@ -9,6 +9,7 @@
 
 #include "images/Complaint.h"
 #include "orlo/CalibrationCommand.h"
+#include "orlo/ColourCommands.h"
 #include "orlo/DisplayCommands.h"
 #include "orlo/DoctorCommand.h"
 #include "orlo/GammaCommands.h"
@@ -23,8 +24,8 @@ namespace {
 /// A new command is a row here, made by a function of its own file.
 Command AllCommands() {
     Command orlo{.name = "orlo", .about = "matches the colours of pictures between monitor, printer and proofing device"};
-    for (const auto& make : {ImageCommands, ProfileCommands, SettingsCommands, WatchCommands, DisplayCommands, GammaCommands, CalibrationCommands,
-                             DoctorCommands, GenerateCommands}) {
+    for (const auto& make : {ImageCommands, ColourCommands, ProfileCommands, SettingsCommands, WatchCommands, DisplayCommands, GammaCommands,
+                             CalibrationCommands, DoctorCommands, GenerateCommands}) {
         std::ranges::move(make(), std::back_inserter(orlo.commands));
     }
     return orlo;

@@ -53,15 +53,6 @@ constexpr About kCommands[] = {
      "orlo printer-predict print.tif linear.tif --monitor monitor.icc --printer printer.icc"},
 };
 
-/// The path of a stored profile that the command needs.
-std::string StoredPathFor(const char* place, const StoredProfile& stored, const std::string& command) {
-    const std::string name = place;
-    const std::string right = "add --" + name + " PROFILE, or store one with orlo settings set " + name + "-profile PROFILE";
-    if (!stored.isStored) throw Complaint{command, "no " + name + " profile is given, and none is stored", right, Exit::NotThere};
-    if (stored.path.empty()) throw Complaint{command, "the stored " + name + " profile cannot be found", right, Exit::NotThere};
-    return stored.path;
-}
-
 /// What the user asks for on the command line beside the request itself.
 struct Asked {
     ImageRequest request;
@@ -81,7 +72,7 @@ std::vector<std::string> TakeFromStore(Asked& asked, const std::string& command)
     ImageRequest& request = asked.request;
     std::vector<std::string> taken;
     const auto take = [&taken, &command](std::string& path, const char* place, const StoredProfile& stored) {
-        path = StoredPathFor(place, stored, command);
+        path = PathOfStored(place, stored, command);
         taken.emplace_back(place);
     };
     // A session has a printer, whose paper its conditions may ask for.

@@ -94,12 +94,7 @@ GamutPlan PlanOfGamut(const ImageRequest& request, ColorSyncProfileRef reference
     plan.printer = request.printerGamut;
     plan.form = request.gamutForm;
     if (!request.exactGamut) plan.tolerance = request.tolerance.value_or(request.printerGamut ? kPrinterTolerance : kMonitorTolerance);
-    constexpr std::array<uint32_t, 3> kColourants = {Code("rXYZ"), Code("gXYZ"), Code("bXYZ")};
-    for (std::size_t c = 0; c < 3; c++) {
-        const FixedXYZ xyz = GetMediaColourant(reference, kColourants[c]);
-        const auto real = [](int32_t fixed) { return static_cast<float>(fixed) / static_cast<float>(kFixedOne); };
-        plan.primaries[c] = {real(xyz.X), real(xyz.Y), real(xyz.Z)};
-    }
+    plan.primaries = PrimariesOf(reference);
     plan.marked = &marked;
     return plan;
 }

@@ -459,3 +459,11 @@ StoredProfiles ReadStoredProfiles() {
     const auto read = [](const char* key) { return StoredProfile{IsFileStored(key), StoredPath(key)}; };
     return {read("Monitor Profile"), read("Printer Profile"), UsesProofer() ? read("Proofer Profile") : StoredProfile{}};
 }
+
+std::string PathOfStored(const char* place, const StoredProfile& stored, const std::string& command) {
+    const std::string name = place;
+    const std::string right = "add --" + name + " PROFILE, or store one with orlo settings set " + name + "-profile PROFILE";
+    if (!stored.isStored) throw Complaint{command, "no " + name + " profile is given, and none is stored", right, Exit::NotThere};
+    if (stored.path.empty()) throw Complaint{command, "the stored " + name + " profile cannot be found", right, Exit::NotThere};
+    return stored.path;
+}
