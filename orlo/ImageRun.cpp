@@ -119,6 +119,16 @@ void CheckDeviceValues(const ImageRequest& request, const ImageShape& input, Col
     if (!wantsCMYK && input.colours == 4) throw Complaint{request.input, "it holds CMYK values", "an image of the device's RGB is needed"};
 }
 
+/// "EXIF, XMP"
+std::string LostCameraData(const CameraData& before, const CameraData& after) {
+    std::string lost;
+    const auto add = [&lost](const char* name) { lost += (lost.empty() ? "" : ", ") + std::string(name); };
+    if (before.exif && !after.exif) add("EXIF");
+    if (before.iptc && !after.iptc) add("IPTC");
+    if (before.xmp && !after.xmp) add("XMP");
+    return lost;
+}
+
 /// The printer as a session has it, whose user may have given it another white.
 Owned<ColorSyncProfileRef> PrinterOf(const ImageRequest& request, const ChosenProfile& printer) {
     if (!request.conditions || !request.conditions->printerWhite) return Owned<ColorSyncProfileRef>::Retain(printer.profile.Get());
@@ -207,8 +217,12 @@ void RunOnce(const ImageRequest& request, bool takesDamaged, ImageReport* report
     const bool isWritable = format == ImageFormat::Png || format == ImageFormat::Tiff || format == ImageFormat::Jpeg || format == ImageFormat::WebP;
     const std::string reason =
         sameKind || !isWritable || request.operation == Operation::Gamut ? "" : CarryMetadata(request.input, file.TemporaryPath(), upright);
-    if (!reason.empty()) report->note = "camera data is not carried over (" + reason + ")";
-    if (form.profile && !traits.holdsProfile) report->note = NameInMessages(traits) + " carries no profile";
+    const auto note = [report](const std::string& text) { report->note += (report->note.empty() ? "" : ", ") + text; };
+    if (form.profile && !traits.holdsProfile) note(NameInMessages(traits) + " carries no profile");
+    if (request.operation != Operation::Gamut && (!isWritable || !reason.empty())) {
+        const std::string lost = LostCameraData(CameraDataOf(request.input, image.get()), CameraDataOf(file.TemporaryPath(), nullptr));
+        if (!lost.empty()) note("camera data is not carried over (" + lost + ")");
+    }
     file.Commit();
 
     report->width = vips_image_get_width(image.get());

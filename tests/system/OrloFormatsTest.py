@@ -269,6 +269,39 @@ class Metadata(OrloCase):
                 self.assertEqual(told["Exif.Photo.ColorSpace"].strip(), "65535")
                 self.assertNotIn("Exif.Thumbnail.JPEGInterchangeFormat", told)
 
+    def note(self, source, target):
+        done = subprocess.run([*self.arguments("match", source, self.path(target)), "--json"], capture_output=True, check=True)
+        return json.loads(done.stdout).get("note", "")
+
+    def test_camera_data_that_a_kind_does_not_hold_is_told(self):
+        source = self.vips("crop", photograph("rocket.jpg"), "small.jpg", "100", "100", "64", "48")
+        subprocess.run(["exiv2", "-da", source], check=True)
+        self.assertEqual((self.note(source, "plain.jxl"), self.note(source, "plain.ppm")), ("", "PPM carries no profile"))
+        subprocess.run(["exiv2", "-Mset Exif.Image.Orientation 6", source], capture_output=True, check=True)
+        self.assertEqual(self.note(source, "turned.jxl"), "")
+        for kind, setting in (("EXIF", "Exif.Image.Make Orlo Works"), ("XMP", "Xmp.dc.format image/jpeg"), ("IPTC", "Iptc.Application2.Caption A rocket")):
+            with self.subTest(kind):
+                told, note = self.path(kind + ".jpg"), f"camera data is not carried over ({kind})"
+                shutil.copy(source, told)
+                subprocess.run(["exiv2", "-Mset " + setting, told], capture_output=True, check=True)
+                self.assertEqual(self.note(told, "out.jxl"), note)
+                self.assertEqual(self.note(told, "out.ppm"), "PPM carries no profile, " + note)
+                self.assertEqual(self.note(told, "out.avif"), note if kind == "IPTC" else "")
+                # TIFF files keep theirs where libvips does not look.
+                self.assertEqual((self.note(told, "told.tif"), self.note(self.path("told.tif"), "out.jxl")), ("", note))
+                self.assertEqual(self.note(self.path("told.tif"), "out.avif"), "" if kind == "XMP" else note)
+
+    def test_inputs_without_camera_data_have_no_note(self):
+        small = self.vips("crop", photograph("coffee.png"), "small.png", "100", "100", "64", "48")
+        self.vips("copy", small, "small.ppm")
+        self.vips("copy", small, "small.jxl")
+        with open(self.path("small.svg"), "w", encoding="ascii") as file:
+            file.write('<svg xmlns="http://www.w3.org/2000/svg" width="20" height="20"><rect width="20" height="20" fill="red"/></svg>')
+        for source in ("small.ppm", "small.jxl", "small.svg"):
+            for target in ("out.png", "out.tif", "out.jpg", "out.jxl"):
+                with self.subTest(f"{source} to {target}"):
+                    self.assertEqual(self.note(self.path(source), target), "")
+
     def test_a_page_of_a_gif_or_webp_file_can_be_chosen(self):
         levels = (40, 200)
         for number, level in enumerate(levels):
