@@ -217,6 +217,7 @@ void AddNumberOf(const std::filesystem::path& path, FileNumbers& numbers) {
 /// What there is to do, and what no output may replace meanwhile.
 struct Work {
     std::vector<Job> jobs;
+    std::vector<std::pair<std::string, Complaint>> failures;  // inputs that give none, and why
     FileNumbers originals;
 };
 
@@ -277,7 +278,7 @@ Work WorkOf(const Asked& asked, const std::string& command) {
         if (asked.files.size() < 2) throw Complaint{command, "OUTPUT is missing", how};
         if (asked.files.size() > 2)
             throw Complaint{asked.files[2], "it is one argument too many", "name a folder with --output-dir for several inputs"};
-        return {{{asked.files[0], asked.files[1]}}, {}};
+        return {{{asked.files[0], asked.files[1]}}, {}, {}};
     }
     const std::filesystem::path target = asked.outputFolder;
     Work work;
@@ -292,8 +293,13 @@ Work WorkOf(const Asked& asked, const std::string& command) {
             add(file, std::filesystem::path(file).filename());
             continue;
         }
-        for (const std::filesystem::path& picture : PicturesIn(file, asked, work.originals)) add(picture, picture.lexically_relative(file));
+        try {
+            for (const std::filesystem::path& picture : PicturesIn(file, asked, work.originals)) add(picture, picture.lexically_relative(file));
+        } catch (const Complaint& complaint) {
+            work.failures.emplace_back(file, complaint);
+        }
     }
+    if (work.jobs.empty()) throw work.failures.front().second;
     return work;
 }
 
@@ -318,6 +324,11 @@ void RunAll(ImageRequest request, const Work& work, const std::string& command, 
     Json results = Json::array(), failures = Json::array();
     std::string table;
     FileNumbers written;
+    const auto fail = [&](const std::string& input, const Complaint& complaint) {
+        failures.push_back({{"input", input}, {"about", complaint.about}, {"wrong", complaint.wrong}, {"right", complaint.right}});
+        table += ComplaintLine(complaint) + "\n";
+    };
+    for (const auto& [input, complaint] : work.failures) fail(input, complaint);
     for (const Job& job : work.jobs) {
         try {
             RequireOwnPlace(job, work.originals, written);
@@ -329,19 +340,22 @@ void RunAll(ImageRequest request, const Work& work, const std::string& command, 
             results.push_back(told.json);
             if (!showing.json) showing.Tell({}, told.line);
         } catch (const Complaint& complaint) {
-            failures.push_back({{"input", job.input}, {"about", complaint.about}, {"wrong", complaint.wrong}, {"right", complaint.right}});
-            table += ComplaintLine(complaint) + "\n";
+            fail(job.input, complaint);
         }
     }
     if (showing.json) showing.Tell({{"results", results}, {"failures", failures}}, "");
     if (failures.empty()) return;
     std::fputs(table.c_str(), stderr);
-    throw Complaint{command, std::to_string(failures.size()) + " of " + std::to_string(work.jobs.size()) + " pictures could not be done",
-                    "the lines above tell why", Exit::Failed};
+    throw Complaint{
+        command, std::to_string(failures.size()) + " of " + std::to_string(work.jobs.size() + work.failures.size()) + " pictures could not be done",
+        "the lines above tell why", Exit::Failed};
 }
 
 void Run(Asked asked, const std::string& command, const Showing& showing) {
     CheckRendering(asked.request.rendering);
+    if (asked.request.exactGamut && asked.request.tolerance) {
+        throw Complaint{"--tolerance", "the library's own answer, for --exact, has none", "leave one of the two out"};
+    }
     const Work work = WorkOf(asked, command);
     const std::vector<std::string> taken = TakeFromStore(asked, command);
     if (!asked.outputFolder.empty()) return RunAll(asked.request, work, command, taken, showing);
@@ -349,6 +363,13 @@ void Run(Asked asked, const std::string& command, const Showing& showing) {
     asked.request.output = work.jobs.front().output;
     const Told told = RunOne(asked.request, command, taken);
     showing.Tell(told.json, told.line);
+}
+
+void SetForm(ImageRequest& request, GamutForm form) {
+    if (request.gamutForm != GamutForm::Mask && request.gamutForm != form) {
+        throw Complaint{"--difference", "OUTPUT cannot be an overlay and a map of differences at once", "leave one of the two out"};
+    }
+    request.gamutForm = form;
 }
 
 Command ImageCommand(const About& row) {
@@ -383,9 +404,9 @@ Command ImageCommand(const About& row) {
              [request](const std::string& value) { request->tolerance = RealFrom("--tolerance", value, 0, 1000); }});
         add({"--exact", "", "mark what the library's own gamut operation answers", SwitchOn(request->exactGamut)});
         add({"--overlay", "", "OUTPUT is the picture on the monitor, pale, with what is marked in green",
-             [request](const std::string&) { request->gamutForm = GamutForm::Overlay; }});
+             [request](const std::string&) { SetForm(*request, GamutForm::Overlay); }});
         add({"--difference", "", "OUTPUT is a grey map of the differences: white is 25.5 or more, so that a level of 8 bits is 0.1",
-             [request](const std::string&) { request->gamutForm = GamutForm::Difference; }});
+             [request](const std::string&) { SetForm(*request, GamutForm::Difference); }});
     }
     if (TakesRendering(row.operation)) {
         add({"--intent", "absolute|relative|perceptual|saturation",
