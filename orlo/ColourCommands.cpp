@@ -11,6 +11,7 @@
 #include "images/Complaint.h"
 #include "images/CurrentMatching.h"
 #include "images/FourCharCodes.h"
+#include "images/Operation.h"
 #include "orlo/ColourSpaces.h"
 #include "orlo/ImageModule.h"
 #include "orlo/StoredSettings.h"
@@ -107,14 +108,7 @@ bool IsOutOfRange(const SingleColour& colour) {
     return std::ranges::any_of(colour.values, [](double value) { return value < -kRounding || value > 1 + kRounding; });
 }
 
-std::string NumberWith(int digits, double number) {
-    std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), "%.*f", digits, number);
-    return text.data();
-}
-
 void ShowColours(ColourAsked asked, const Showing& showing) {
-    constexpr double kMonitorTolerance = 1, kPrinterTolerance = 3;  // as the gamut command has them
     const std::vector<SingleColour> colours = ColoursOf(asked);
     const bool namesTargets = !asked.to.empty();
     if (!namesTargets) asked.to = UsualTargets(asked);
@@ -136,7 +130,7 @@ void ShowColours(ColourAsked asked, const Showing& showing) {
             if (IsDevice(space)) {
                 const Reproduction shown = ways.ReproductionOf(connection, space);
                 const bool isInGamut = shown.difference <= (space == ColourSpace::Monitor ? kMonitorTolerance : kPrinterTolerance);
-                lines += isInGamut ? "  # in gamut" : "  # out of gamut, shown " + NumberWith(1, shown.difference) + " away";
+                lines += isInGamut ? "  # in gamut" : "  # out of gamut, shown " + NumberText(shown.difference, 1) + " away";
                 gamut[NameOf(space)] = {{"inGamut", isInGamut}, {"difference", Short(shown.difference)}, {"marked", shown.isMarked}};
             }
             lines += "\n";
@@ -177,7 +171,7 @@ void ShowDifferenceOfColours(const DifferenceAsked& asked, const Showing& showin
         told[kFormulaNames[i]] = Short(static_cast<double>(differences[i]));
         std::string name = kFormulaNames[i];
         name.resize(12, ' ');
-        lines += name + NumberWith(4, static_cast<double>(differences[i])) + "\n";
+        lines += name + NumberText(static_cast<double>(differences[i]), 4) + "\n";
     }
     showing.Show(told, lines);
 }

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdio>
 #include <string_view>
 
 #include "images/Complaint.h"
@@ -202,9 +201,7 @@ std::string TextOf(const SingleColour& colour, const Unit& unit) {
     std::string text = NameOf(colour.space);
     for (std::size_t i = 0; i < colour.values.size(); ++i) {
         const Place place = PlaceOf(colour.space, i, unit);
-        std::array<char, 64> number{};
-        std::snprintf(number.data(), number.size(), " %.*f", place.digits, colour.values[i] * place.scale);
-        text += number.data();
+        text += " " + NumberText(colour.values[i] * place.scale, place.digits);
     }
     return text;
 }

@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <iterator>
 #include <sstream>
 
@@ -54,6 +55,12 @@ bool TakesFile(const Argument& argument) {
 std::string NumberText(double number) {
     std::array<char, 32> digits;
     return {digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr};
+}
+
+std::string NumberText(double number, int digits) {
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "%.*f", digits, number);
+    return text.data();
 }
 
 double RealFrom(const std::string& about, const std::string& value, double least, double most) {

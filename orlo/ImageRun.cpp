@@ -89,7 +89,6 @@ OutputForm FormOfOutput(const ImageRequest& request, ImageFormat format, const I
 }
 
 GamutPlan PlanOfGamut(const ImageRequest& request, ColorSyncProfileRef reference, std::atomic<uint64_t>& marked) {
-    constexpr double kMonitorTolerance = 1, kPrinterTolerance = 3;
     GamutPlan plan;
     plan.printer = request.printerGamut;
     plan.form = request.gamutForm;

@@ -14,6 +14,7 @@
 #include "images/FineCurves.h"
 #include "images/FourCharCodes.h"
 #include "images/ToneCurve.h"
+#include "orlo/CommandTable.h"
 #include "orlo/ProfileFacts.h"
 
 namespace {
@@ -26,11 +27,6 @@ double Rounded(double value) {
 }
 double Real(int32_t fixed) {
     return Rounded(fixed / 65536.0);
-}
-
-std::string Text(double value, int digits) {
-    std::array<char, 48> text;
-    return {text.data(), static_cast<std::size_t>(std::snprintf(text.data(), text.size(), "%.*f", digits, value))};
 }
 
 Json JsonOf(const FixedXYZ& colour) {
@@ -108,8 +104,8 @@ std::string CurveInWords(const Json& curve) {
 
 std::string ColourInWords(const Json& colour) {
     std::string words = "XYZ";
-    for (const Json& value : colour["XYZ"]) words += " " + Text(value, 4);
-    return colour["xy"].is_null() ? words : words + ", xy " + Text(colour["xy"][0], 4) + " " + Text(colour["xy"][1], 4);
+    for (const Json& value : colour["XYZ"]) words += " " + NumberText(value, 4);
+    return colour["xy"].is_null() ? words : words + ", xy " + NumberText(colour["xy"][0], 4) + " " + NumberText(colour["xy"][1], 4);
 }
 
 std::string Row(std::string name, const std::string& value) {
@@ -148,7 +144,7 @@ std::string LinesOfContents(const Json& contents) {
     lines += Row("intent", header["intent"].dump());
     lines += Row("illuminant", ColourInWords(header["illuminant"]));
     lines += Row("media white", ColourInWords(contents["white"]));
-    lines += Row("luminance", contents["luminance"].is_null() ? "not told" : Text(contents["luminance"], 2) + " cd/m2");
+    lines += Row("luminance", contents["luminance"].is_null() ? "not told" : NumberText(contents["luminance"], 2) + " cd/m2");
     for (const Json& curve : contents["curves"]) lines += Row("curve " + std::string(curve["tag"]), CurveInWords(curve));
     if (!contents["primaries"].is_null()) {
         const std::string error = contents["curveError"].dump() + " of 65535 on average";

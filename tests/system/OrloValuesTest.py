@@ -328,7 +328,7 @@ class Intents(OrloCase):
         photo = self.vips("crop", self.vips("colourspace", photograph("coffee.png"), "whole.tif", "rgb16"), "photo.tif", "150", "50", "240", "180")
         for printer, options, number, switches in self.each_way():
             with self.subTest(f"{os.path.basename(printer)} {options}"):
-                words = ["tificc", "-c0", "-w16", f"-t{number}", *switches, f"-i{SRGB}"]
+                words = ["tificc", "-n", "-c0", "-w16", f"-t{number}", *switches, f"-i{SRGB}"]
                 run_tool(*words, f"-o{printer}", photo, self.path("expected.tif"))
                 after = self.run_orlo("printer-match", photo, "out.tif", *options, f"--input-profile={SRGB}", printer=printer)
                 self.assertLessEqual(max(abs(a - e) for a, e in zip(after.samples, self.read(self.path("expected.tif")).samples)), 2)
@@ -337,6 +337,23 @@ class Intents(OrloCase):
                 run_tool(*words, "-m1", f"-p{printer}", f"-o{ADOBE_RGB}", photo, self.path("expected.tif"))
                 after = self.run_orlo("proof", photo, "out.tif", *options, "--paper=white", f"--input-profile={SRGB}", printer=printer)
                 self.assertLessEqual(max(abs(a - e) for a, e in zip(after.samples, self.read(self.path("expected.tif")).samples)), 2)
+
+    def test_pictures_of_every_kind_go_the_way(self):
+        rows = [("grey", [(v,) for v in range(0, 256, 15)], 1, GREY), ("inks", INKS, 4, cmyk_printer())]
+        for kind, colours, channels, profile in rows:
+            for depth, tolerance in ((8, 1), (16, 2)):
+                with self.subTest(f"{kind} {depth}"):
+                    samples = [[v * (1 if depth == 8 else 257) for colour in colours for v in colour]]
+                    write_tiff(self.path("kind.tif"), samples, depth, channels, profile=bytes_of(profile))
+                    printed = self.held(lcms_convert(profile, rgb_printer(), colours, 0, 255, 65535))
+                    after = self.run_orlo("printer-match", self.path("kind.tif"), "out.tif", "--intent=perceptual", printer=rgb_printer()).pixels()
+                    self.assert_close(after, [[v / (257 if depth == 8 else 1) for v in row] for row in printed], tolerance)
+        # What the output cannot hold lies on white, as for every other way.
+        write_png(self.path("alpha.png"), [[200, 100, 50, 0, 200, 100, 50, 255]], 8, 4)
+        bare, whole = self.run_orlo("printer-match", self.path("alpha.png"), "out.tif", "--intent=relative").pixels()
+        self.assertEqual((bare, max(whole) > 50), ((0, 0, 0, 0), True))
+        kept = self.run_orlo("proof", self.path("alpha.png"), "out.png", "--intent=relative").pixels()
+        self.assertEqual([pixel[3] for pixel in kept], [0, 255])
 
     def test_the_intent_is_the_way_to_the_proofing_device(self):
         proofed = self.converted(SRGB, rgb_printer(), self.COLOURS, 0, ["-b"])
