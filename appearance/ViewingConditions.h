@@ -5,7 +5,7 @@
 CM_C_BEGIN
 
 typedef struct ViewingConditions {
-    double flare;     // upper bound of the flare term; negative lifts black
+    double flare;     // upper bound of the flare term; negative makes dark colours darker
     double contrast;  // tone curves are raised to 1 / contrast
     double aOffset;   // a* and b* shift of the adapted white
     double bOffset;

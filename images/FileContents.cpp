@@ -17,6 +17,7 @@
 #include <limits>
 #include <string_view>
 
+#include "images/BigEndian.h"
 #include "images/Complaint.h"
 
 namespace {
@@ -77,12 +78,6 @@ void DecodeSmall(jpeg_decompress_struct& decoder, Watch& watch, std::FILE* file)
     }
 }
 
-uint32_t BigEndian(const unsigned char* bytes, int count) {
-    uint32_t value = 0;
-    for (int i = 0; i < count; ++i) value = value << 8 | bytes[i];
-    return value;
-}
-
 template <std::size_t Count>
 bool Read(std::istream& file, std::array<unsigned char, Count>& bytes) {
     return static_cast<bool>(file.read(reinterpret_cast<char*>(bytes.data()), Count));
@@ -100,7 +95,7 @@ bool PngCarriesProfile(std::istream& file) {
         const std::string_view kind = TextIn(head).substr(4);
         if (kind == "iCCP") return true;
         if (kind == "IDAT") return false;
-        file.seekg(std::streamoff{BigEndian(head.data(), 4)} + 4, std::ios::cur);
+        file.seekg(std::streamoff{BigEndian(head, 0)} + 4, std::ios::cur);
     }
     return false;
 }
@@ -115,7 +110,7 @@ bool JpegCarriesProfile(std::istream& file) {
             continue;
         }
         if (marker[1] == 0xda || marker[1] == 0xd9 || !Read(file, length)) return false;
-        const std::streamoff next = static_cast<std::streamoff>(file.tellg()) + BigEndian(length.data(), 2) - 2;
+        const std::streamoff next = static_cast<std::streamoff>(file.tellg()) + BigEndian(length, 0, 2) - 2;
         std::array<unsigned char, kName.size()> name;
         if (marker[1] == 0xe2 && Read(file, name) && TextIn(name) == kName) return true;
         file.clear();

@@ -143,15 +143,17 @@ ImageHold OpenImage(const std::string& path, bool upright, int page, const Readi
         throw Complaint{path, "this is not an image of a known kind", kUsableImage};
     }
     CheckPortableMap(path);
-    ImageHold image = Decode(source.get(), format, upright ? VIPS_ACCESS_RANDOM : VIPS_ACCESS_SEQUENTIAL, page, limits.takesDamaged);
+    ImageHold image = Decode(source.get(), format, VIPS_ACCESS_SEQUENTIAL, page, limits.takesDamaged);
     if (page > 1) RequirePage(source.get(), format, path, page);
     if (!image) ComplainOfDamage(path);
     RequireSize(image.get(), path, limits.mostPixels);
     // libvips counts what libjpeg has to say about the pixels, and goes on.
     const auto damage = format == ImageFormat::Jpeg && !limits.takesDamaged ? DamageOfJpeg(path) : std::nullopt;
     if (damage) throw DamageComplaint{{path, *damage, "a whole image is needed, or --salvage for what there is"}};
-    if (!upright) return image;
+    if (!upright || vips_image_get_orientation(image.get()) < 2) return image;
 
+    image = Decode(source.get(), format, VIPS_ACCESS_RANDOM, page, limits.takesDamaged);
+    if (!image) ComplainOfDamage(path);
     VipsImage* turned = nullptr;
     if (vips_autorot(image.get(), &turned, nullptr) != 0) ComplainOfDamage(path);
     return ImageHold(turned);

@@ -29,7 +29,8 @@ void StartVips();
 /// Opens a file of any kind that libvips loads, told by its first bytes, for reading from top to bottom: pixels are decoded as they are asked for.
 ///
 /// page      from 1
-/// upright   true: turned as the file's orientation tag says. A turned image is held as a whole, by libvips in a temporary file when it is
+/// upright   whether it is turned where the file's orientation tag says so. A turned image is held as a whole, by libvips in a temporary file when it
+/// is
 ///           large.
 /// limits    what is taken
 ///

@@ -4,6 +4,8 @@
 #include <array>
 #include <filesystem>
 
+#include "images/Texts.h"
+
 namespace {
 
 VipsForeignTiffCompression VipsCompression(TiffCompression compression) {
@@ -37,8 +39,7 @@ const FormatTraits& TraitsOf(ImageFormat format) {
 }
 
 std::optional<ImageFormat> FormatOfName(const std::string& path) {
-    std::string suffix = std::filesystem::path(path).extension().string();
-    std::ranges::transform(suffix, suffix.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    const std::string suffix = SmallLetters(std::filesystem::path(path).extension().string());
     for (const FormatTraits& traits : kFormats) {
         if (suffix == traits.suffixes[0] || suffix == traits.suffixes[1]) return traits.format;
     }

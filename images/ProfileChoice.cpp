@@ -1,9 +1,9 @@
 #include "images/ProfileChoice.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <cstdlib>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <vector>
 
@@ -11,13 +11,29 @@
 #include "images/FineCurves.h"
 #include "images/FourCharCodes.h"
 #include "images/Refusal.h"
+#include "images/TemporaryFile.h"
+#include "images/Texts.h"
+
+namespace {
+
+void RequireReadable(const std::string& path, const char* needed) {
+    std::error_code error;
+    const std::filesystem::file_status status = std::filesystem::status(path, error);
+    if (status.type() == std::filesystem::file_type::not_found) throw Complaint{path, "there is no such file", needed, Exit::NotThere};
+    if (!std::filesystem::status_known(status)) throw Complaint{path, "it cannot be reached (" + error.message() + ")", needed, Exit::Failed};
+    if (std::filesystem::is_directory(status)) throw Complaint{path, "it is a folder", needed};
+    if (!std::filesystem::is_regular_file(status)) throw Complaint{path, "it is a pipe or a device", needed};
+    if (access(path.c_str(), R_OK) != 0)
+        throw Complaint{path, std::string("the file cannot be read (") + std::strerror(errno) + ")", needed, Exit::Failed};
+}
+
+}  // namespace
 
 ChosenProfile OpenProfile(const std::string& path, const char* needed) {
     const Owned<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()),
                                                                       static_cast<CFIndex>(path.size()), FALSE));
     FSRef file;
-    std::error_code none;
-    if (std::filesystem::is_directory(path, none)) throw Complaint{path, "it is a folder", needed};
+    RequireReadable(path, needed);
     if (!url || !CFURLGetFSRef(url.Get(), &file)) throw Complaint{path, "there is no such file", needed, Exit::NotThere};
 
     ChosenProfile chosen;
@@ -46,18 +62,12 @@ ChosenProfile InFile(CFDataRef data) {
     if (error)
         throw Complaint{"TMPDIR", "the folder for temporary files is not there (" + error.message() + ")", "set it to a folder with room",
                         Exit::Failed};
-    std::string path = (folder / "orlo-XXXXXX.icc").string();
-    const int descriptor = mkostemps(path.data(), 4, O_CLOEXEC);
-    const std::shared_ptr<void> file(nullptr, [path, descriptor](void*) {
-        if (descriptor < 0) return;
-        close(descriptor);
-        unlink(path.c_str());
-    });
+    const auto file = std::make_shared<TemporaryFile>(folder, ".icc", 0600);
     const auto length = data ? static_cast<std::size_t>(CFDataGetLength(data)) : 0;
-    if (descriptor < 0 || length == 0 || write(descriptor, CFDataGetBytePtr(data), length) != static_cast<ssize_t>(length)) {
-        throw Complaint{path, "no temporary file can be written", "set TMPDIR to a folder with room", Exit::Failed};
+    if (file->Descriptor() < 0 || length == 0 || write(file->Descriptor(), CFDataGetBytePtr(data), length) != static_cast<ssize_t>(length)) {
+        throw Complaint{file->Path(), "no temporary file can be written", "set TMPDIR to a folder with room", Exit::Failed};
     }
-    ChosenProfile chosen = OpenProfile(path, "a folder for temporary files is needed");
+    ChosenProfile chosen = OpenProfile(file->Path(), "a folder for temporary files is needed");
     chosen.file = file;
     return chosen;
 }
@@ -105,6 +115,12 @@ void RefineCurves(ChosenProfile& monitor) {
     monitor.file = std::move(given.file);
 }
 
+ChosenProfile StandInMonitor() {
+    const Owned<CFStringRef> path(LocateResourceProfilePath(CFSTR("MatrixCalRGB")));
+    if (!path) OpenReferenceProfile();  // which tells what is wrong
+    return ChooseMonitor(TextOf(path.Get()));
+}
+
 ChosenProfile StandInPrinter() {
     constexpr CFIndex kClassOffset = 12;  // in the header
     const Owned<ColorSyncProfileRef> reference = OpenReferenceProfile();
@@ -135,8 +151,6 @@ Owned<ColorSyncProfileRef> OpenReferenceProfile() {
 
 std::string ProfileName(ColorSyncProfileRef profile) {
     const Owned<CFStringRef> name(ColorSyncProfileCopyDescriptionString(profile));
-    if (!name) return "unnamed profile";
-    std::vector<char> text(static_cast<std::size_t>(CFStringGetMaximumSizeForEncoding(CFStringGetLength(name.Get()), kCFStringEncodingUTF8)) + 1);
-    if (!CFStringGetCString(name.Get(), text.data(), static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8) || !text[0]) return "unnamed profile";
-    return text.data();
+    const std::string text = TextOf(name.Get());
+    return text.empty() ? "unnamed profile" : text;
 }

@@ -31,7 +31,8 @@ ChosenProfile ChooseProofer(const std::string& path);
 /// Has the engine given the monitor with fine curves (FineCurves.h) where it has any. Throws Complaint.
 void RefineCurves(ChosenProfile& monitor);
 
-/// A printer for what needs none, as the engine wants one: it prints reference RGB. Throws Complaint.
+/// A monitor or a printer for what needs none, as the engine wants both: it shows, or prints, reference RGB. Throws Complaint.
+ChosenProfile StandInMonitor();
 ChosenProfile StandInPrinter();
 
 /// Throws Complaint for a monitor whose profile does not tell its luminance, without which it cannot be taken as it is.

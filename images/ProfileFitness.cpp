@@ -5,14 +5,6 @@
 
 namespace {
 
-std::string ReferenceProfilePath() {
-    const Owned<CFStringRef> path(LocateResourceProfilePath(CFSTR("MatrixCalRGB")));
-    const CFIndex size = path ? CFStringGetMaximumSizeForEncoding(CFStringGetLength(path.Get()), kCFStringEncodingUTF8) + 1 : 0;
-    std::string text(static_cast<std::size_t>(size), '\0');
-    if (!path || !CFStringGetCString(path.Get(), text.data(), size, kCFStringEncodingUTF8)) OpenReferenceProfile();  // which tells what is wrong
-    return text.c_str();
-}
-
 constexpr const char* kNeeded = "the profile of a device is needed";
 
 /// The profile, if the library holds it to be of the right kind. Throws Complaint.
@@ -29,7 +21,7 @@ const char* NameOf(Device device) {
     return device == Device::Monitor ? "monitor" : device == Device::Printer ? "printer" : "proofer";
 }
 
-FitnessJudge::FitnessJudge() : monitor_(ChooseMonitor(ReferenceProfilePath())), printer_(StandInPrinter()) {}
+FitnessJudge::FitnessJudge() : monitor_(StandInMonitor()), printer_(StandInPrinter()) {}
 
 std::optional<Complaint> FitnessJudge::Against(const std::string& path, Device device) const try {
     MatchingData* data = nullptr;

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 
+#include "images/FourCharCodes.h"
+
 namespace {
 
-constexpr std::size_t kStride = 4;         // words or bytes of a device or reference pixel
+constexpr std::size_t kStride = 4;         // samples of a device or reference pixel
 constexpr double kWhiteDifference = 25.5;  // in CIE76, so that a level of 8 bits is a tenth
 
 constexpr uint16_t Widened(uint8_t v) {
@@ -68,24 +70,88 @@ std::size_t SkipOf(int colours) {
 
 }  // namespace
 
+/// How samples of so many channels lie in the buffers: three have a fourth beside them that is skipped.
+struct RowConverter::Layout {
+    explicit Layout(std::size_t channels) : stride(channels == 3 ? kStride : channels), alpha(kCGImageAlphaNone) {
+        if (channels == 3) alpha = kCGImageAlphaNoneSkipLast;
+    }
+
+    std::size_t stride;
+    ColorSyncDataLayout alpha;
+};
+
+struct RowConverter::Samples {
+    void* data;
+    Layout layout;
+    ColorSyncDataDepth depth;
+
+    std::size_t PixelBytes() const { return layout.stride * (depth == kColorSync8BitInteger ? 1 : depth == kColorSync16BitInteger ? 2 : 4); }
+};
+
 RowConverter::RowConverter(const RunPlan& plan, std::size_t width)
     : plan_(plan), source_(width * kStride), reference_(width * kStride), device16_(width * kStride), device8_(width * kStride) {
+    std::size_t widest = kStride;
+    if (plan.route) {
+        for (const Leg& leg : *plan.route) widest = std::max(widest, leg.channels);
+        for (std::vector<float>& values : onWay_) values.resize(width * widest);
+    }
     if (plan.operation != Operation::Gamut) return;
     back_.resize(width * kStride);
     differences_.resize(width);
 }
 
-bool RowConverter::ToReference(const void* in, std::size_t count) {
+void RowConverter::Spread(const void* in, std::size_t count) {
     const int channels = plan_.sourceChannels;
     if (plan_.input.depth == 8) {
         SpreadSource(static_cast<const uint8_t*>(in), plan_.input, channels, plan_.flattenOntoWhite, source_.data(), count);
     } else {
         SpreadSource(static_cast<const uint16_t*>(in), plan_.input, channels, plan_.flattenOntoWhite, source_.data(), count);
     }
-    const ColorSyncDataLayout layout = channels == 3 ? kCGImageAlphaNoneSkipLast : kCGImageAlphaNone;
-    const std::size_t sourceRow = count * (channels == 1 ? 1 : kStride) * sizeof(uint16_t);
-    return ColorSyncTransformConvert(plan_.toReference, count, 1, reference_.data(), kColorSync16BitInteger, kCGImageAlphaNoneSkipLast,
-                                     count * kStride * sizeof(uint16_t), source_.data(), kColorSync16BitInteger, layout, sourceRow, nullptr);
+}
+
+bool RowConverter::ToReference(const void* in, std::size_t count) {
+    Spread(in, count);
+    const Layout source(static_cast<std::size_t>(plan_.sourceChannels)), reference(3);
+    return ColorSyncTransformConvert(plan_.toReference, count, 1, reference_.data(), kColorSync16BitInteger, reference.alpha,
+                                     count * reference.stride * sizeof(uint16_t), source_.data(), kColorSync16BitInteger, source.alpha,
+                                     count * source.stride * sizeof(uint16_t), nullptr);
+}
+
+bool RowConverter::AlongRoute(const void* in, std::size_t count) {
+    Spread(in, count);
+    const std::vector<Leg>& route = *plan_.route;
+    const Layout source(static_cast<std::size_t>(plan_.sourceChannels));
+    const bool isWide = plan_.output.depth == 16;
+    // 16 bits are worth the exact way, where nothing is rounded on it; it is the slower one.
+    Samples from = {source_.data(), source, isWide ? kColorSync32BitFloat : kColorSync16BitInteger};
+    if (isWide) {
+        std::transform(source_.begin(), source_.begin() + static_cast<std::ptrdiff_t>(count * source.stride), onWay_[0].begin(),
+                       [](uint16_t value) { return static_cast<float>(value) / static_cast<float>(kFull65535); });
+        from.data = onWay_[0].data();
+    }
+    for (std::size_t i = 0; i < route.size(); i++) {
+        Samples to = {onWay_[1 + i % 2].data(), Layout(route[i].channels), from.depth};
+        if (i + 1 == route.size()) to = EndOfRoute(to.layout);
+        if (!ColorSyncTransformConvert(route[i].transform.Get(), count, 1, to.data, to.depth, to.layout.alpha, count * to.PixelBytes(), from.data,
+                                       from.depth, from.layout.alpha, count * from.PixelBytes(), nullptr)) {
+            return false;
+        }
+        // No device has values beyond its range.
+        if (to.depth == kColorSync32BitFloat) {
+            auto* const values = static_cast<float*>(to.data);
+            std::transform(values, values + count * to.layout.stride, values, [](float value) { return value > 0 ? std::min(value, 1.0F) : 0.0F; });
+        }
+        from = to;
+    }
+    if (!plan_.routeEndsInReference) return true;
+    return (isWide ? MonitorMatch16(reference_.data(), device16_.data(), count) : MonitorMatch(reference_.data(), device8_.data(), count)) == 0;
+}
+
+RowConverter::Samples RowConverter::EndOfRoute(Layout layout) {
+    if (plan_.routeEndsInReference) return {reference_.data(), layout, kColorSync16BitInteger};
+    if (plan_.output.depth == 16) return {device16_.data(), layout, kColorSync16BitInteger};
+    if (layout.alpha != kCGImageAlphaNone) layout.alpha = kCGImageAlphaNoneSkipFirst;
+    return {device8_.data(), layout, kColorSync8BitInteger};
 }
 
 bool RowConverter::FromReference(std::size_t count) {
@@ -117,12 +183,25 @@ bool RowConverter::FromDevice(const void* in, std::size_t count) {
     return (printer ? PrinterPredict16 : MonitorPredict16)(device16_.data(), reference_.data(), count) == 0;
 }
 
+std::array<XYZColour, 3> PrimariesOf(ColorSyncProfileRef reference) {
+    constexpr std::array<uint32_t, 3> kColourants = {Code("rXYZ"), Code("gXYZ"), Code("bXYZ")};
+    std::array<XYZColour, 3> primaries;
+    for (std::size_t c = 0; c < 3; c++) {
+        const FixedXYZ xyz = GetMediaColourant(reference, kColourants[c]);
+        const auto real = [](int32_t fixed) { return static_cast<float>(fixed) / static_cast<float>(kFixedOne); };
+        primaries[c] = {real(xyz.X), real(xyz.Y), real(xyz.Z)};
+    }
+    return primaries;
+}
+
+LabColour LabOfReference(const std::array<XYZColour, 3>& primaries, const uint16_t* colour) {
+    XYZColour sum;
+    for (std::size_t c = 0; c < 3; c++) sum += primaries[c] * (static_cast<float>(colour[c]) / static_cast<float>(kFull65535));
+    return XYZToCIELab(sum, PCSWhiteColour);
+}
+
 void RowConverter::FindDifferences(std::size_t count) {
-    const auto lab = [this](const uint16_t* colour) {
-        XYZColour sum;
-        for (std::size_t c = 0; c < 3; c++) sum += plan_.gamut.primaries[c] * (static_cast<float>(colour[c]) / static_cast<float>(kFull65535));
-        return XYZToCIELab(sum, PCSWhiteColour);
-    };
+    const auto lab = [this](const uint16_t* colour) { return LabOfReference(plan_.gamut.primaries, colour); };
     for (std::size_t i = 0; i < count; i++) {
         const uint16_t *colour = reference_.data() + i * kStride, *back = back_.data() + i * kStride;
         differences_[i] = std::equal(colour, colour + 3, back) ? 0.0F : static_cast<float>(deltaE(lab(colour), lab(back)));
@@ -165,6 +244,10 @@ void PackDifferences(const float* differences, Sample* out, std::size_t count) {
 
 }  // namespace
 
+uint16_t LevelOfDifference(float difference) {
+    return Scaled<uint16_t>(static_cast<double>(difference) / kWhiteDifference);
+}
+
 bool RowConverter::Mark(void* out, std::size_t count) {
     const GamutPlan& gamut = plan_.gamut;
     uint8_t* const flags = device8_.data();
@@ -206,7 +289,7 @@ bool RowConverter::Convert(const void* in, void* out, std::size_t count) {
     if (plan_.operation == Operation::Gamut) return ToReference(in, count) && Mark(out, count);
     if (predicts) {
         if (!FromDevice(in, count)) return false;
-    } else if (!ToReference(in, count) || !FromReference(count)) {
+    } else if (plan_.route ? !AlongRoute(in, count) : !ToReference(in, count) || !FromReference(count)) {
         return false;
     }
 

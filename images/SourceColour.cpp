@@ -4,6 +4,7 @@
 #include "images/FileContents.h"
 #include "images/FourCharCodes.h"
 #include "images/ProfileChoice.h"
+#include "images/Transforms.h"
 
 namespace {
 
@@ -23,21 +24,6 @@ Owned<ColorSyncProfileRef> SRGBProfile() {
     std::size_t length = 0;
     const void* bytes = vips_blob_get(blob.get(), &length);
     return ProfileFromBytes(bytes, length);
-}
-
-Owned<CFDictionaryRef> Step(ColorSyncProfileRef profile, CFStringRef tag) {
-    const void* keys[] = {kColorSyncProfile, kColorSyncTransformTag, kColorSyncRenderingIntent, kColorSyncBlackPointCompensation};
-    const void* values[] = {profile, tag, kColorSyncRenderingIntentRelative, kCFBooleanFalse};
-    return Owned<CFDictionaryRef>(
-        CFDictionaryCreate(kCFAllocatorDefault, keys, values, 4, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
-}
-
-Owned<ColorSyncTransformRef> TransformToReference(ColorSyncProfileRef source, ColorSyncProfileRef reference) {
-    const Owned<CFDictionaryRef> first = Step(source, kColorSyncTransformDeviceToPCS);
-    const Owned<CFDictionaryRef> last = Step(reference, kColorSyncTransformPCSToDevice);
-    const void* steps[] = {first.Get(), last.Get()};
-    const Owned<CFArrayRef> sequence(CFArrayCreate(kCFAllocatorDefault, steps, 2, &kCFTypeArrayCallBacks));
-    return Owned<ColorSyncTransformRef>(ColorSyncTransformCreate(sequence.Get(), nullptr));
 }
 
 int ChannelsOf(ColorSyncProfileRef profile) {
@@ -92,7 +78,9 @@ SourceColour FindSourceColour(VipsImage* image, const ImageShape& shape, const s
         source.channels = 3;
         source.profileName = "sRGB";
     }
-    if (profile) source.toReference = TransformToReference(profile.Get(), reference);
+    if (profile)
+        source.toReference = TransformThrough({{profile.Get(), kColorSyncRenderingIntentRelative}, {reference, kColorSyncRenderingIntentRelative}});
+    source.profile = std::move(profile);
     if (!source.toReference) {
         throw Complaint{path, "no colours can be converted through its profile (" + source.profileName + ")", "embed another profile"};
     }

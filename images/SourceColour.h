@@ -8,6 +8,7 @@
 
 /// How an image's own colours become reference RGB.
 struct SourceColour {
+    Owned<ColorSyncProfileRef> profile;
     Owned<ColorSyncTransformRef> toReference;  // 16-bit samples to 16-bit reference RGB
     int channels = 3;                          // samples of a colour that go in: 1 grey, 3 RGB, 4 CMYK
     std::string profileName;

@@ -1,23 +1,14 @@
 #include "orlo/CalibrationDocument.h"
 
 #include <algorithm>
-#include <climits>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <utility>
 #include <vector>
 
 #include "images/Complaint.h"
+#include "images/Texts.h"
 #include "orlo/Ramps.h"
-
-namespace {
-
-std::string PathOf(CFURLRef url) {
-    UInt8 path[PATH_MAX];
-    return url && CFURLGetFileSystemRepresentation(url, true, path, sizeof path) ? reinterpret_cast<const char*>(path) : "?";
-}
-
-}  // namespace
 
 std::string StatusText(OSErr status) {
     switch (status) {
@@ -66,7 +57,8 @@ std::unique_ptr<DocumentPlace> PlaceOfUsersDocument(bool makeFolder) {
     if (FSFindFolder(kUserDomain, kPreferencesFolderType, makeFolder, &place->folder) != 0) return nullptr;
     place->name = Owned<CFStringRef>::Retain(CFSTR("Orlo Monitor Calibration"));
     const Owned<CFURLRef> folder(CFURLCreateFromFSRef(kCFAllocatorDefault, &place->folder));
-    place->shown = PathOf(folder.Get()) + "/Orlo Monitor Calibration";
+    const std::string path = PathOf(folder.Get());
+    place->shown = (path.empty() ? "?" : path) + "/Orlo Monitor Calibration";
     return place;
 }
 

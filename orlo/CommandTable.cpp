@@ -4,11 +4,13 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <iterator>
 #include <sstream>
 
 #include "images/Complaint.h"
 #include "orlo/CalibrationCommand.h"
+#include "orlo/ColourCommands.h"
 #include "orlo/DisplayCommands.h"
 #include "orlo/DoctorCommand.h"
 #include "orlo/GammaCommands.h"
@@ -23,8 +25,8 @@ namespace {
 /// A new command is a row here, made by a function of its own file.
 Command AllCommands() {
     Command orlo{.name = "orlo", .about = "matches the colours of pictures between monitor, printer and proofing device"};
-    for (const auto& make : {ImageCommands, ProfileCommands, SettingsCommands, WatchCommands, DisplayCommands, GammaCommands, CalibrationCommands,
-                             DoctorCommands, GenerateCommands}) {
+    for (const auto& make : {ImageCommands, ColourCommands, ProfileCommands, SettingsCommands, WatchCommands, DisplayCommands, GammaCommands,
+                             CalibrationCommands, DoctorCommands, GenerateCommands}) {
         std::ranges::move(make(), std::back_inserter(orlo.commands));
     }
     return orlo;
@@ -50,16 +52,23 @@ bool TakesFile(const Argument& argument) {
     return std::ranges::find(kFiles, argument.value) != kFiles.end();
 }
 
+std::string NumberText(double number) {
+    std::array<char, 32> digits;
+    return {digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr};
+}
+
+std::string NumberText(double number, int digits) {
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "%.*f", digits, number);
+    return text.data();
+}
+
 double RealFrom(const std::string& about, const std::string& value, double least, double most) {
     double number = 0.0;
     const char* const end = value.data() + value.size();
     const auto [last, error] = std::from_chars(value.data(), end, number);
     if (error == std::errc() && last == end && number >= least && number <= most) return number;
-    const auto text = [](double limit) {
-        std::array<char, 32> digits;
-        return std::string(digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), limit).ptr);
-    };
-    throw Complaint{about, "'" + value + "' is not a value of it", "use a number from " + text(least) + " to " + text(most)};
+    throw Complaint{about, "'" + value + "' is not a value of it", "use a number from " + NumberText(least) + " to " + NumberText(most)};
 }
 
 long WholeFrom(const std::string& about, const std::string& value, long least, long most) {

@@ -50,6 +50,11 @@ bool TakesFile(const Argument& argument);
 inline auto Into(std::string& to) {
     return [&to](const std::string& value) { to = value; };
 }
+/// In as few digits as tell it from every other.
+std::string NumberText(double number);
+/// With so many digits behind the point.
+std::string NumberText(double number, int digits);
+
 /// The number; throws Complaint for what is none, or none of that range.
 double RealFrom(const std::string& about, const std::string& value, double least, double most);
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <sstream>
 
+#include "images/Texts.h"
 #include "orlo/StoredSettings.h"
 
 namespace {
@@ -180,8 +181,7 @@ std::string ManBody(const Command& command, const std::string& words, const std:
 
 std::string ManPage(const Command& command, const std::string& words, const std::string& related) {
     const std::string name = words.empty() ? "orlo" : "orlo-" + words;
-    std::string title = name;
-    std::ranges::transform(title, title.begin(), [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
+    const std::string title = CapitalLetters(name);
     std::string roff = ".TH " + title + " 1 \"\" \"Orlo ColourMatch " ORLO_VERSION "\"\n.SH NAME\n" + name + " \\- " + Roff(command.about) +
                        "\n.SH SYNOPSIS\n.B " + Roff(Usage(command, words)) + "\n.SH DESCRIPTION\n";
     roff += ManBody(command, words, "");
@@ -252,7 +252,7 @@ void OfferValues(std::string& lines, const std::string& start, const Argument& a
 std::string HelpText(const Command& command, const std::string& words) {
     std::string text = "Usage: " + Usage(command, words) + "\n\n";
     std::string about = command.about;
-    if (about[0] >= 'a' && about[0] <= 'z') about[0] = static_cast<char>(about[0] - 'a' + 'A');
+    about[0] = CapitalLetters(about)[0];
     text += Wrapped(about + ".", 0) + '\n';
     if (!command.details.empty()) text += Wrapped(command.details, 0) + '\n';
     text += Section("Commands", TwoColumns(RowsOf(ShownBelow(command))));

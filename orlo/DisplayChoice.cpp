@@ -1,17 +1,12 @@
 #include "orlo/DisplayChoice.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
 
 #include "images/Complaint.h"
+#include "images/Texts.h"
 
 namespace {
-
-std::string SmallLetters(std::string text) {
-    std::ranges::transform(text, text.begin(), [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
-    return text;
-}
 
 /// Why there are no displays here.
 Complaint NoDisplays() {

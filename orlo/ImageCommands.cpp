@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "images/Complaint.h"
+#include "images/Texts.h"
 #include "orlo/ImageModule.h"
 #include "orlo/StoredSettings.h"
 
@@ -52,15 +53,6 @@ constexpr About kCommands[] = {
      "orlo printer-predict print.tif linear.tif --monitor monitor.icc --printer printer.icc"},
 };
 
-/// The path of a stored profile that the command needs.
-std::string StoredPathFor(const char* place, const StoredProfile& stored, const std::string& command) {
-    const std::string name = place;
-    const std::string right = "add --" + name + " PROFILE, or store one with orlo settings set " + name + "-profile PROFILE";
-    if (!stored.isStored) throw Complaint{command, "no " + name + " profile is given, and none is stored", right, Exit::NotThere};
-    if (stored.path.empty()) throw Complaint{command, "the stored " + name + " profile cannot be found", right, Exit::NotThere};
-    return stored.path;
-}
-
 /// What the user asks for on the command line beside the request itself.
 struct Asked {
     ImageRequest request;
@@ -80,7 +72,7 @@ std::vector<std::string> TakeFromStore(Asked& asked, const std::string& command)
     ImageRequest& request = asked.request;
     std::vector<std::string> taken;
     const auto take = [&taken, &command](std::string& path, const char* place, const StoredProfile& stored) {
-        path = StoredPathFor(place, stored, command);
+        path = PathOfStored(place, stored, command);
         taken.emplace_back(place);
     };
     // A session has a printer, whose paper its conditions may ask for.
@@ -98,10 +90,38 @@ std::vector<std::string> TakeFromStore(Asked& asked, const std::string& command)
     return taken;
 }
 
-std::string NumberText(double number) {
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%g", number);
-    return text.data();
+constexpr std::array<const char*, 4> kIntentWords = {"absolute", "relative", "perceptual", "saturation"};
+
+bool TakesRendering(Operation operation) {
+    return operation == Operation::PrinterMatch || operation == Operation::Proof;
+}
+
+void CheckRendering(const Rendering& rendering) {
+    if (rendering.compensatesBlack && rendering.UsedIntent() == Intent::Absolute) {
+        throw Complaint{"--black-point-compensation", "the intent absolute keeps black as it is", "add --intent relative, perceptual or saturation"};
+    }
+    if (rendering.showsInkAsBlack && !rendering.showsPaperAsWhite) {
+        throw Complaint{"--ink-black", "with the paper simulated the ink is, too", "add --paper white"};
+    }
+}
+
+/// "intent perceptual, black point compensation, paper white, "; empty for what sessions show.
+std::string RenderingText(const Rendering& rendering) {
+    if (rendering.IsOfSessions()) return {};
+    std::string text = std::string("intent ") + kIntentWords[static_cast<std::size_t>(rendering.UsedIntent())] + ", ";
+    if (rendering.compensatesBlack) text += "black point compensation, ";
+    if (rendering.showsPaperAsWhite) text += "paper white, ";
+    if (rendering.showsInkAsBlack) text += "ink black, ";
+    return text;
+}
+
+Json JsonOf(const Rendering& rendering, Operation operation) {
+    Json json = {{"intent", kIntentWords[static_cast<std::size_t>(rendering.UsedIntent())]}, {"blackPointCompensation", rendering.compensatesBlack}};
+    if (operation == Operation::Proof) {
+        json["paper"] = rendering.showsPaperAsWhite ? "white" : "simulated";
+        json["inkBlack"] = rendering.showsInkAsBlack ? "black" : "simulated";
+    }
+    return json;
 }
 
 /// The conditions in force, as the summary tells them.
@@ -152,7 +172,7 @@ Told RunOne(const ImageRequest& request, const std::string& command, const std::
     std::array<char, 160> figures{};
     std::snprintf(figures.data(), figures.size(), ": %d x %d pixels, %d bits, ", report.width, report.height, report.depth);
     std::string line = command + ": " + request.input + " -> " + request.output + figures.data() + report.from + " to " + report.to + ", " +
-                       StoredText(taken) + ConditionsText(request.conditions);
+                       StoredText(taken) + RenderingText(request.rendering) + ConditionsText(request.conditions);
     if (report.pages > 1) line += ", page " + std::to_string(request.page) + " of " + std::to_string(report.pages);
     if (!report.note.empty()) line += ", " + report.note;
     if (request.operation == Operation::Gamut) {
@@ -168,6 +188,7 @@ Told RunOne(const ImageRequest& request, const std::string& command, const std::
                  {"from", report.from},      {"to", report.to},
                  {"stored", taken},          {"conditions", JsonOf(request.conditions)},
                  {"seconds", seconds}};
+    if (TakesRendering(request.operation)) told["rendering"] = JsonOf(request.rendering, request.operation);
     if (request.operation == Operation::Gamut) told["marked"] = report.marked;
     if (report.pages > 1) told["page"] = request.page, told["pages"] = report.pages;
     if (!report.note.empty()) told["note"] = report.note;
@@ -196,21 +217,16 @@ void AddNumberOf(const std::filesystem::path& path, FileNumbers& numbers) {
 /// What there is to do, and what no output may replace meanwhile.
 struct Work {
     std::vector<Job> jobs;
+    std::vector<std::pair<std::string, Complaint>> failures;  // inputs that give none, and why
     FileNumbers originals;
 };
-
-std::string SmallSuffix(const std::filesystem::path& path) {
-    std::string suffix = path.extension().string();
-    std::ranges::transform(suffix, suffix.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    return suffix;
-}
 
 /// Whether a file of a folder is taken for a picture.
 bool IsPicture(const std::filesystem::directory_entry& entry) {
     constexpr std::array<std::string_view, 14> kSuffixes = {".png",  ".tif",  ".tiff", ".jpg", ".jpeg", ".webp", ".avif",
                                                             ".heic", ".heif", ".jxl",  ".ppm", ".pgm",  ".gif",  ".jp2"};
     std::error_code none;
-    return entry.is_regular_file(none) && std::ranges::find(kSuffixes, SmallSuffix(entry.path())) != kSuffixes.end();
+    return entry.is_regular_file(none) && std::ranges::find(kSuffixes, SmallLetters(entry.path().extension().string())) != kSuffixes.end();
 }
 
 /// The suffix of an output: by the kind that is asked for, or the input's.
@@ -262,7 +278,7 @@ Work WorkOf(const Asked& asked, const std::string& command) {
         if (asked.files.size() < 2) throw Complaint{command, "OUTPUT is missing", how};
         if (asked.files.size() > 2)
             throw Complaint{asked.files[2], "it is one argument too many", "name a folder with --output-dir for several inputs"};
-        return {{{asked.files[0], asked.files[1]}}, {}};
+        return {{{asked.files[0], asked.files[1]}}, {}, {}};
     }
     const std::filesystem::path target = asked.outputFolder;
     Work work;
@@ -277,8 +293,13 @@ Work WorkOf(const Asked& asked, const std::string& command) {
             add(file, std::filesystem::path(file).filename());
             continue;
         }
-        for (const std::filesystem::path& picture : PicturesIn(file, asked, work.originals)) add(picture, picture.lexically_relative(file));
+        try {
+            for (const std::filesystem::path& picture : PicturesIn(file, asked, work.originals)) add(picture, picture.lexically_relative(file));
+        } catch (const Complaint& complaint) {
+            work.failures.emplace_back(file, complaint);
+        }
     }
+    if (work.jobs.empty()) throw work.failures.front().second;
     return work;
 }
 
@@ -291,16 +312,27 @@ void RequireOwnPlace(const Job& job, const FileNumbers& originals, const FileNum
     if (written.contains(*there)) throw Complaint{job.output, "another input was written there already", "give one of the two another name"};
 }
 
+void MakeFolder(const std::filesystem::path& folder) {
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (error)
+        throw Complaint{folder.string(), "the folder cannot be made (" + error.message() + ")", "name another with --output-dir", Exit::Failed};
+}
+
 /// Goes on after a picture that cannot be done, and tells at the end which those are.
 void RunAll(ImageRequest request, const Work& work, const std::string& command, const std::vector<std::string>& taken, const Showing& showing) {
     Json results = Json::array(), failures = Json::array();
     std::string table;
     FileNumbers written;
+    const auto fail = [&](const std::string& input, const Complaint& complaint) {
+        failures.push_back({{"input", input}, {"about", complaint.about}, {"wrong", complaint.wrong}, {"right", complaint.right}});
+        table += ComplaintLine(complaint) + "\n";
+    };
+    for (const auto& [input, complaint] : work.failures) fail(input, complaint);
     for (const Job& job : work.jobs) {
         try {
             RequireOwnPlace(job, work.originals, written);
-            std::error_code error;
-            std::filesystem::create_directories(std::filesystem::path(job.output).parent_path(), error);
+            MakeFolder(std::filesystem::path(job.output).parent_path());
             request.input = job.input;
             request.output = job.output;
             const Told told = RunOne(request, command, taken);
@@ -308,18 +340,22 @@ void RunAll(ImageRequest request, const Work& work, const std::string& command, 
             results.push_back(told.json);
             if (!showing.json) showing.Tell({}, told.line);
         } catch (const Complaint& complaint) {
-            failures.push_back({{"input", job.input}, {"about", complaint.about}, {"wrong", complaint.wrong}, {"right", complaint.right}});
-            table += ComplaintLine(complaint) + "\n";
+            fail(job.input, complaint);
         }
     }
     if (showing.json) showing.Tell({{"results", results}, {"failures", failures}}, "");
     if (failures.empty()) return;
     std::fputs(table.c_str(), stderr);
-    throw Complaint{command, std::to_string(failures.size()) + " of " + std::to_string(work.jobs.size()) + " pictures could not be done",
-                    "the lines above tell why", Exit::Failed};
+    throw Complaint{
+        command, std::to_string(failures.size()) + " of " + std::to_string(work.jobs.size() + work.failures.size()) + " pictures could not be done",
+        "the lines above tell why", Exit::Failed};
 }
 
 void Run(Asked asked, const std::string& command, const Showing& showing) {
+    CheckRendering(asked.request.rendering);
+    if (asked.request.exactGamut && asked.request.tolerance) {
+        throw Complaint{"--tolerance", "the library's own answer, for --exact, has none", "leave one of the two out"};
+    }
     const Work work = WorkOf(asked, command);
     const std::vector<std::string> taken = TakeFromStore(asked, command);
     if (!asked.outputFolder.empty()) return RunAll(asked.request, work, command, taken, showing);
@@ -327,6 +363,13 @@ void Run(Asked asked, const std::string& command, const Showing& showing) {
     asked.request.output = work.jobs.front().output;
     const Told told = RunOne(asked.request, command, taken);
     showing.Tell(told.json, told.line);
+}
+
+void SetForm(ImageRequest& request, GamutForm form) {
+    if (request.gamutForm != GamutForm::Mask && request.gamutForm != form) {
+        throw Complaint{"--difference", "OUTPUT cannot be an overlay and a map of differences at once", "leave one of the two out"};
+    }
+    request.gamutForm = form;
 }
 
 Command ImageCommand(const About& row) {
@@ -361,9 +404,24 @@ Command ImageCommand(const About& row) {
              [request](const std::string& value) { request->tolerance = RealFrom("--tolerance", value, 0, 1000); }});
         add({"--exact", "", "mark what the library's own gamut operation answers", SwitchOn(request->exactGamut)});
         add({"--overlay", "", "OUTPUT is the picture on the monitor, pale, with what is marked in green",
-             [request](const std::string&) { request->gamutForm = GamutForm::Overlay; }});
+             [request](const std::string&) { SetForm(*request, GamutForm::Overlay); }});
         add({"--difference", "", "OUTPUT is a grey map of the differences: white is 25.5 or more, so that a level of 8 bits is 0.1",
-             [request](const std::string&) { request->gamutForm = GamutForm::Difference; }});
+             [request](const std::string&) { SetForm(*request, GamutForm::Difference); }});
+    }
+    if (TakesRendering(row.operation)) {
+        add({"--intent", "absolute|relative|perceptual|saturation",
+             "how the picture is brought to the printer, or to the proofer before it; absolute unless given, and what matching sessions show",
+             [request](const std::string& value) {
+                 request->rendering.given = static_cast<Intent>(std::ranges::find(kIntentWords, value) - kIntentWords.begin());
+             }});
+        add({"--black-point-compensation", "", "the picture's black becomes the printer's; not with the intent absolute",
+             SwitchOn(request->rendering.compensatesBlack)});
+    }
+    if (row.operation == Operation::Proof) {
+        add({"--paper", "simulated|white", "whether the paper's colour is seen, or shown as the monitor's white; simulated unless given",
+             [request](const std::string& value) { request->rendering.showsPaperAsWhite = value == "white"; }});
+        add({"--ink-black", "simulated|black", "with --paper white: whether the darkest ink is seen, or shown as the monitor's black",
+             [request](const std::string& value) { request->rendering.showsInkAsBlack = value == "black"; }});
     }
     if (!ReadsDeviceValues(row.operation)) {
         add({"--input-profile", "PROFILE", "the profile that INPUT's colours are in, whatever it carries", Into(request->inputProfile)});
@@ -384,7 +442,8 @@ Command ImageCommand(const About& row) {
         " \"stored\": [\"monitor\", \"printer\", \"proofer\"] as far as they came from the store,\n"
         " \"conditions\": null, or with --session {\"intent\", \"flare\", \"contrast\", \"aOffset\", \"bOffset\", \"adaptToPaper\",\n"
         "   \"fixedMonitorWhite\", \"fixedPrinterWhite\"},\n"
-        " \"seconds\"; gamut: \"marked\": 0..1, the share of the pixels;\n"
+        " \"seconds\"; printer-match, proof: \"rendering\": {\"intent\", \"blackPointCompensation\", of a proof \"paper\", \"inkBlack\"};\n"
+        " gamut: \"marked\": 0..1, the share of the pixels;\n"
         " \"page\" and \"pages\" of an input with several; \"note\": what could not be done beside the picture}\n"
         "with --output-dir {\"results\": [such, ...], \"failures\": [{\"input\", \"about\", \"wrong\", \"right\"}, ...]}";
     command.examples = {row.example};

@@ -36,6 +36,12 @@ ImageReport RunImage(const ImageRequest& request) {
     return report;
 }
 
+DifferenceReport CompareImages(const DifferenceRequest& request) {
+    DifferenceReport report;
+    InModule<decltype(OrloCompareImages)>("OrloCompareImages")(&request, &report);
+    return report;
+}
+
 void RenderPicture(const std::string& svg, const std::string& path) {
     InModule<decltype(OrloRenderPicture)>("OrloRenderPicture")(&svg, &path);
 }

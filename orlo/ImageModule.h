@@ -5,16 +5,21 @@
 
 #include <string>
 
+#include "orlo/DifferenceRequest.h"
 #include "orlo/ImageRequest.h"
 
 /// Makes the output of the request, with a progress bar on a terminal.
 ImageReport RunImage(const ImageRequest& request);
 
+/// Compares two pictures, with a progress bar on a terminal.
+DifferenceReport CompareImages(const DifferenceRequest& request);
+
 /// Draws an SVG picture into a PNG file.
 void RenderPicture(const std::string& svg, const std::string& path);
 
-// By these names the module is asked for the two.
+// By these names the module is asked for them.
 extern "C" {
 void OrloRunImage(const ImageRequest* request, ImageReport* report);
+void OrloCompareImages(const DifferenceRequest* request, DifferenceReport* report);
 void OrloRenderPicture(const std::string* svg, const std::string* path);
 }

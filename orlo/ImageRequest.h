@@ -6,6 +6,7 @@
 
 #include "images/CurrentMatching.h"
 #include "images/Operation.h"
+#include "images/Rendering.h"
 #include "images/TiffCompression.h"
 
 /// What is asked of a command on pictures; the file names are not looked at yet.
@@ -17,6 +18,7 @@ struct ImageRequest {
     std::string monitor, printer, proofer;       // profile files; empty: none, which a printer may be where none is needed
     std::optional<StoredConditions> conditions;  // a session's; nothing: the devices as they are
     std::optional<int> quality;                  // 0, 1 or 2
+    Rendering rendering;                         // of printer-match and proof
     int page = 1;                                // of an input with several
     int64_t mostPixels = 250'000'000;            // of the input
     bool salvage = false;                        // what there is of a damaged input

@@ -13,7 +13,9 @@
 #include "images/ImageWriting.h"
 #include "images/Metadata.h"
 #include "images/ProfileChoice.h"
+#include "images/Route.h"
 #include "images/SourceColour.h"
+#include "images/Texts.h"
 #include "orlo/ImageModule.h"
 #include "orlo/OutputFile.h"
 #include "orlo/ProgressBar.h"
@@ -29,9 +31,7 @@ struct OutputForm {
 
 /// "PNG"
 std::string NameInMessages(const FormatTraits& traits) {
-    std::string name = traits.name;
-    std::ranges::transform(name, name.begin(), [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
-    return name;
+    return CapitalLetters(traits.name);
 }
 
 /// Everything that can be said against the output from its name alone.
@@ -89,17 +89,11 @@ OutputForm FormOfOutput(const ImageRequest& request, ImageFormat format, const I
 }
 
 GamutPlan PlanOfGamut(const ImageRequest& request, ColorSyncProfileRef reference, std::atomic<uint64_t>& marked) {
-    constexpr double kMonitorTolerance = 1, kPrinterTolerance = 3;
     GamutPlan plan;
     plan.printer = request.printerGamut;
     plan.form = request.gamutForm;
     if (!request.exactGamut) plan.tolerance = request.tolerance.value_or(request.printerGamut ? kPrinterTolerance : kMonitorTolerance);
-    constexpr std::array<uint32_t, 3> kColourants = {0x7258595A, 0x6758595A, 0x6258595A};  // 'rXYZ' and so on
-    for (std::size_t c = 0; c < 3; c++) {
-        const FixedXYZ xyz = GetMediaColourant(reference, kColourants[c]);
-        const auto real = [](int32_t fixed) { return static_cast<float>(fixed) / static_cast<float>(kFixedOne); };
-        plan.primaries[c] = {real(xyz.X), real(xyz.Y), real(xyz.Z)};
-    }
+    plan.primaries = PrimariesOf(reference);
     plan.marked = &marked;
     return plan;
 }
@@ -124,6 +118,24 @@ void CheckDeviceValues(const ImageRequest& request, const ImageShape& input, Col
     if (!wantsCMYK && input.colours == 4) throw Complaint{request.input, "it holds CMYK values", "an image of the device's RGB is needed"};
 }
 
+/// "EXIF, XMP"
+std::string LostCameraData(const CameraData& before, const CameraData& after) {
+    std::string lost;
+    const auto add = [&lost](const char* name) { lost += (lost.empty() ? "" : ", ") + std::string(name); };
+    if (before.exif && !after.exif) add("EXIF");
+    if (before.iptc && !after.iptc) add("IPTC");
+    if (before.xmp && !after.xmp) add("XMP");
+    return lost;
+}
+
+/// The printer as a session has it, whose user may have given it another white.
+Owned<ColorSyncProfileRef> PrinterOf(const ImageRequest& request, const ChosenProfile& printer) {
+    if (!request.conditions || !request.conditions->printerWhite) return Owned<ColorSyncProfileRef>::Retain(printer.profile.Get());
+    Owned<ColorSyncMutableProfileRef> copy(ColorSyncProfileCreateMutableCopy(printer.profile.Get()));
+    if (copy) SetMediaWhitePoint(copy.Get(), *request.conditions->printerWhite);
+    return Owned<ColorSyncProfileRef>(copy.Detach());
+}
+
 /// takesDamaged   whether what there is of a damaged input is taken
 void RunOnce(const ImageRequest& request, bool takesDamaged, ImageReport* report) {
     const ReadingLimits limits = {request.mostPixels, takesDamaged};
@@ -137,14 +149,9 @@ void RunOnce(const ImageRequest& request, bool takesDamaged, ImageReport* report
     if (!request.proofer.empty()) proofer = ChooseProofer(request.proofer);
     const Owned<ColorSyncProfileRef> reference = OpenReferenceProfile();
 
-    ImageHold image = OpenImage(request.input, false, request.page, limits);
-    bool isTurned = false;
-    const int pages = PagesOf(image.get());
     // Other kinds have no place for the orientation that TIFF and JPEG keep in a tag.
-    if (!TraitsOf(format).keepsOrientation && vips_image_get_orientation(image.get()) > 1) {
-        image = OpenImage(request.input, true, request.page, limits);
-        isTurned = true;
-    }
+    const bool upright = !TraitsOf(format).keepsOrientation;
+    const ImageHold image = OpenImage(request.input, upright, request.page, limits);
     RunPlan plan;
     plan.operation = request.operation;
     std::atomic<uint64_t> marked = 0;
@@ -170,10 +177,25 @@ void RunOnce(const ImageRequest& request, bool takesDamaged, ImageReport* report
         plan.sourceChannels = source.channels;
     }
 
+    // Viewing conditions, and curves as hosts read them, are the library's alone.
+    const bool matchesInLibrary = request.conditions || request.plainCurves;
+    const bool isOnRoute = !request.rendering.IsOfSessions();
+    std::vector<Leg> route;
+    if (isOnRoute) {
+        const Owned<ColorSyncProfileRef> print = PrinterOf(request, printer);
+        const ColorSyncProfileRef screen = matchesInLibrary ? reference.Get() : monitor.profile.Get();
+        route = RouteThrough(
+            {source.profile.Get(), proofer ? proofer->profile.Get() : nullptr, print.Get(), request.operation == Operation::Proof ? screen : nullptr},
+            request.rendering);
+        plan.route = &route;
+        plan.routeEndsInReference = request.operation == Operation::Proof && matchesInLibrary;
+    }
+
     // The printer's operations read no precomputed tables, so none are built for them.
     const bool printerOnly = request.operation == Operation::PrinterMatch || request.operation == Operation::PrinterPredict || request.printerGamut;
     // Nor are they exact enough to tell a colour from its prediction back.
-    const bool readsTables = !printerOnly && !(request.operation == Operation::Gamut && plan.gamut.tolerance);
+    const bool readsTables =
+        !printerOnly && !(request.operation == Operation::Gamut && plan.gamut.tolerance) && (!isOnRoute || plan.routeEndsInReference);
     const int quality = !readsTables ? 1 : request.quality.value_or(2);
     const CurrentMatching matching(monitor, printer, proofer, request.conditions ? &*request.conditions : nullptr, kQualities[quality]);
     // The engine has read them, and a signal would leave them behind.
@@ -193,9 +215,13 @@ void RunOnce(const ImageRequest& request, bool takesDamaged, ImageReport* report
     const bool sameKind = format == FormatOfName(request.input) && format != ImageFormat::Tiff;
     const bool isWritable = format == ImageFormat::Png || format == ImageFormat::Tiff || format == ImageFormat::Jpeg || format == ImageFormat::WebP;
     const std::string reason =
-        sameKind || !isWritable || request.operation == Operation::Gamut ? "" : CarryMetadata(request.input, file.TemporaryPath(), isTurned);
-    if (!reason.empty()) report->note = "camera data is not carried over (" + reason + ")";
-    if (form.profile && !traits.holdsProfile) report->note = NameInMessages(traits) + " carries no profile";
+        sameKind || !isWritable || request.operation == Operation::Gamut ? "" : CarryMetadata(request.input, file.TemporaryPath(), upright);
+    const auto note = [report](const std::string& text) { report->note += (report->note.empty() ? "" : ", ") + text; };
+    if (form.profile && !traits.holdsProfile) note(NameInMessages(traits) + " carries no profile");
+    if (request.operation != Operation::Gamut && (!isWritable || !reason.empty())) {
+        const std::string lost = LostCameraData(CameraDataOf(request.input, image.get()), CameraDataOf(file.TemporaryPath(), nullptr));
+        if (!lost.empty()) note("camera data is not carried over (" + lost + ")");
+    }
     file.Commit();
 
     report->width = vips_image_get_width(image.get());
@@ -203,7 +229,7 @@ void RunOnce(const ImageRequest& request, bool takesDamaged, ImageReport* report
     report->depth = form.shape.depth;
     report->from = plan.toReference ? source.profileName : deviceName;
     report->to = request.operation == Operation::Gamut ? NameOfGamutPicture(request) : ProfileName(form.profile);
-    report->pages = pages;
+    report->pages = PagesOf(image.get());
     report->marked = static_cast<double>(marked) / (static_cast<double>(report->width) * report->height);
 }
 

@@ -4,10 +4,11 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cctype>
 #include <filesystem>
 #include <set>
 #include <utility>
+
+#include "images/Texts.h"
 
 namespace {
 
@@ -23,8 +24,7 @@ std::vector<std::filesystem::path> Places() {
 }
 
 bool IsNamedAsProfile(const std::filesystem::path& path) {
-    std::string suffix = path.extension().string();
-    std::ranges::transform(suffix, suffix.begin(), [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+    const std::string suffix = SmallLetters(path.extension().string());
     return suffix == ".icc" || suffix == ".icm";
 }
 

@@ -9,28 +9,24 @@
 #include <span>
 #include <vector>
 
+#include "images/BigEndian.h"
 #include "images/Complaint.h"
 #include "images/FineCurves.h"
+#include "images/FourCharCodes.h"
+#include "images/ToneCurve.h"
+#include "orlo/CommandTable.h"
 #include "orlo/ProfileFacts.h"
 
 namespace {
 
 using Bytes = std::span<const UInt8>;
 
-uint32_t Number(Bytes bytes, std::size_t at, std::size_t size = 4) {
-    uint32_t value = 0;
-    for (std::size_t i = 0; i < size; ++i) value = value << 8 | bytes[at + i];
-    return value;
-}
-
 /// To the digits that s15.16 has, so that 1.8 is not 1.8000030517578125.
-double Real(int32_t fixed) {
-    return std::round(fixed / 65536.0 * 1e5) / 1e5;
+double Rounded(double value) {
+    return std::round(value * 1e5) / 1e5;
 }
-
-std::string Text(double value, int digits) {
-    std::array<char, 48> text;
-    return {text.data(), static_cast<std::size_t>(std::snprintf(text.data(), text.size(), "%.*f", digits, value))};
+double Real(int32_t fixed) {
+    return Rounded(fixed / 65536.0);
 }
 
 Json JsonOf(const FixedXYZ& colour) {
@@ -69,37 +65,31 @@ Json TagsOf(ColorSyncProfileRef profile) {
     const Owned<CFDataRef> data(ColorSyncProfileCopyData(profile, nullptr));
     if (!data) return tags;
     const Bytes bytes(CFDataGetBytePtr(data.Get()), static_cast<std::size_t>(CFDataGetLength(data.Get())));
-    for (std::size_t i = 0, at = kTable + 4; i < Number(bytes, kTable); ++i, at += kEntry) {
-        const std::size_t offset = Number(bytes, at + 4), size = Number(bytes, at + 8);
-        const Json type = size >= 4 ? Json(CodeWord(Number(bytes, offset))) : Json(nullptr);
-        tags.push_back({{"tag", CodeWord(Number(bytes, at))}, {"type", type}, {"size", size}});
+    for (std::size_t i = 0, at = kTable + 4; i < BigEndian(bytes, kTable); ++i, at += kEntry) {
+        const std::size_t offset = BigEndian(bytes, at + 4), size = BigEndian(bytes, at + 8);
+        const Json type = size >= 4 ? Json(CodeWord(BigEndian(bytes, offset))) : Json(nullptr);
+        tags.push_back({{"tag", CodeWord(BigEndian(bytes, at))}, {"type", type}, {"size", size}});
     }
     return tags;
 }
 
 /// A tone curve's tag; nothing when there is none.
 std::optional<Json> CurveOf(ColorSyncProfileRef profile, const char* tag) {
-    const Owned<CFDataRef> data(ColorSyncProfileCopyTag(profile, __CFStringMakeConstantString(tag)));
-    if (!data) return std::nullopt;
-    const Bytes bytes(CFDataGetBytePtr(data.Get()), static_cast<std::size_t>(CFDataGetLength(data.Get())));
-    Json curve = {{"tag", tag}, {"kind", "damaged"}};
-    if (bytes.size() < 12) return curve;
-    const std::string type = CodeWord(Number(bytes, 0));
-    if (type == "curv") {
-        const std::size_t count = Number(bytes, 8);
-        if (count > (bytes.size() - 12) / 2) return curve;
-        curve["kind"] = count == 0 ? "straight" : count == 1 ? "gamma" : "table";
-        if (count == 1) curve["gamma"] = std::round(Number(bytes, 12, 2) / 256.0 * 1e4) / 1e4;
-        if (count > 1) curve["entries"] = count;
-    } else if (type == "para") {
-        constexpr std::array<std::size_t, 5> kParameters = {1, 3, 4, 5, 7};
-        const std::size_t function = Number(bytes, 8, 2);
-        if (function >= kParameters.size() || bytes.size() < 12 + 4 * kParameters[function]) return curve;
-        curve["kind"] = "formula";
-        curve["function"] = function;
-        for (std::size_t i = 0; i < kParameters[function]; ++i) curve["parameters"].push_back(Real(static_cast<int32_t>(Number(bytes, 12 + 4 * i))));
+    if (!ColorSyncProfileContainsTag(profile, __CFStringMakeConstantString(tag))) return std::nullopt;
+    Json told = {{"tag", tag}, {"kind", "damaged"}};
+    const std::optional<ToneCurve> curve = ToneCurve::Of(profile, tag);
+    if (!curve) return told;
+    if (const auto formula = curve->Formula()) {
+        told["kind"] = "formula";
+        told["function"] = *formula;
+        for (const double parameter : curve->Parameters()) told["parameters"].push_back(Rounded(parameter));
+        return told;
     }
-    return curve;
+    const std::vector<uint16_t>& entries = curve->Entries();
+    told["kind"] = entries.empty() ? "straight" : entries.size() == 1 ? "gamma" : "table";
+    if (entries.size() == 1) told["gamma"] = std::round(entries[0] / 256.0 * 1e4) / 1e4;
+    if (entries.size() > 1) told["entries"] = entries.size();
+    return told;
 }
 
 std::string CurveInWords(const Json& curve) {
@@ -114,8 +104,8 @@ std::string CurveInWords(const Json& curve) {
 
 std::string ColourInWords(const Json& colour) {
     std::string words = "XYZ";
-    for (const Json& value : colour["XYZ"]) words += " " + Text(value, 4);
-    return colour["xy"].is_null() ? words : words + ", xy " + Text(colour["xy"][0], 4) + " " + Text(colour["xy"][1], 4);
+    for (const Json& value : colour["XYZ"]) words += " " + NumberText(value, 4);
+    return colour["xy"].is_null() ? words : words + ", xy " + NumberText(colour["xy"][0], 4) + " " + NumberText(colour["xy"][1], 4);
 }
 
 std::string Row(std::string name, const std::string& value) {
@@ -137,9 +127,9 @@ Json ContentsOf(ColorSyncProfileRef profile) {
     const double error = ErrorOfPlainCurves(profile);
     contents["curveError"] = std::lround(error);
     contents["coarse"] = error >= kCoarseCurves;
-    contents["primaries"] = {{"red", JsonOf(GetMediaColourant(profile, 0x7258595A))},    // 'rXYZ'
-                             {"green", JsonOf(GetMediaColourant(profile, 0x6758595A))},  // 'gXYZ'
-                             {"blue", JsonOf(GetMediaColourant(profile, 0x6258595A))}};  // 'bXYZ'
+    contents["primaries"] = {{"red", JsonOf(GetMediaColourant(profile, Code("rXYZ")))},
+                             {"green", JsonOf(GetMediaColourant(profile, Code("gXYZ")))},
+                             {"blue", JsonOf(GetMediaColourant(profile, Code("bXYZ")))}};
     return contents;
 }
 
@@ -154,7 +144,7 @@ std::string LinesOfContents(const Json& contents) {
     lines += Row("intent", header["intent"].dump());
     lines += Row("illuminant", ColourInWords(header["illuminant"]));
     lines += Row("media white", ColourInWords(contents["white"]));
-    lines += Row("luminance", contents["luminance"].is_null() ? "not told" : Text(contents["luminance"], 2) + " cd/m2");
+    lines += Row("luminance", contents["luminance"].is_null() ? "not told" : NumberText(contents["luminance"], 2) + " cd/m2");
     for (const Json& curve : contents["curves"]) lines += Row("curve " + std::string(curve["tag"]), CurveInWords(curve));
     if (!contents["primaries"].is_null()) {
         const std::string error = contents["curveError"].dump() + " of 65535 on average";

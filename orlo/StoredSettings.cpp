@@ -3,14 +3,15 @@
 #include <glib.h>
 
 #include <array>
-#include <charconv>
 #include <cmath>
 #include <memory>
 #include <nlohmann/json.hpp>
 
 #include "images/FourCharCodes.h"
+#include "images/Texts.h"
 #include "orlo/CommandLine.h"
 #include "orlo/CommandTable.h"
+#include "orlo/SettingsLock.h"
 
 namespace {
 
@@ -18,13 +19,6 @@ constexpr std::size_t kShortText = 31;  // bytes: illuminant and observer are re
 
 CFStringRef Key(const char* key) {
     return __CFStringMakeConstantString(key);
-}
-
-std::string TextOf(CFStringRef string) {
-    if (!string) return {};
-    std::vector<char> text(static_cast<std::size_t>(CFStringGetMaximumSizeForEncoding(CFStringGetLength(string), kCFStringEncodingUTF8)) + 1);
-    if (!CFStringGetCString(string, text.data(), static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8)) return {};
-    return text.data();
 }
 
 // What is stored is answered whatever the default.
@@ -42,11 +36,6 @@ bool IsTextStored(const char* key) {
 
 Owned<CFStringRef> StringOf(const std::string& text) {
     return Owned<CFStringRef>(CFStringCreateWithCString(kCFAllocatorDefault, text.c_str(), kCFStringEncodingUTF8));
-}
-
-std::string NumberText(double number) {
-    std::array<char, 32> text;
-    return {text.data(), std::to_chars(text.data(), text.data() + text.size(), number).ptr};
 }
 
 SettingValue Number(double number) {
@@ -129,9 +118,7 @@ std::string StoredPath(const char* key) {
     Boolean wasChanged = false;
     if (!alias || FSResolveAlias(nullptr, alias.get(), &file, &wasChanged) != 0) return {};
     const Owned<CFURLRef> url(CFURLCreateFromFSRef(kCFAllocatorDefault, &file));
-    std::array<UInt8, 4096> path;
-    if (!url || !CFURLGetFileSystemRepresentation(url.Get(), true, path.data(), static_cast<CFIndex>(path.size()))) return {};
-    return reinterpret_cast<const char*>(path.data());
+    return PathOf(url.Get());
 }
 
 /// Stored as an alias, or as a text.
@@ -362,12 +349,14 @@ void Store(const Pending& pending) {
     if (pending.observer) SetStringPreference(Key("Observer"), StringOf(*pending.observer).Get());
 }
 
+/// Reads what others stored, and writes what was changed here.
+bool Synchronise() {
+    return CFPreferencesSynchronize(CFSTR("com.brenwick.orlocms"), kCFPreferencesCurrentUser, kCFPreferencesCurrentHost);
+}
+
 /// Writes what was stored, and tells every process, once.
 void Publish() {
-    if (!CFPreferencesSynchronize(CFSTR("com.brenwick.orlocms"), kCFPreferencesCurrentUser, kCFPreferencesCurrentHost)) {
-        throw Complaint{"settings", "they cannot be written to the configuration folder",
-                        "make com.brenwick.orlocms in $XDG_CONFIG_HOME (or ~/.config) writable", Exit::Failed};
-    }
+    if (!Synchronise()) throw SettingsNotWritten();
     SynchronisePreferences(true);
 }
 
@@ -428,6 +417,10 @@ void CheckSettings(std::span<const SettingChange> changes) {
 }
 
 void ChangeSettings(std::span<const SettingChange> changes) {
+    // What is wrong is refused before a file is touched.
+    CheckSettings(changes);
+    const SettingsLock lock;
+    Synchronise();
     Store(Checked(changes));
     Publish();
 }
@@ -435,6 +428,8 @@ void ChangeSettings(std::span<const SettingChange> changes) {
 void ResetSettings(std::span<const std::string> names) {
     std::vector<const Row*> rows;
     for (const std::string& name : names) rows.push_back(&FindRow(name));
+    const SettingsLock lock;
+    Synchronise();
     for (const Row* row : rows) {
         // A null string removes a key, whatever it holds.
         row->isStored == IsConditionStored ? ForgetCondition(row->key) : SetStringPreference(Key(row->key), nullptr);
@@ -463,4 +458,12 @@ StoredConditions ReadStoredConditions() {
 StoredProfiles ReadStoredProfiles() {
     const auto read = [](const char* key) { return StoredProfile{IsFileStored(key), StoredPath(key)}; };
     return {read("Monitor Profile"), read("Printer Profile"), UsesProofer() ? read("Proofer Profile") : StoredProfile{}};
+}
+
+std::string PathOfStored(const char* place, const StoredProfile& stored, const std::string& command) {
+    const std::string name = place;
+    const std::string right = "add --" + name + " PROFILE, or store one with orlo settings set " + name + "-profile PROFILE";
+    if (!stored.isStored) throw Complaint{command, "no " + name + " profile is given, and none is stored", right, Exit::NotThere};
+    if (stored.path.empty()) throw Complaint{command, "the stored " + name + " profile cannot be found", right, Exit::NotThere};
+    return stored.path;
 }

@@ -74,5 +74,7 @@ struct StoredProfiles {
     StoredProfile proofer;  // nothing stored while it is not in use
 };
 StoredProfiles ReadStoredProfiles();
+/// The path of a stored profile that a command needs for a place ("monitor"). Throws Complaint.
+std::string PathOfStored(const char* place, const StoredProfile& stored, const std::string& command);
 
 StoredConditions ReadStoredConditions();

@@ -13,7 +13,7 @@ from OrloCommand import ADOBE_RGB, OrloCase, cmyk_printer
 from OrloImages import write_png
 
 SOURCE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
-COMMANDS = ("match", "proof", "gamut", "predict", "printer-match", "printer-predict", "profiles", "inspect", "settings", "watch", "displays", "gamma", "calibration", "doctor", "help")
+COMMANDS = ("match", "proof", "gamut", "predict", "printer-match", "printer-predict", "colour", "difference", "profiles", "inspect", "settings", "watch", "displays", "gamma", "calibration", "doctor", "help")
 BELOW = {"settings": ("list", "get", "set", "reset"), "gamma": ("show", "plot", "save", "load", "linear", "reset"), "calibration": ("save", "verify", "install")}
 
 

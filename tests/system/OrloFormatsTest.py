@@ -226,6 +226,26 @@ class Metadata(OrloCase):
         # Orientation 6: the first row becomes the last column.
         self.assertEqual([png.samples[(y * 6 + 5) * 3] for y in range(24)], list(tiff.band(0)[:24]))
 
+    def bytes_read(self, source, target):
+        """How much the command reads, in all."""
+        process = subprocess.Popen(self.arguments("match", source, self.path(target)), stdout=subprocess.DEVNULL)
+        os.waitid(os.P_PID, process.pid, os.WEXITED | os.WNOWAIT)
+        with open(f"/proc/{process.pid}/io", encoding="ascii") as file:
+            told = dict(line.split(": ") for line in file)
+        self.assertEqual(process.wait(), 0)
+        return int(told["rchar"])
+
+    def test_a_picture_that_is_turned_is_decoded_once(self):
+        sizes = []
+        for orientation in (1, 6):
+            source = self.path(f"photo{orientation}.jpg")
+            shutil.copy(photograph("rocket.jpg"), source)
+            subprocess.run(["exiv2", f"-Mset Exif.Image.Orientation {orientation}", source], capture_output=True, check=True)
+            sizes.append(self.bytes_read(source, f"out{orientation}.png"))
+        self.assertLess(sizes[1] - sizes[0], os.path.getsize(photograph("rocket.jpg")) / 2)
+        upright, turned = (self.read(self.path(f"out{orientation}.png")) for orientation in (1, 6))
+        self.assertEqual((turned.width, turned.height), (upright.height, upright.width))
+
     # What a photograph tells, by the names that exiv2 knows it by.
     TOLD = {"Exif.Image.Make": "Orlo Works", "Exif.Image.Copyright": "A. Painter", "Exif.Photo.ExposureTime": "1/250", "Exif.GPSInfo.GPSAltitude": "300/1",
             "Iptc.Application2.Caption": "A rocket", "Xmp.dc.format": "image/jpeg"}
@@ -248,6 +268,39 @@ class Metadata(OrloCase):
                 self.assertEqual({key: told.get(key, "").strip() for key in self.TOLD}, self.TOLD)
                 self.assertEqual(told["Exif.Photo.ColorSpace"].strip(), "65535")
                 self.assertNotIn("Exif.Thumbnail.JPEGInterchangeFormat", told)
+
+    def note(self, source, target):
+        done = subprocess.run([*self.arguments("match", source, self.path(target)), "--json"], capture_output=True, check=True)
+        return json.loads(done.stdout).get("note", "")
+
+    def test_camera_data_that_a_kind_does_not_hold_is_told(self):
+        source = self.vips("crop", photograph("rocket.jpg"), "small.jpg", "100", "100", "64", "48")
+        subprocess.run(["exiv2", "-da", source], check=True)
+        self.assertEqual((self.note(source, "plain.jxl"), self.note(source, "plain.ppm")), ("", "PPM carries no profile"))
+        subprocess.run(["exiv2", "-Mset Exif.Image.Orientation 6", source], capture_output=True, check=True)
+        self.assertEqual(self.note(source, "turned.jxl"), "")
+        for kind, setting in (("EXIF", "Exif.Image.Make Orlo Works"), ("XMP", "Xmp.dc.format image/jpeg"), ("IPTC", "Iptc.Application2.Caption A rocket")):
+            with self.subTest(kind):
+                told, note = self.path(kind + ".jpg"), f"camera data is not carried over ({kind})"
+                shutil.copy(source, told)
+                subprocess.run(["exiv2", "-Mset " + setting, told], capture_output=True, check=True)
+                self.assertEqual(self.note(told, "out.jxl"), note)
+                self.assertEqual(self.note(told, "out.ppm"), "PPM carries no profile, " + note)
+                self.assertEqual(self.note(told, "out.avif"), note if kind == "IPTC" else "")
+                # TIFF files keep theirs where libvips does not look.
+                self.assertEqual((self.note(told, "told.tif"), self.note(self.path("told.tif"), "out.jxl")), ("", note))
+                self.assertEqual(self.note(self.path("told.tif"), "out.avif"), "" if kind == "XMP" else note)
+
+    def test_inputs_without_camera_data_have_no_note(self):
+        small = self.vips("crop", photograph("coffee.png"), "small.png", "100", "100", "64", "48")
+        self.vips("copy", small, "small.ppm")
+        self.vips("copy", small, "small.jxl")
+        with open(self.path("small.svg"), "w", encoding="ascii") as file:
+            file.write('<svg xmlns="http://www.w3.org/2000/svg" width="20" height="20"><rect width="20" height="20" fill="red"/></svg>')
+        for source in ("small.ppm", "small.jxl", "small.svg"):
+            for target in ("out.png", "out.tif", "out.jpg", "out.jxl"):
+                with self.subTest(f"{source} to {target}"):
+                    self.assertEqual(self.note(self.path(source), target), "")
 
     def test_a_page_of_a_gif_or_webp_file_can_be_chosen(self):
         levels = (40, 200)

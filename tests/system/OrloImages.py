@@ -115,8 +115,9 @@ def tiff_tag(path, wanted):
     return None
 
 
-def lcms_convert(source, destination, colours, intent, full_in, full_out):
-    """Colours through Little CMS's own calculator, in floating point without clipping; full_in, full_out: what stands for full scale.
+def lcms_convert(source, destination, colours, intent, full_in, full_out, switches=()):
+    """Colours through Little CMS's own calculator, in floating point without clipping; full_in, full_out: what stands for full scale; switches:
+    further ones of the calculator.
 
     A profile is a file name, or one of the calculator's built-in names such as *sRGB. Inks are per cent there, everything else 0..255.
     """
@@ -128,7 +129,7 @@ def lcms_convert(source, destination, colours, intent, full_in, full_out):
 
     factor = scale(source) / full_in
     lines = "".join(" ".join(repr(v * factor) for v in colour) + "\n" for colour in colours)
-    command = ["transicc", "-n", f"-t{intent}", f"-i{source}", f"-o{destination}"]
+    command = ["transicc", "-n", f"-t{intent}", *switches, f"-i{source}", f"-o{destination}"]
     done = subprocess.run(command, input=lines.encode(), stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
     rows = [[float(v) * full_out / scale(destination) for v in line.split()] for line in done.stdout.decode().splitlines() if line.strip()]
     if len(rows) != len(colours):

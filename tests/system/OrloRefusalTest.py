@@ -286,13 +286,38 @@ class Refusals(OrloCase):
         done = subprocess.run([OrloCommand.ORLO, *self.match(monitor=profile)], capture_output=True, check=False)
         self.assertEqual((done.returncode, done.stderr), (0, b""))
 
+    def test_profiles_that_cannot_be_reached_or_read(self):
+        os.symlink("loop.icc", self.path("loop.icc"))
+        self.assert_refused(self.match(monitor=self.path("loop.icc")), self.path("loop.icc"), "it cannot be reached (Too many levels of symbolic links)")
+        os.mkdir(self.path("closed"))
+        for name in ("closed/profile.icc", "mine.icc"):
+            self.write(name, bytes_of(ADOBE_RGB))
+        os.chmod(self.path("mine.icc"), 0)
+        os.chmod(self.path("closed"), 0)
+        self.addCleanup(os.chmod, self.path("closed"), 0o700)
+        # Nothing is closed to root.
+        user = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"] if os.geteuid() == 0 else []
+        os.chmod(self.folder, 0o755)
+        if user and subprocess.run([*user, OrloCommand.ORLO, "--version"], capture_output=True, check=False).returncode != 0:
+            self.skipTest("another user cannot run orlo here")
+        for name, wrong in (("closed/profile.icc", "it cannot be reached (Permission denied)"), ("mine.icc", "the file cannot be read (Permission denied)")):
+            with self.subTest(name):
+                done = subprocess.run([*user, OrloCommand.ORLO, "inspect", self.path(name)], capture_output=True, check=False)
+                self.assertEqual((done.returncode, done.stderr.decode()), (1, f"orlo: {self.path(name)}: {wrong}; a whole ICC profile is needed\n"))
+
+    def test_options_that_contradict_each_other(self):
+        for options, about in ((("--overlay", "--difference"), "--difference"), (("--difference", "--overlay"), "--difference"), (("--exact", "--tolerance=2"), "--tolerance"),
+                               (("--tolerance=2", "--exact"), "--tolerance")):
+            with self.subTest(options):
+                self.assert_refused(self.match(None, None, *options, command="gamut"), about, "leave one of the two out")
+
     def test_a_pipe_is_not_waited_for(self):
         pipe = self.path("pipe.png")
         os.mkfifo(pipe)
         for arguments in (self.match(pipe), self.match(None, pipe)):
             self.assert_refused(arguments, pipe, "not a file of its own", timeout=OrloCommand.PATIENCE)
         for arguments in (self.match(monitor=pipe), self.match(printer=pipe), self.match(None, None, "--proofer", pipe)):
-            self.assert_refused(arguments, pipe, "cannot be read", timeout=OrloCommand.PATIENCE)
+            self.assert_refused(arguments, pipe, "it is a pipe or a device", timeout=OrloCommand.PATIENCE)
         self.assertTrue(stat.S_ISFIFO(os.stat(pipe).st_mode))
 
     def test_a_link_that_leads_in_a_circle(self):

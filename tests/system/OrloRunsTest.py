@@ -232,6 +232,21 @@ class Several(OrloCase):
         self.assertEqual((done.returncode, b"--output-dir" in done.stderr), (2, True))
 
 
+    def test_an_empty_folder_does_not_keep_the_others(self):
+        os.mkdir(self.path("empty"))
+        done = self.orlo(self.path("empty"), self.path("in"), "--json", status=1)
+        self.assertEqual(self.written(), ["one.png", "two.png"])
+        self.assertEqual(done.stderr.decode().splitlines(), [f"orlo: {self.path('empty')}: there is no picture in it; add --recursive, or name another folder",
+                                                             "orlo: match: 1 of 3 pictures could not be done; the lines above tell why"])
+        self.assertEqual([failure["input"] for failure in json.loads(done.stdout)["failures"]], [self.path("empty")])
+
+    def test_a_folder_that_cannot_be_made_is_told_as_that(self):
+        with open(self.path("file"), "wb"):
+            pass
+        done = self.orlo(self.path("in"), "--output-dir", self.path("file/out"), status=1)
+        self.assertEqual(done.stderr.count(f"orlo: {self.path('file/out')}: the folder cannot be made (Not a directory); name another".encode()), 2, done.stderr)
+
+
 class Interruptions(OrloCase):
     def test_an_interrupted_run_leaves_nothing(self):
         # Large enough to be caught at work: the pixels are many, their file is small.
@@ -272,6 +287,21 @@ class Interruptions(OrloCase):
         process.wait()
         self.assertEqual(mode & 0o777, 0o600)
         self.assertEqual(os.listdir(self.path("temporary")), [])
+
+    def test_a_signal_while_profiles_are_loaded_leaves_nothing(self):
+        write_png(self.path("in.png"), SMALL, 8, 3)
+        os.mkdir(self.path("temporary"))
+        caught = 0
+        end = time.monotonic() + OrloCommand.PATIENCE
+        while caught < 5 and time.monotonic() < end:
+            process = subprocess.Popen(self.arguments("proof", self.path("in.png"), self.path("out.png")), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                       env={**os.environ, "TMPDIR": self.path("temporary")})
+            while not os.listdir(self.path("temporary")) and process.poll() is None:
+                pass
+            process.terminate()
+            caught += process.wait() == -signal.SIGTERM
+            self.assertEqual(os.listdir(self.path("temporary")), [])
+        self.assertEqual(caught, 5)
 
     def test_a_folder_for_temporary_files_that_is_not_there(self):
         write_png(self.path("in.png"), SMALL, 8, 3)

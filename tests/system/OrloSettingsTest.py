@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """The stored settings on the command line: shown, changed, refused, watched from another process, and used by the image commands."""
 
+import fcntl
 import json
 import os
 import plistlib
@@ -170,6 +171,39 @@ class ShowAndChange(SettingsCase):
         self.assertEqual(json.loads(self.orlo("settings", "list", "--json")), empty)
         [contents] = [contents for name, contents in self.store_files().items() if name.endswith(".plist")]
         self.assertEqual(plistlib.loads(contents), {})
+
+    def start(self, *arguments):
+        return subprocess.Popen([OrloCommand.ORLO, *arguments], stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+
+    def assert_done(self, processes):
+        for process in processes:
+            self.assertEqual((process.communicate(timeout=PATIENCE)[0], process.returncode), (b"", 0))
+
+    def test_changes_at_once_are_all_kept(self):
+        changes = {"flare": 0.25, "contrast": 2, "a-offset": 3, "b-offset": -4, "adapt-to-paper": True, "use-monitor-white": True, "use-printer-white": True}
+        for _ in range(3):
+            self.orlo("settings", "reset")
+            self.assert_done([self.start("settings", "set", f"{name}={'on' if value is True else value}") for name, value in changes.items()])
+            self.assertEqual({name: self.get(name) for name in changes}, {name: {"value": value, "stored": True} for name, value in changes.items()})
+            # What is forgotten is what was named, too.
+            self.assert_done([self.start("settings", "reset", "flare"), self.start("settings", "set", "contrast=3"), self.start("settings", "reset", "a-offset")])
+            self.assertEqual([self.get(name)["value"] for name in ("contrast", "b-offset")], [3, -4])
+
+    def test_a_command_that_keeps_the_settings_is_not_waited_for_long(self):
+        self.set("flare=0.25")
+        before = self.store_files()
+        with open(os.path.join(self.folder, "config", "com.brenwick.orlocms", "change.lock"), "r+b") as held:
+            fcntl.flock(held, fcntl.LOCK_EX)
+            self.assertIn("settings: another command keeps changing them; try again", self.orlo("settings", "set", "flare=0.5", status=1))
+            self.assertEqual(self.store_files(), before)
+            # Who only reads does not wait.
+            self.assertEqual(self.get("flare")["value"], 0.25)
+        self.set("flare=0.5")
+
+    def test_what_is_refused_leaves_no_file(self):
+        self.orlo("settings", "set", "flare=2", status=2)
+        self.orlo("settings", "reset", "flares", status=2)
+        self.assertEqual(self.store_files(), {})
 
     def test_an_intent_has_a_name_and_a_number(self):
         for number, name in (("1", "relative"), ("2", "saturation"), ("3", "absolute")):

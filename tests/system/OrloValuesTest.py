@@ -10,7 +10,7 @@ import unittest.mock
 
 import OrloCommand
 from OrloCommand import ADOBE_RGB, APPLE_RGB, GREY, SRGB, OrloCase, bytes_of, cmyk_printer, photograph, reference_profile, rgb_printer
-from OrloImages import lcms_convert, write_monitor, write_png, write_tiff
+from OrloImages import lcms_convert, run_tool, write_monitor, write_png, write_tiff
 
 RELATIVE, ABSOLUTE = 1, 3
 # Inside every gamut in use, none of them near black, where one step of 16-bit linear light is many steps of the monitor.
@@ -276,6 +276,138 @@ class Values(OrloCase):
                                       capture_output=True, check=False)
                 self.assertEqual((done.returncode, done.stderr), (0, b""))
                 self.assertEqual(self.read(self.path("without.tif")).samples, expected.samples)
+
+
+class Intents(OrloCase):
+    """Against the calculator, and against its sister for TIFF files."""
+
+    # All of them, also near black and out of gamut; the tables are the same there.
+    COLOURS = [(r, g, b) for r in range(0, 65536, 13107) for g in range(0, 65536, 13107) for b in range(0, 65536, 13107)] + [(v, v, v) for v in range(0, 9000, 900)]
+    NUMBERS = {"perceptual": 0, "relative": RELATIVE, "saturation": 2, "absolute": ABSOLUTE}
+    # Every intent and switch that go together, as orlo takes them and as the others do.
+    WAYS = [(name, compensation) for name in NUMBERS for compensation in (False, True) if not (name == "absolute" and compensation)]
+
+    def setUp(self):
+        super().setUp()
+        self.source = self.path("in.tif")
+        write_tiff(self.source, [[v for colour in self.COLOURS for v in colour]], 16, 3, profile=bytes_of(SRGB))
+
+    def each_way(self):
+        return [(printer(), [f"--intent={name}", *(["--black-point-compensation"] if compensation else [])], self.NUMBERS[name], ["-b"] if compensation else [])
+                for printer in (cmyk_printer, rgb_printer) for name, compensation in self.WAYS]
+
+    @staticmethod
+    def held(rows):
+        return [[min(max(v, 0), 65535) for v in row] for row in rows]
+
+    def converted(self, source, destination, colours, intent, switches=()):
+        return self.held(lcms_convert(source, destination, colours, intent, 65535, 65535, switches))
+
+    def test_printer_match_takes_each_intent_and_switch(self):
+        for printer, options, number, switches in self.each_way():
+            with self.subTest(f"{os.path.basename(printer)} {options}"):
+                expected = self.converted(SRGB, printer, self.COLOURS, number, switches)
+                self.assert_close(self.run_orlo("printer-match", self.source, "out.tif", *options, printer=printer).pixels(), expected, 2)
+                narrow = self.run_orlo("printer-match", self.source, "out.tif", *options, "--depth=8", printer=printer)
+                self.assert_close(narrow.pixels(), [[v / 257 for v in row] for row in expected], 1)
+
+    def test_a_proof_shows_the_print_of_each_intent_on_each_paper(self):
+        for printer, options, number, switches in self.each_way():
+            with self.subTest(f"{os.path.basename(printer)} {options}"):
+                printed = self.converted(SRGB, printer, self.COLOURS, number, switches)
+                seen = self.converted(printer, reference_profile(), printed, ABSOLUTE)
+                # Paper and ink as they are: the connection space's white is the monitor's.
+                simulated = self.converted(reference_profile(), ADOBE_RGB, seen, RELATIVE)
+                self.assert_close(self.run_orlo("proof", self.source, "out.tif", *options, printer=printer).pixels(), simulated, 2)
+                for ink, ink_switches in (("simulated", ()), ("black", ("-b",))):
+                    expected = self.converted(printer, ADOBE_RGB, printed, RELATIVE, ink_switches)
+                    after = self.run_orlo("proof", self.source, "out.tif", *options, "--paper=white", f"--ink-black={ink}", printer=printer)
+                    self.assert_close(after.pixels(), expected, 2)
+
+    def test_a_photograph_comes_out_as_from_tificc(self):
+        photo = self.vips("crop", self.vips("colourspace", photograph("coffee.png"), "whole.tif", "rgb16"), "photo.tif", "150", "50", "240", "180")
+        for printer, options, number, switches in self.each_way():
+            with self.subTest(f"{os.path.basename(printer)} {options}"):
+                words = ["tificc", "-n", "-c0", "-w16", f"-t{number}", *switches, f"-i{SRGB}"]
+                run_tool(*words, f"-o{printer}", photo, self.path("expected.tif"))
+                after = self.run_orlo("printer-match", photo, "out.tif", *options, f"--input-profile={SRGB}", printer=printer)
+                self.assertLessEqual(max(abs(a - e) for a, e in zip(after.samples, self.read(self.path("expected.tif")).samples)), 2)
+                if number == ABSOLUTE:
+                    continue
+                run_tool(*words, "-m1", f"-p{printer}", f"-o{ADOBE_RGB}", photo, self.path("expected.tif"))
+                after = self.run_orlo("proof", photo, "out.tif", *options, "--paper=white", f"--input-profile={SRGB}", printer=printer)
+                self.assertLessEqual(max(abs(a - e) for a, e in zip(after.samples, self.read(self.path("expected.tif")).samples)), 2)
+
+    def test_pictures_of_every_kind_go_the_way(self):
+        rows = [("grey", [(v,) for v in range(0, 256, 15)], 1, GREY), ("inks", INKS, 4, cmyk_printer())]
+        for kind, colours, channels, profile in rows:
+            for depth, tolerance in ((8, 1), (16, 2)):
+                with self.subTest(f"{kind} {depth}"):
+                    samples = [[v * (1 if depth == 8 else 257) for colour in colours for v in colour]]
+                    write_tiff(self.path("kind.tif"), samples, depth, channels, profile=bytes_of(profile))
+                    printed = self.held(lcms_convert(profile, rgb_printer(), colours, 0, 255, 65535))
+                    after = self.run_orlo("printer-match", self.path("kind.tif"), "out.tif", "--intent=perceptual", printer=rgb_printer()).pixels()
+                    self.assert_close(after, [[v / (257 if depth == 8 else 1) for v in row] for row in printed], tolerance)
+        # What the output cannot hold lies on white, as for every other way.
+        write_png(self.path("alpha.png"), [[200, 100, 50, 0, 200, 100, 50, 255]], 8, 4)
+        bare, whole = self.run_orlo("printer-match", self.path("alpha.png"), "out.tif", "--intent=relative").pixels()
+        self.assertEqual((bare, max(whole) > 50), ((0, 0, 0, 0), True))
+        kept = self.run_orlo("proof", self.path("alpha.png"), "out.png", "--intent=relative").pixels()
+        self.assertEqual([pixel[3] for pixel in kept], [0, 255])
+
+    def test_the_intent_is_the_way_to_the_proofing_device(self):
+        proofed = self.converted(SRGB, rgb_printer(), self.COLOURS, 0, ["-b"])
+        expected = self.converted(rgb_printer(), cmyk_printer(), proofed, ABSOLUTE)
+        after = self.run_orlo("printer-match", self.source, "out.tif", "--intent=perceptual", "--black-point-compensation", "--proofer", rgb_printer())
+        self.assert_close(after.pixels(), expected, 2)
+
+    def test_sessions_show_what_comes_without_an_intent(self):
+        for command in ("printer-match", "proof"):
+            with self.subTest(command):
+                plain = self.run_orlo(command, self.source, "plain.tif").pixels()
+                absolute = self.run_orlo(command, self.source, "absolute.tif", "--intent=absolute").pixels()
+                # The library's own colours are 16-bit linear light on their way.
+                light = [i for i, colour in enumerate(self.COLOURS) if min(colour) > 20000]
+                self.assert_close([plain[i] for i in light], [absolute[i] for i in light], 6)
+        help_text = subprocess.run([OrloCommand.ORLO, "proof", "--help"], capture_output=True, check=True).stdout.decode()
+        self.assertRegex(help_text, r"absolute\s+unless\s+given,\s+and\s+what\s+matching\s+sessions\s+show")
+
+    def test_sessions_and_hosts_curves_count_for_a_proof_of_any_intent(self):
+        def setting(*words):
+            subprocess.run([OrloCommand.ORLO, "settings", "set", *words], check=True)
+
+        light = [i for i, colour in enumerate(self.COLOURS) if min(colour) > 20000]
+        seen = []
+        for words, option in (((), "--plain-curves"), (("flare=0", "quality=2"), "--session"), (("contrast=2",), "--session"),
+                              (("contrast=1", "printer-white=xyz:60,70,90", "use-printer-white=on"), "--session")):
+            with self.subTest(f"{words} {option}"):
+                if words:
+                    setting(*words)
+                library = self.run_orlo("proof", self.source, "out.tif", option).pixels()
+                route = self.run_orlo("proof", self.source, "out.tif", option, "--intent=absolute").pixels()
+                # A step of linear light, on curves whose pieces stand mirrored.
+                self.assert_close([route[i] for i in light], [library[i] for i in light], 200)
+                self.assertNotIn(route, seen)
+                seen.append(route)
+
+    def test_what_does_not_go_together_is_refused(self):
+        rows = [(("--black-point-compensation",), "--black-point-compensation: the intent absolute keeps black as it is; add --intent"),
+                (("--intent=absolute", "--black-point-compensation"), "the intent absolute keeps black"),
+                (("--ink-black=black",), "--ink-black: with the paper simulated the ink is, too; add --paper white"),
+                (("--intent=colorimetric",), "use absolute, relative, perceptual or saturation")]
+        for options, right in rows:
+            with self.subTest(options):
+                done = subprocess.run(self.arguments("proof", self.source, self.path("out.tif"), *options), capture_output=True, check=False)
+                self.assertEqual((done.returncode, right in done.stderr.decode(), os.path.exists(self.path("out.tif"))), (2, True, False), done.stderr)
+
+    def test_the_summary_tells_the_intent(self):
+        words = self.arguments("proof", self.source, self.path("out.tif"), "--intent=perceptual", "--black-point-compensation", "--paper=white", "--ink-black=black")
+        done = subprocess.run(words, capture_output=True, check=True).stdout.decode()
+        self.assertIn(", intent perceptual, black point compensation, paper white, ink black, no viewing conditions, ", done)
+        told = json.loads(subprocess.run([*words, "--json"], capture_output=True, check=True).stdout)
+        self.assertEqual(told["rendering"], {"intent": "perceptual", "blackPointCompensation": True, "paper": "white", "inkBlack": "black"})
+        told = json.loads(subprocess.run([*self.arguments("printer-match", self.source, self.path("out.tif")), "--json"], capture_output=True, check=True).stdout)
+        self.assertEqual(told["rendering"], {"intent": "absolute", "blackPointCompensation": False})
 
 
 class Gamut(OrloCase):

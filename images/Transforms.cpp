@@ -1,0 +1,19 @@
+#include "images/Transforms.h"
+
+Owned<ColorSyncTransformRef> TransformThrough(std::initializer_list<Stop> stops) {
+    const Owned<CFMutableArrayRef> sequence(CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks));
+    if (!sequence) return {};
+    for (const Stop& stop : stops) {
+        if (!stop.profile) return {};
+        const CFStringRef place = &stop == stops.begin()     ? kColorSyncTransformDeviceToPCS
+                                  : &stop + 1 == stops.end() ? kColorSyncTransformPCSToDevice
+                                                             : kColorSyncTransformPCSToPCS;
+        const void* keys[] = {kColorSyncProfile, kColorSyncTransformTag, kColorSyncRenderingIntent, kColorSyncBlackPointCompensation};
+        const void* values[] = {stop.profile, place, stop.intent, stop.compensatesBlack ? kCFBooleanTrue : kCFBooleanFalse};
+        const Owned<CFDictionaryRef> step(
+            CFDictionaryCreate(kCFAllocatorDefault, keys, values, 4, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+        if (!step) return {};
+        CFArrayAppendValue(sequence.Get(), step.Get());
+    }
+    return Owned<ColorSyncTransformRef>(ColorSyncTransformCreate(sequence.Get(), nullptr));
+}
