@@ -2,12 +2,14 @@
 
 from __future__ import annotations
 
+import concurrent.futures
 import functools
 import math
+import os
 import struct
 import sys
 from dataclasses import dataclass
-from typing import TYPE_CHECKING, Any, Optional, Tuple
+from typing import TYPE_CHECKING, Any, Callable, List, Optional, Tuple
 
 import numpy as np
 import numpy.typing as npt
@@ -24,6 +26,8 @@ Picture = Any
 """An image of Pillow or of pyvips."""
 
 Samples = npt.NDArray[Any]
+
+_LEAST_PIXELS = 1 << 16  # for which a thread pays
 
 
 @functools.lru_cache(maxsize=None)
@@ -131,6 +135,16 @@ def _laid_on_white(opened_picture: _Opened) -> _Opened:
     return _Opened(laid.astype(np.uint16), opened_picture.colours, opened_picture.profile)
 
 
+def _in_parts(count: int, run: Callable[[slice], int]) -> List[int]:
+    """What the parts of so many pixels answer, each run on a processor of its own."""
+    parts = min(len(os.sched_getaffinity(0)), count // _LEAST_PIXELS)
+    if parts < 2:
+        return [run(slice(0, count))] if count else []
+    bounds = [count * part // parts for part in range(parts + 1)]
+    with concurrent.futures.ThreadPoolExecutor(parts) as pool:
+        return list(pool.map(run, map(slice, bounds, bounds[1:])))
+
+
 _OPERATIONS = {"match": lib.kRunMatch, "proof": lib.kRunProof, "printer_match": lib.kRunPrinterMatch}
 
 
@@ -153,9 +167,14 @@ def converted(matcher: "Matcher", operation: str, image: Picture) -> Picture:
     transform, channels = _transform(picture.samples.shape[-1], picture.colours, picture.profile)
     block = np.require(picture.samples, requirements=["C", "A"])
     result = np.empty((*block.shape[:-1], 4 if is_inks else 3), np.uint8 if depth == 8 else np.uint16)
-    if result.size:
-        status = lib.RunPicture(transform, 8 * block.itemsize, pointer(block), block.shape[-1], channels, _OPERATIONS[operation], matcher._record, depth,
-                                pointer(result), result.shape[-1], block.size // block.shape[-1])
+    given, made = block.reshape(-1, block.shape[-1]), result.reshape(-1, result.shape[-1])
+
+    def run(part: slice) -> int:
+        status: int = lib.RunPicture(transform, 8 * given.itemsize, pointer(given[part]), given.shape[-1], channels, _OPERATIONS[operation],
+                                     matcher._record, depth, pointer(made[part]), made.shape[-1], len(given[part]))
+        return status
+
+    for status in _in_parts(len(given), run):
         if status != lib.kStatusDone:
             raise ColourMatchError(status, "the picture could not be converted; close other programs")
     profile = matcher.printer_profile if is_printers else matcher.monitor_profile

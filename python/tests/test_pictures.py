@@ -121,7 +121,8 @@ def test_printing_without_a_printer_is_refused():
         assert caught.value.status == 1000
 
 
-@pytest.mark.parametrize("size", [(1, 1), (1023, 1), (1025, 1), (64, 33)])
+# The last ones are made in parts, where there is more than one processor.
+@pytest.mark.parametrize("size", [(1, 1), (1023, 1), (1025, 1), (64, 33), (1 << 17, 1), (701, 577)])
 def test_a_picture_is_its_arrays_in_one(size):
     matcher, image = Matcher(ADOBE_RGB, CMYK_PRINTER), picture("RGB", APPLE_RGB, size)
     reference = reference_from_image(image)
