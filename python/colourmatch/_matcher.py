@@ -226,8 +226,8 @@ class Matcher:
                     embedded profile, or of sRGB where it has none
 
         Returns an image of the same library: RGB, with the alpha of ``image`` as it was, and as many bits (Pillow: 8). The values are those that
-        ``orlo proof`` writes; a large picture is made on all processors. TypeError for another object or mode, ValueError for CMYK without a profile, ProfileError for an embedded profile that
-        does not fit.
+        ``orlo proof`` writes; a large picture is made on all processors. ColourMatchError (1000) without a printer, TypeError for another object or
+        mode, ValueError for CMYK without a profile, ProfileError for an embedded profile that does not fit.
         """
         from ._pictures import converted
 

@@ -5,6 +5,7 @@ import importlib
 import inspect
 import os
 import pkgutil
+import re
 import shutil
 
 import numpy
@@ -24,16 +25,32 @@ def failures_of(runner, tests):
     return "".join(texts)
 
 
-def test_the_readme(tmp_path, monkeypatch):
-    monkeypatch.chdir(tmp_path)
+def bring_files():
+    """What the examples name, into the current folder."""
     for source, name in ((ADOBE_RGB, "monitor.icc"), (CMYK_PRINTER, "printer.icc"), (f"{DATA}/photographs/astronaut.png", "photo.png")):
         shutil.copy(source, name)
+
+
+def test_the_readme(tmp_path, monkeypatch):
+    monkeypatch.chdir(tmp_path)
+    bring_files()
     with open(os.path.join(os.environ["CM_SOURCE_DIR"], "python", "README.md"), encoding="utf-8") as file:
         text = file.read()
     test = doctest.DocTestParser().get_doctest(text, {}, "README.md", "README.md", 0)
     assert len(test.examples) > 15
     assert failures_of(doctest.DocTestRunner(verbose=False), [test]) == ""
     assert os.path.exists("proof.png")
+
+
+def test_the_example_of_the_project(tmp_path, monkeypatch):
+    monkeypatch.chdir(tmp_path)
+    bring_files()
+    with open(os.path.join(os.environ["CM_SOURCE_DIR"], "README.md"), encoding="utf-8") as file:
+        (example,) = re.findall(r"^```python\n(.*?)^```$", file.read(), re.MULTILINE | re.DOTALL)
+    names = {}
+    exec(compile(example, "README.md", "exec"), names)
+    with open("monitor.icc", "rb") as file:
+        assert names["proof"].info["icc_profile"] == file.read()
 
 
 @pytest.mark.parametrize("module", MODULES, ids=lambda module: module.__name__)
