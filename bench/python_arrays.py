@@ -13,6 +13,7 @@ import statistics
 import sys
 import time
 
+sys.dont_write_bytecode = True  # the source tree stays as it is
 ROOT = os.path.dirname(os.path.dirname(os.path.realpath(__file__)))
 BUILD = os.path.join(ROOT, "build", "release")
 DATA = os.path.join(ROOT, "build", "test-data")

@@ -15,7 +15,7 @@ from ._native import ffi, lib
 Profile = Union[str, "os.PathLike[str]", "os.PathLike[bytes]", bytes, bytearray, memoryview]
 """A profile: the path of a file as text or as a path object, or the profile's content as bytes."""
 
-_KEPT_RECORDS = 8
+_KEPT_RECORDS = 8  # so that tasks that come one after the other, each with its pickle, find theirs; some MiB each
 
 # Guards what is made here, and a status with the sentence that belongs to it. A fork waits for it, so that the child finds it open.
 _lock = threading.RLock()
