@@ -2,7 +2,6 @@
 
 #include "images/Complaint.h"
 #include "images/FileContents.h"
-#include "images/FourCharCodes.h"
 #include "images/ProfileChoice.h"
 #include "images/Transforms.h"
 
@@ -26,21 +25,6 @@ Owned<ColorSyncProfileRef> SRGBProfile() {
     return ProfileFromBytes(bytes, length);
 }
 
-int ChannelsOf(ColorSyncProfileRef profile) {
-    const uint32_t profileClass = GetProfileClass(profile);
-    if (profileClass == kClassLink || profileClass == kClassNamed) return 0;
-    switch (GetProfileColourSpace(profile)) {
-        case kSpaceGrey:
-            return 1;
-        case kColourSpaceRGB:
-            return 3;
-        case kColourSpaceCMYK:
-            return 4;
-        default:
-            return 0;
-    }
-}
-
 }  // namespace
 
 SourceColour FindSourceColour(VipsImage* image, const ImageShape& shape, const std::string& path, const std::string& inputProfile,
@@ -51,7 +35,7 @@ SourceColour FindSourceColour(VipsImage* image, const ImageShape& shape, const s
     std::size_t length = 0;
     if (!inputProfile.empty()) {
         profile = std::move(OpenProfile(inputProfile, "the profile of an image's colours is needed").profile);
-        source.channels = ChannelsOf(profile.Get());
+        source.channels = ChannelsOfImages(profile.Get());
         source.profileName = ProfileName(profile.Get());
         if (source.channels != shape.colours && !(shape.colours == 1 && source.channels == 3)) {
             throw Complaint{inputProfile, "it (" + source.profileName + ") is not for images such as " + path,
@@ -60,7 +44,7 @@ SourceColour FindSourceColour(VipsImage* image, const ImageShape& shape, const s
     } else if (vips_image_get_typeof(image, VIPS_META_ICC_NAME) != 0 && vips_image_get_blob(image, VIPS_META_ICC_NAME, &bytes, &length) == 0) {
         profile = ProfileFromBytes(bytes, length);
         if (!profile) throw Complaint{path, "its embedded profile is damaged", "remove the profile or embed a whole one"};
-        source.channels = ChannelsOf(profile.Get());
+        source.channels = ChannelsOfImages(profile.Get());
         // A grey image may carry an RGB profile: its values then stand for equal red, green and blue.
         if (source.channels != shape.colours && !(shape.colours == 1 && source.channels == 3)) {
             throw Complaint{path, "its embedded profile (" + ProfileName(profile.Get()) + ") is not for this kind of image",

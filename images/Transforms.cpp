@@ -1,5 +1,7 @@
 #include "images/Transforms.h"
 
+#include "images/FourCharCodes.h"
+
 Owned<ColorSyncTransformRef> TransformThrough(std::initializer_list<Stop> stops) {
     const Owned<CFMutableArrayRef> sequence(CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks));
     if (!sequence) return {};
@@ -16,4 +18,19 @@ Owned<ColorSyncTransformRef> TransformThrough(std::initializer_list<Stop> stops)
         CFArrayAppendValue(sequence.Get(), step.Get());
     }
     return Owned<ColorSyncTransformRef>(ColorSyncTransformCreate(sequence.Get(), nullptr));
+}
+
+int ChannelsOfImages(ColorSyncProfileRef profile) {
+    const uint32_t profileClass = GetProfileClass(profile);
+    if (profileClass == kClassLink || profileClass == kClassNamed) return 0;
+    switch (GetProfileColourSpace(profile)) {
+        case kSpaceGrey:
+            return 1;
+        case kColourSpaceRGB:
+            return 3;
+        case kColourSpaceCMYK:
+            return 4;
+        default:
+            return 0;
+    }
 }

@@ -14,3 +14,6 @@ struct Stop {
 
 /// From the first device through those between to the last; null when there is no such way.
 Owned<ColorSyncTransformRef> TransformThrough(std::initializer_list<Stop> stops);
+
+/// Samples of a colour in an image of the profile's space: 1 grey, 3 RGB, 4 CMYK; 0 for a profile that is for no image.
+int ChannelsOfImages(ColorSyncProfileRef profile);

@@ -5,8 +5,8 @@
 #include <nlohmann/json.hpp>
 
 #include "images/Complaint.h"
+#include "images/InstalledProfiles.h"
 #include "images/ProfileChoice.h"
-#include "orlo/InstalledProfiles.h"
 #include "orlo/ProfileContents.h"
 #include "orlo/ProfileFacts.h"
 

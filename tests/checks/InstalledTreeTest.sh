@@ -141,4 +141,15 @@ if [[ -x $work/prefix/bin/orlo ]]; then
         grep -q 'Exec.*=orlo displays keep$' "$work/prefix/$file" || fail "$file does not keep the displays"
     done
 fi
+
+package=$work/prefix/lib/python3/dist-packages
+if [[ -e $package/colourmatch ]]; then
+    echo "the installed Python package"
+    [[ -z $(find "$package" -type l) ]] || fail "a link in the Python package"
+    shown=$(env -u LD_LIBRARY_PATH PYTHONPATH="$package" /usr/bin/python3 -B -c "
+import sys, numpy, colourmatch
+print(*colourmatch.Matcher(sys.argv[1], sys.argv[2], plain_curves=True).match(numpy.full((1, 3), 14135, numpy.uint16))[0])" "$monitor" "$printer") ||
+        fail "the Python package failed"
+    grep -qE "^14135 14135 14135 +$shown " "$work/first_answer" || fail "the Python package answered $shown"
+fi
 echo "passed"

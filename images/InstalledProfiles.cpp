@@ -1,4 +1,4 @@
-#include "orlo/InstalledProfiles.h"
+#include "images/InstalledProfiles.h"
 
 #include <glib.h>
 #include <sys/stat.h>
