@@ -603,6 +603,32 @@ TEST_F(ProfilesOfDisplays, StayTheirsWhenAnotherBecomesThePrimaryOneOrIsUnplugge
     EXPECT_EQ(MC_InstallProfileForDisplay(MC_GetIndexedDisplay(2)), 0);
 }
 
+TEST_F(ProfilesOfDisplays, StayTheirsWhenAnotherIsPluggedInAtTheSameOutput) {
+    const XorgServer server;
+    ASSERT_RUNNING(server);
+    PlugThree();
+    XClient client;
+    client.SetIdentification("DUMMY1", Identification(3));
+    const std::string path = folder.Write("display.icc", ProfileWithCalibration(2.0));
+    ASSERT_EQ(MC_SetProfileForDisplay(MC_GetIndexedDisplay(2), URLOf(path).Get()), 0);
+    client.SetIdentification("DUMMY1", Identification(4));
+    EXPECT_EQ(ProfileOf(MC_GetIndexedDisplay(2)).second, kMC_NoProfile);
+    CGDisplayRestoreColorSyncSettings();
+    EXPECT_EQ(client.Ramp("DUMMY1")[0][128], 128 * 257);
+    EXPECT_EQ(MC_InstallProfileForDisplay(MC_GetIndexedDisplay(2)), 1);
+    EXPECT_TRUE(client.OutputProperty("DUMMY1", "_ICC_PROFILE").empty()) << "other applications do not take it for the new one's either";
+    EXPECT_TRUE(client.Property("_ICC_PROFILE_1").empty());
+    EXPECT_EQ(MC_InstallProfileForDisplay(MC_GetIndexedDisplay(2)), 0);
+    client.SetIdentification("DUMMY1", Identification(3));
+    EXPECT_EQ(MC_InstallProfileForDisplay(MC_GetIndexedDisplay(2)), 1);
+    EXPECT_EQ(ProfileOf(MC_GetIndexedDisplay(2)), std::pair(ReadFile(path), int{kMC_ProfileOfOutput}));
+    // What another program gives the output is whichever display's is there.
+    const auto other = ProfileWithCalibration(3.0);
+    client.SetOutputProperty("DUMMY1", "_ICC_PROFILE", other);
+    client.SetIdentification("DUMMY1", Identification(4));
+    EXPECT_EQ(ProfileOf(MC_GetIndexedDisplay(2)), std::pair(other, int{kMC_ProfileOfOutput}));
+}
+
 TEST_F(ProfilesOfDisplays, AreFoundAgainInANewSession) {
     const std::string path = folder.Write("display.icc", ProfileWithCalibration(2.0));
     {

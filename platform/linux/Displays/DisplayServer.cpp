@@ -168,7 +168,8 @@ xcb_atom_t Atom(const std::string& name) {
 
 constexpr const char* kProfileProperty = "_ICC_PROFILE";
 constexpr uint32_t kMostWords = 1 << 22;
-/// Beside a profile at the root window, for which display it was written: its identifier and the digest of the profile.
+/// Beside a profile, for which display it was written: its identifier and the digest of the profile. An output and a number of the root window keep
+/// what they have when another display comes into their place.
 constexpr const char* kMarkPrefix = "_ORLO";
 
 std::string WindowPropertyName(unsigned screen) {
@@ -200,7 +201,7 @@ bool FitsRequest(xcb_connection_t* connection, const Bytes& profile) {
     return profile.size() / 4 + 16 <= xcb_get_maximum_request_length(connection);
 }
 
-Bytes ReadOutputProperty(xcb_randr_output_t output, const char* name) {
+Bytes ReadOutputProperty(xcb_randr_output_t output, const std::string& name) {
     const QuietPipe quiet;
     const xcb_atom_t atom = Atom(name);
     if (atom == XCB_ATOM_NONE) return {};
@@ -231,6 +232,36 @@ bool WriteRootProperty(const std::string& name, const Bytes& value) {
     return FitsRequest(connection, value) &&
            IsDone(xcb_change_property_checked(connection, XCB_PROP_MODE_REPLACE, sServer.screen->root, atom, XCB_ATOM_CARDINAL, 8,
                                               static_cast<uint32_t>(value.size()), value.data()));
+}
+
+bool WriteOutputProperty(xcb_randr_output_t output, const std::string& name, const Bytes& value) {
+    const QuietPipe quiet;
+    const xcb_atom_t atom = Atom(name);
+    if (atom == XCB_ATOM_NONE) return false;
+    // The server refuses to remove what is not there.
+    if (value.empty()) {
+        if (ReadOutputProperty(output, name).empty()) return sServer.connection != nullptr;
+        return IsDone(xcb_randr_delete_output_property_checked(sServer.connection, output, atom));
+    }
+    return FitsRequest(sServer.connection, value) &&
+           IsDone(xcb_randr_change_output_property_checked(sServer.connection, output, atom, XCB_ATOM_CARDINAL, 8, XCB_PROP_MODE_REPLACE,
+                                                           static_cast<uint32_t>(value.size()), value.data()));
+}
+
+/// Says of a profile for which display it was written; nothing of none.
+Bytes MarkOf(const ServerOutput& output, const Bytes& profile) {
+    if (profile.empty()) return {};
+    Bytes mark(output.identifier.begin(), output.identifier.end());
+    const Identifier digest = Digest(profile);
+    mark.insert(mark.end(), digest.begin(), digest.end());
+    return mark;
+}
+
+/// Whether the profile was written for a display that had this place before. What others wrote has no mark, or that of an earlier profile.
+bool IsOfAnother(const ServerOutput& output, const Bytes& profile, const Bytes& mark) {
+    const bool isMarked = mark.size() == 2 * sizeof(Identifier) && std::equal(mark.begin() + sizeof(Identifier), mark.end(), Digest(profile).begin());
+    const auto isOf = [&](const Identifier& identifier) { return std::equal(identifier.begin(), identifier.end(), mark.begin()); };
+    return isMarked && !isOf(output.identifier) && !isOf(output.earlier);
 }
 
 /// At the root window, what outputs are identified by whose data have a serial number, so that a twin that is plugged in takes nobody's identifier:
@@ -473,30 +504,25 @@ bool FitsDisplayServer(const Bytes& profile) {
 }
 
 Bytes ReadOutputProfile(const ServerOutput& output) {
-    return ReadOutputProperty(output.id, kProfileProperty);
+    Bytes profile = ReadOutputProperty(output.id, kProfileProperty);
+    const bool isOfAnother =
+        !profile.empty() && IsOfAnother(output, profile, ReadOutputProperty(output.id, kMarkPrefix + std::string(kProfileProperty)));
+    return isOfAnother ? Bytes() : profile;
+}
+
+bool HasStrayOutputProfile(const ServerOutput& output) {
+    return ReadOutputProfile(output).empty() && !ReadOutputProperty(output.id, kProfileProperty).empty();
 }
 
 bool WriteOutputProfile(const ServerOutput& output, const Bytes& profile) {
-    const QuietPipe quiet;
-    const xcb_atom_t atom = Atom(kProfileProperty);
-    if (atom == XCB_ATOM_NONE) return false;
-    // The server refuses to remove what is not there.
-    if (profile.empty()) {
-        if (ReadOutputProfile(output).empty()) return sServer.connection != nullptr;
-        return IsDone(xcb_randr_delete_output_property_checked(sServer.connection, output.id, atom));
-    }
-    return FitsRequest(sServer.connection, profile) &&
-           IsDone(xcb_randr_change_output_property_checked(sServer.connection, output.id, atom, XCB_ATOM_CARDINAL, 8, XCB_PROP_MODE_REPLACE,
-                                                           static_cast<uint32_t>(profile.size()), profile.data()));
+    return WriteOutputProperty(output.id, kProfileProperty, profile) &&
+           WriteOutputProperty(output.id, kMarkPrefix + std::string(kProfileProperty), MarkOf(output, profile));
 }
 
 Bytes ReadWindowProfile(const ServerOutput& output) {
     const std::string name = WindowPropertyName(output.screen);
-    const Bytes profile = ReadRootProperty(name);
-    const Bytes mark = profile.empty() ? Bytes() : ReadRootProperty(kMarkPrefix + name);
-    const bool isMarked = mark.size() == 2 * sizeof(Identifier) && std::equal(mark.begin() + sizeof(Identifier), mark.end(), Digest(profile).begin());
-    const auto isOf = [&](const Identifier& identifier) { return std::equal(identifier.begin(), identifier.end(), mark.begin()); };
-    return isMarked && !isOf(output.identifier) && !isOf(output.earlier) ? Bytes() : profile;
+    Bytes profile = ReadRootProperty(name);
+    return !profile.empty() && IsOfAnother(output, profile, ReadRootProperty(kMarkPrefix + name)) ? Bytes() : profile;
 }
 
 bool HasStrayWindowProfile(const ServerOutput& output) {
@@ -505,13 +531,7 @@ bool HasStrayWindowProfile(const ServerOutput& output) {
 
 bool WriteWindowProfile(const ServerOutput& output, const Bytes& profile) {
     const std::string name = WindowPropertyName(output.screen);
-    Bytes mark;
-    if (!profile.empty()) {
-        mark.assign(output.identifier.begin(), output.identifier.end());
-        const Identifier digest = Digest(profile);
-        mark.insert(mark.end(), digest.begin(), digest.end());
-    }
-    return WriteRootProperty(name, profile) && WriteRootProperty(kMarkPrefix + name, mark);
+    return WriteRootProperty(name, profile) && WriteRootProperty(kMarkPrefix + name, MarkOf(output, profile));
 }
 
 }  // namespace platform
