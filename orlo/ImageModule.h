@@ -1,7 +1,7 @@
 #pragma once
 
-/// What works on pictures stands in a module of its own, colourmatch-2/orlo-images.so beside the library. It is loaded when one of these is called, so
-/// that no other command waits for libvips and all that libvips brings. They throw Complaint.
+/// What works on pictures stands in a module of its own, colourmatch-2/orlo-images.so beside the library. It is loaded when one of these is called,
+/// so that no other command waits for libvips and all that libvips brings. They throw Complaint.
 
 #include <string>
 

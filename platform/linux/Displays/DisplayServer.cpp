@@ -30,7 +30,7 @@ bool HasGammaRamps(xcb_connection_t* connection) {
     const xcb_query_extension_reply_t* const extension = xcb_get_extension_data(connection, &xcb_randr_id);
     if (!extension || !extension->present) return false;
     const Reply<xcb_randr_query_version_reply_t> version(
-        xcb_randr_query_version_reply(connection, xcb_randr_query_version(connection, 1, 3), nullptr));
+        xcb_randr_query_version_reply(connection, xcb_randr_query_version(connection, 1, 5), nullptr));
     return version && (version->major_version > 1 || version->minor_version >= 3);
 }
 
@@ -330,6 +330,23 @@ std::vector<Identifier> IdentifiersNow(const std::vector<IdentifiedOutput>& outp
     return identifiers;
 }
 
+/// As the server counts its monitors, the primary one first: so do Xinerama and the programs that read and write profiles at the root window. A
+/// server that does not tell counts as the list does.
+void NumberScreens(std::vector<ServerOutput>* outputs) {
+    for (std::size_t i = 0; i < outputs->size(); ++i) (*outputs)[i].screen = static_cast<unsigned>(i);
+    if (!sServer.connection) return;
+    const auto monitors = Answer<xcb_randr_get_monitors_reply_t>(xcb_randr_get_monitors(sServer.connection, sServer.screen->root, 1));
+    if (!monitors) return;
+    unsigned screen = 0;
+    for (auto monitor = xcb_randr_get_monitors_monitors_iterator(monitors.get()); monitor.rem; xcb_randr_monitor_info_next(&monitor), ++screen) {
+        const xcb_randr_output_t* const shown = xcb_randr_monitor_info_outputs(monitor.data);
+        const xcb_randr_output_t* const end = shown + xcb_randr_monitor_info_outputs_length(monitor.data);
+        for (ServerOutput& output : *outputs) {
+            if (std::find(shown, end, output.id) != end) output.screen = screen;
+        }
+    }
+}
+
 void Identify(std::vector<ServerOutput>* outputs) {
     std::vector<IdentifiedOutput> named;
     for (const ServerOutput& output : *outputs) named.push_back({output.name, output.identification});
@@ -462,17 +479,13 @@ std::vector<ServerOutput> ActiveOutputs() {
     }
     // What was not answered any more would pass for what is not there.
     if (!IsSameConnection(number)) return {};
-    unsigned screens = 0;
-    for (auto output = found.begin(); output != found.end(); ++output) {
-        const auto first = std::find_if(found.begin(), output, [&](const ServerOutput& o) { return o.controller == output->controller; });
-        output->screen = first == output ? screens++ : first->screen;
-    }
     std::stable_partition(found.begin(), found.end(), [&](const ServerOutput& output) { return primary && output.id == primary->output; });
     std::vector<ServerOutput> alone;
     for (const ServerOutput& output : found) {
         const bool mirrored = std::any_of(alone.begin(), alone.end(), [&](const ServerOutput& o) { return o.controller == output.controller; });
         if (!mirrored) alone.push_back(output);
     }
+    NumberScreens(&alone);
     Identify(&alone);
     if (!IsSameConnection(number)) return {};
     return alone;
