@@ -88,7 +88,8 @@ public:
         for (const int number : {SIGINT, SIGTERM, SIGHUP}) g_unix_signal_add(number, Stop, loop_);
         // It goes on when nobody reads its lines any more.
         signal(SIGPIPE, SIG_IGN);
-        Surroundings::Look();
+        // Where there can be no ramps it ends here. A server that is only held up, as at a login, is waited for.
+        if (StateOfDisplayServer() != ServerState::Silent) Surroundings::Look();
         CGDisplayRegisterReconfigurationCallback(DisplaysChanged, this);
         for (const char* const name : {"CMDeviceStateNotification", "CMDeviceProfilesNotification"}) {
             const Owned<CFStringRef> text(CFStringCreateWithCString(kCFAllocatorDefault, name, kCFStringEncodingUTF8));

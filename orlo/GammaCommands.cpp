@@ -179,8 +179,8 @@ void Verify(const GammaRequest& request, const Showing& showing) {
                         {"matches", isRight}});
         lines += display.Name() + ": expected " + wanted.words + "; " + (isRight ? "found, " : "not found, ") + off + "\n";
         if (!isRight && !fault) {
-            fault =
-                Complaint{display.Name(), "its ramp is not " + wanted.words, "orlo displays keep --once puts ramps in their places", Exit::Failed};
+            fault = Complaint{display.Name(), "its ramp is not " + wanted.words,
+                              isAgainstFile ? "orlo gamma load loads it" : "orlo displays keep --once puts ramps in their places", Exit::Failed};
         }
     }
     const Json value = {{"displays", rows}, {"tolerance", request.tolerance}, {"matches", !fault.has_value()}, {"documentFault", document.Fault()}};

@@ -578,17 +578,18 @@ TEST_F(ProfilesOfDisplays, StayTheirsWhenAnotherBecomesThePrimaryOneOrIsUnplugge
     client.SetProperty("_ICC_PROFILE_2", ProfileWithCalibration(3.0));  // by another program
     const std::string path = folder.Write("display.icc", ProfileWithCalibration(2.0));
     ASSERT_EQ(MC_SetProfileForDisplay(MC_GetIndexedDisplay(2), URLOf(path).Get()), 0);
-    const auto expectRamps = [&] {
+    const auto expectRamps = [&](bool isThirdNumbered2) {
         CGDisplayRestoreColorSyncSettings();
         EXPECT_EQ(client.Ramp("DUMMY0")[0][128], 128 * 257);
         EXPECT_NEAR(client.Ramp("DUMMY1")[0][128], MiddleOf(2.0), 2.0);
-        EXPECT_NEAR(client.Ramp("DUMMY2")[0][128], MiddleOf(3.0), 2.0);
+        EXPECT_NEAR(client.Ramp("DUMMY2")[0][128], isThirdNumbered2 ? MiddleOf(3.0) : 128.0 * 257, 2.0);
     };
-    expectRamps();
+    expectRamps(true);
+    // The primary one is counted first: what another program wrote goes by the number, as all of them read it; ours stays with its display.
     for (const char* const primary : {"DUMMY1", "DUMMY2", "DUMMY0"}) {
         SCOPED_TRACE(primary);
         ASSERT_EQ(Shell(std::string("xrandr --output ") + primary + " --primary"), 0);
-        expectRamps();
+        expectRamps(std::string(primary) != "DUMMY2");
     }
     // The number of the second is now the first's, and the third's the second's, under which the second's profile still stands.
     ASSERT_EQ(Shell("xrandr --output DUMMY0 --off"), 0);
@@ -601,6 +602,48 @@ TEST_F(ProfilesOfDisplays, StayTheirsWhenAnotherBecomesThePrimaryOneOrIsUnplugge
     EXPECT_EQ(MC_InstallProfileForDisplay(MC_GetIndexedDisplay(2)), 1);
     EXPECT_TRUE(client.Property("_ICC_PROFILE_1").empty());
     EXPECT_EQ(MC_InstallProfileForDisplay(MC_GetIndexedDisplay(2)), 0);
+}
+
+TEST_F(ProfilesOfDisplays, StandAtTheRootWindowUnderTheNumbersThatOtherProgramsCount) {
+    const XorgServer server;
+    ASSERT_RUNNING(server);
+    PlugThree();
+    XClient client;
+    ASSERT_EQ(Shell("xrandr --output DUMMY2 --primary"), 0);
+    // xrandr lists the monitors as Xinerama numbers them.
+    ASSERT_EQ(Shell("xrandr --listmonitors | grep -q '^ 0: .*DUMMY2$'"), 0);
+    client.SetProperty("_ICC_PROFILE", ProfileWithCalibration(2.0));  // by another program
+    EXPECT_EQ(ProfileOf(MC_GetIndexedDisplay(1)), std::pair(ProfileWithCalibration(2.0), int{kMC_ProfileOfWindow}));
+    EXPECT_EQ(ProfileOf(MC_GetIndexedDisplay(2)).second, kMC_NoProfile);
+    CGDisplayRestoreColorSyncSettings();
+    EXPECT_NEAR(client.Ramp("DUMMY2")[0][128], MiddleOf(2.0), 2.0);
+    EXPECT_EQ(client.Ramp("DUMMY0")[0][128], 128 * 257);
+}
+
+TEST_F(ProfilesOfDisplays, StayTheirsWhenAnotherIsPluggedInAtTheSameOutput) {
+    const XorgServer server;
+    ASSERT_RUNNING(server);
+    PlugThree();
+    XClient client;
+    client.SetIdentification("DUMMY1", Identification(3));
+    const std::string path = folder.Write("display.icc", ProfileWithCalibration(2.0));
+    ASSERT_EQ(MC_SetProfileForDisplay(MC_GetIndexedDisplay(2), URLOf(path).Get()), 0);
+    client.SetIdentification("DUMMY1", Identification(4));
+    EXPECT_EQ(ProfileOf(MC_GetIndexedDisplay(2)).second, kMC_NoProfile);
+    CGDisplayRestoreColorSyncSettings();
+    EXPECT_EQ(client.Ramp("DUMMY1")[0][128], 128 * 257);
+    EXPECT_EQ(MC_InstallProfileForDisplay(MC_GetIndexedDisplay(2)), 1);
+    EXPECT_TRUE(client.OutputProperty("DUMMY1", "_ICC_PROFILE").empty()) << "other applications do not take it for the new one's either";
+    EXPECT_TRUE(client.Property("_ICC_PROFILE_1").empty());
+    EXPECT_EQ(MC_InstallProfileForDisplay(MC_GetIndexedDisplay(2)), 0);
+    client.SetIdentification("DUMMY1", Identification(3));
+    EXPECT_EQ(MC_InstallProfileForDisplay(MC_GetIndexedDisplay(2)), 1);
+    EXPECT_EQ(ProfileOf(MC_GetIndexedDisplay(2)), std::pair(ReadFile(path), int{kMC_ProfileOfOutput}));
+    // What another program gives the output is whichever display's is there.
+    const auto other = ProfileWithCalibration(3.0);
+    client.SetOutputProperty("DUMMY1", "_ICC_PROFILE", other);
+    client.SetIdentification("DUMMY1", Identification(4));
+    EXPECT_EQ(ProfileOf(MC_GetIndexedDisplay(2)), std::pair(other, int{kMC_ProfileOfOutput}));
 }
 
 TEST_F(ProfilesOfDisplays, AreFoundAgainInANewSession) {

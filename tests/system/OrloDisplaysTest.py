@@ -357,6 +357,9 @@ class WithDisplays(DisplayCase):
         told = json.loads(done.stdout)
         self.assertEqual((done.returncode, done.stderr.decode()),
                          (1, "orlo: DUMMY1: its ramp is not straight; orlo displays keep --once puts ramps in their places\n"))
+        done = subprocess.run([OrloCommand.ORLO, "gamma", "verify", self.path("bent"), "--display", "1"], capture_output=True, check=False)
+        self.assertEqual((done.returncode, done.stderr.decode()),
+                         (1, f"orlo: DUMMY0: its ramp is not that of {self.path('bent')}; orlo gamma load loads it\n"))
         self.assertEqual(told["displays"][1], {"display": "DUMMY1", "expected": "straight", "largestDifference": 300, "channel": "green", "entry": 99,
                                                "matches": False})
         self.assertEqual((told["matches"], told["tolerance"], told["displays"][0]["matches"]), (False, 257, True))
@@ -580,6 +583,18 @@ class WithDisplays(DisplayCase):
         while self.next_event(keeper)["event"] != "silent":
             pass
         self.server.kill()
+        self.assertEqual(keeper.wait(PATIENCE), 0)
+
+    def test_keeping_begins_while_the_server_is_held_up(self):
+        self.orlo("gamma", "adjust", "--invert", "--display", "2")
+        self.server.send_signal(signal.SIGSTOP)
+        self.addCleanup(self.server.send_signal, signal.SIGCONT)
+        keeper = self.start_keeping()
+        self.assertEqual(self.next_event(keeper)["event"], "silent")
+        self.server.send_signal(signal.SIGCONT)
+        self.assertEqual(self.next_event(keeper)["event"], "answers")
+        self.wait_for(lambda: self.ramp("2") == self.ramp("1"))
+        keeper.send_signal(signal.SIGTERM)
         self.assertEqual(keeper.wait(PATIENCE), 0)
 
     def test_nothing_is_lost_on_a_full_disk(self):

@@ -147,11 +147,13 @@ Installed InstallDisplayProfile(CGDirectDisplayID display) {
         }();
         if (profile.source == ProfileSource::kRemembered) {
             installed = Assign(*output, RememberedFile(*output)) == Assignment::kDone ? Installed::kNow : Installed::kFailed;
-        } else if (profile.bytes.empty() ? !HasStrayWindowProfile(*output) : ReadWindowProfile(*output) == profile.bytes) {
-            installed = Installed::kAlready;
-        } else if (WriteWindowProfile(*output, profile.bytes)) {
-            installed = Installed::kNow;
+            return true;
         }
+        const bool isStray = platform::HasStrayOutputProfile(*output);
+        const bool isAtWindow = profile.bytes.empty() ? !HasStrayWindowProfile(*output) : ReadWindowProfile(*output) == profile.bytes;
+        if (isStray && !platform::WriteOutputProfile(*output, {})) return false;
+        if (!isAtWindow && !WriteWindowProfile(*output, profile.bytes)) return false;
+        installed = isStray || !isAtWindow ? Installed::kNow : Installed::kAlready;
         return true;
     });
     return installed;

@@ -30,7 +30,7 @@ bool HasGammaRamps(xcb_connection_t* connection) {
     const xcb_query_extension_reply_t* const extension = xcb_get_extension_data(connection, &xcb_randr_id);
     if (!extension || !extension->present) return false;
     const Reply<xcb_randr_query_version_reply_t> version(
-        xcb_randr_query_version_reply(connection, xcb_randr_query_version(connection, 1, 3), nullptr));
+        xcb_randr_query_version_reply(connection, xcb_randr_query_version(connection, 1, 5), nullptr));
     return version && (version->major_version > 1 || version->minor_version >= 3);
 }
 
@@ -168,7 +168,8 @@ xcb_atom_t Atom(const std::string& name) {
 
 constexpr const char* kProfileProperty = "_ICC_PROFILE";
 constexpr uint32_t kMostWords = 1 << 22;
-/// Beside a profile at the root window, for which display it was written: its identifier and the digest of the profile.
+/// Beside a profile, for which display it was written: its identifier and the digest of the profile. An output and a number of the root window keep
+/// what they have when another display comes into their place.
 constexpr const char* kMarkPrefix = "_ORLO";
 
 std::string WindowPropertyName(unsigned screen) {
@@ -200,7 +201,7 @@ bool FitsRequest(xcb_connection_t* connection, const Bytes& profile) {
     return profile.size() / 4 + 16 <= xcb_get_maximum_request_length(connection);
 }
 
-Bytes ReadOutputProperty(xcb_randr_output_t output, const char* name) {
+Bytes ReadOutputProperty(xcb_randr_output_t output, const std::string& name) {
     const QuietPipe quiet;
     const xcb_atom_t atom = Atom(name);
     if (atom == XCB_ATOM_NONE) return {};
@@ -231,6 +232,36 @@ bool WriteRootProperty(const std::string& name, const Bytes& value) {
     return FitsRequest(connection, value) &&
            IsDone(xcb_change_property_checked(connection, XCB_PROP_MODE_REPLACE, sServer.screen->root, atom, XCB_ATOM_CARDINAL, 8,
                                               static_cast<uint32_t>(value.size()), value.data()));
+}
+
+bool WriteOutputProperty(xcb_randr_output_t output, const std::string& name, const Bytes& value) {
+    const QuietPipe quiet;
+    const xcb_atom_t atom = Atom(name);
+    if (atom == XCB_ATOM_NONE) return false;
+    // The server refuses to remove what is not there.
+    if (value.empty()) {
+        if (ReadOutputProperty(output, name).empty()) return sServer.connection != nullptr;
+        return IsDone(xcb_randr_delete_output_property_checked(sServer.connection, output, atom));
+    }
+    return FitsRequest(sServer.connection, value) &&
+           IsDone(xcb_randr_change_output_property_checked(sServer.connection, output, atom, XCB_ATOM_CARDINAL, 8, XCB_PROP_MODE_REPLACE,
+                                                           static_cast<uint32_t>(value.size()), value.data()));
+}
+
+/// Says of a profile for which display it was written; nothing of none.
+Bytes MarkOf(const ServerOutput& output, const Bytes& profile) {
+    if (profile.empty()) return {};
+    Bytes mark(output.identifier.begin(), output.identifier.end());
+    const Identifier digest = Digest(profile);
+    mark.insert(mark.end(), digest.begin(), digest.end());
+    return mark;
+}
+
+/// Whether the profile was written for a display that had this place before. What others wrote has no mark, or that of an earlier profile.
+bool IsOfAnother(const ServerOutput& output, const Bytes& profile, const Bytes& mark) {
+    const bool isMarked = mark.size() == 2 * sizeof(Identifier) && std::equal(mark.begin() + sizeof(Identifier), mark.end(), Digest(profile).begin());
+    const auto isOf = [&](const Identifier& identifier) { return std::equal(identifier.begin(), identifier.end(), mark.begin()); };
+    return isMarked && !isOf(output.identifier) && !isOf(output.earlier);
 }
 
 /// At the root window, what outputs are identified by whose data have a serial number, so that a twin that is plugged in takes nobody's identifier:
@@ -297,6 +328,23 @@ std::vector<Identifier> IdentifiersNow(const std::vector<IdentifiedOutput>& outp
         if (Recall(identifiers[i], Memory::kOutput) != outputs[i].name) Remember(identifiers[i], Memory::kOutput, outputs[i].name);
     }
     return identifiers;
+}
+
+/// As the server counts its monitors, the primary one first: so do Xinerama and the programs that read and write profiles at the root window. A
+/// server that does not tell counts as the list does.
+void NumberScreens(std::vector<ServerOutput>* outputs) {
+    for (std::size_t i = 0; i < outputs->size(); ++i) (*outputs)[i].screen = static_cast<unsigned>(i);
+    if (!sServer.connection) return;
+    const auto monitors = Answer<xcb_randr_get_monitors_reply_t>(xcb_randr_get_monitors(sServer.connection, sServer.screen->root, 1));
+    if (!monitors) return;
+    unsigned screen = 0;
+    for (auto monitor = xcb_randr_get_monitors_monitors_iterator(monitors.get()); monitor.rem; xcb_randr_monitor_info_next(&monitor), ++screen) {
+        const xcb_randr_output_t* const shown = xcb_randr_monitor_info_outputs(monitor.data);
+        const xcb_randr_output_t* const end = shown + xcb_randr_monitor_info_outputs_length(monitor.data);
+        for (ServerOutput& output : *outputs) {
+            if (std::find(shown, end, output.id) != end) output.screen = screen;
+        }
+    }
 }
 
 void Identify(std::vector<ServerOutput>* outputs) {
@@ -431,17 +479,13 @@ std::vector<ServerOutput> ActiveOutputs() {
     }
     // What was not answered any more would pass for what is not there.
     if (!IsSameConnection(number)) return {};
-    unsigned screens = 0;
-    for (auto output = found.begin(); output != found.end(); ++output) {
-        const auto first = std::find_if(found.begin(), output, [&](const ServerOutput& o) { return o.controller == output->controller; });
-        output->screen = first == output ? screens++ : first->screen;
-    }
     std::stable_partition(found.begin(), found.end(), [&](const ServerOutput& output) { return primary && output.id == primary->output; });
     std::vector<ServerOutput> alone;
     for (const ServerOutput& output : found) {
         const bool mirrored = std::any_of(alone.begin(), alone.end(), [&](const ServerOutput& o) { return o.controller == output.controller; });
         if (!mirrored) alone.push_back(output);
     }
+    NumberScreens(&alone);
     Identify(&alone);
     if (!IsSameConnection(number)) return {};
     return alone;
@@ -473,30 +517,25 @@ bool FitsDisplayServer(const Bytes& profile) {
 }
 
 Bytes ReadOutputProfile(const ServerOutput& output) {
-    return ReadOutputProperty(output.id, kProfileProperty);
+    Bytes profile = ReadOutputProperty(output.id, kProfileProperty);
+    const bool isOfAnother =
+        !profile.empty() && IsOfAnother(output, profile, ReadOutputProperty(output.id, kMarkPrefix + std::string(kProfileProperty)));
+    return isOfAnother ? Bytes() : profile;
+}
+
+bool HasStrayOutputProfile(const ServerOutput& output) {
+    return ReadOutputProfile(output).empty() && !ReadOutputProperty(output.id, kProfileProperty).empty();
 }
 
 bool WriteOutputProfile(const ServerOutput& output, const Bytes& profile) {
-    const QuietPipe quiet;
-    const xcb_atom_t atom = Atom(kProfileProperty);
-    if (atom == XCB_ATOM_NONE) return false;
-    // The server refuses to remove what is not there.
-    if (profile.empty()) {
-        if (ReadOutputProfile(output).empty()) return sServer.connection != nullptr;
-        return IsDone(xcb_randr_delete_output_property_checked(sServer.connection, output.id, atom));
-    }
-    return FitsRequest(sServer.connection, profile) &&
-           IsDone(xcb_randr_change_output_property_checked(sServer.connection, output.id, atom, XCB_ATOM_CARDINAL, 8, XCB_PROP_MODE_REPLACE,
-                                                           static_cast<uint32_t>(profile.size()), profile.data()));
+    return WriteOutputProperty(output.id, kProfileProperty, profile) &&
+           WriteOutputProperty(output.id, kMarkPrefix + std::string(kProfileProperty), MarkOf(output, profile));
 }
 
 Bytes ReadWindowProfile(const ServerOutput& output) {
     const std::string name = WindowPropertyName(output.screen);
-    const Bytes profile = ReadRootProperty(name);
-    const Bytes mark = profile.empty() ? Bytes() : ReadRootProperty(kMarkPrefix + name);
-    const bool isMarked = mark.size() == 2 * sizeof(Identifier) && std::equal(mark.begin() + sizeof(Identifier), mark.end(), Digest(profile).begin());
-    const auto isOf = [&](const Identifier& identifier) { return std::equal(identifier.begin(), identifier.end(), mark.begin()); };
-    return isMarked && !isOf(output.identifier) && !isOf(output.earlier) ? Bytes() : profile;
+    Bytes profile = ReadRootProperty(name);
+    return !profile.empty() && IsOfAnother(output, profile, ReadRootProperty(kMarkPrefix + name)) ? Bytes() : profile;
 }
 
 bool HasStrayWindowProfile(const ServerOutput& output) {
@@ -505,13 +544,7 @@ bool HasStrayWindowProfile(const ServerOutput& output) {
 
 bool WriteWindowProfile(const ServerOutput& output, const Bytes& profile) {
     const std::string name = WindowPropertyName(output.screen);
-    Bytes mark;
-    if (!profile.empty()) {
-        mark.assign(output.identifier.begin(), output.identifier.end());
-        const Identifier digest = Digest(profile);
-        mark.insert(mark.end(), digest.begin(), digest.end());
-    }
-    return WriteRootProperty(name, profile) && WriteRootProperty(kMarkPrefix + name, mark);
+    return WriteRootProperty(name, profile) && WriteRootProperty(kMarkPrefix + name, MarkOf(output, profile));
 }
 
 }  // namespace platform

@@ -85,7 +85,7 @@ std::optional<ServerOutput> FindOutput(uint32_t display);
 bool HasOutput(xcb_randr_output_t id);
 
 // Where other applications look for a display's profile: a property of its output, and one of the root window that has the screen's number. Writing
-// no bytes removes the property. One of the root window that was written here for another display, before the numbers changed, is not read.
+// no bytes removes the property. One that was written here for another display, which was at that output or had that number before, is not read.
 
 /// Whether the server takes a property of that size.
 bool FitsDisplayServer(const Bytes& profile);
@@ -93,7 +93,8 @@ Bytes ReadOutputProfile(const ServerOutput& output);
 bool WriteOutputProfile(const ServerOutput& output, const Bytes& profile);
 Bytes ReadWindowProfile(const ServerOutput& output);
 bool WriteWindowProfile(const ServerOutput& output, const Bytes& profile);
-/// Whether such a one of another display stands under this output's number, where applications would take it for this display's.
+/// Whether such a one of another display stands there, where applications would take it for this display's.
+bool HasStrayOutputProfile(const ServerOutput& output);
 bool HasStrayWindowProfile(const ServerOutput& output);
 
 }  // namespace platform
