@@ -769,7 +769,8 @@ class WithDisplays(DisplayCase):
 
     def start_keeping(self):
         """The loader at work; whoever asks for its next line gets it."""
-        keeper = subprocess.Popen([OrloCommand.ORLO, "displays", "keep", "--json"], stdout=subprocess.PIPE)
+        # Unbuffered: of two lines at once the second would be read ahead, and select wait for a third.
+        keeper = subprocess.Popen([OrloCommand.ORLO, "displays", "keep", "--json"], stdout=subprocess.PIPE, bufsize=0)
         self.addCleanup(keeper.stdout.close)
         self.addCleanup(keeper.wait)
         self.addCleanup(keeper.kill)
