@@ -1,4 +1,4 @@
-# What is installed, and the Debian packages: libcolourmatch2 (library and its resources), libcolourmatch-dev, orlo.
+# What is installed; debian/ makes packages of it.
 
 include(CMakePackageConfigHelpers)
 
@@ -71,33 +71,3 @@ configure_file(${PROJECT_SOURCE_DIR}/cmake/colourmatch.pc.in ${PROJECT_BINARY_DI
 install(FILES ${PROJECT_BINARY_DIR}/colourmatch.pc DESTINATION ${CM_PC_FOLDER} COMPONENT development)
 install(FILES examples/match_colour.c DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT library)
-
-set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGE_VENDOR "Orlo ColourMatch authors")
-set(CPACK_PACKAGE_CONTACT "Orlo ColourMatch authors <authors@orlo.invalid>")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
-set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
-set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
-set(CPACK_STRIP_FILES ON)
-set(CPACK_COMPONENTS_ALL library development)
-if(TARGET orlo)
-  list(APPEND CPACK_COMPONENTS_ALL command)
-endif()
-set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libcolourmatch${PROJECT_VERSION_MAJOR})
-set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_LIBRARY_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libcolourmatch-dev)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libcolourmatch${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
-set(CPACK_DEBIAN_COMMAND_PACKAGE_NAME orlo)
-set(CPACK_DEBIAN_COMMAND_PACKAGE_SECTION graphics)
-set(CPACK_DEBIAN_COMMAND_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_COMMAND_PACKAGE_DEPENDS "libcolourmatch${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
-# orlo is linked with the library of this same build, which no package of the system holds.
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
-set(CPACK_COMPONENT_LIBRARY_DESCRIPTION "The library and its reference profile.")
-set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers and build files for hosts of the library.")
-set(CPACK_COMPONENT_COMMAND_DESCRIPTION "The orlo command: colour matching of image files.")
-include(CPack)

@@ -308,6 +308,37 @@ class BuiltProgram(unittest.TestCase):
         self.assertIn("no function of it checks its stack", self.check("-fno-stack-protector").stdout)
 
 
+class PackageLists(unittest.TestCase):
+    def check(self, files, **packages):
+        with tempfile.TemporaryDirectory() as folder:
+            for path in files:
+                os.makedirs(os.path.dirname(os.path.join(folder, "tree", path)), exist_ok=True)
+                open(os.path.join(folder, "tree", path), "w", encoding="utf-8").close()
+            os.mkdir(os.path.join(folder, "lists"))
+            for package, lines in packages.items():
+                with open(os.path.join(folder, "lists", package + ".install"), "w", encoding="utf-8") as file:
+                    file.write("\n".join(lines) + "\n")
+            return run("check_package_lists", os.path.join(folder, "tree"), os.path.join(folder, "lists"))
+
+    def test_each_file_is_in_one_package(self):
+        files = ("bin/tool", "lib/libtool.so", "share/doc/Tool/LICENSE")
+        rows = (
+            # lists, expected finding or None
+            ({"tool": ["usr/bin/tool"], "library": ["usr/lib/*/libtool.so"]}, None),
+            ({"tool": ["usr/bin"], "library": ["usr/lib/*/*.so"]}, None),
+            ({"tool": ["usr/bin/tool"]}, "lib/libtool.so: in no package"),
+            ({"tool": ["usr/bin/tool", "usr/lib/*/libtool.so"], "library": ["usr/lib/*/*.so"]}, "lib/libtool.so: in library and tool"),
+            ({"tool": ["usr/bin/tool", "usr/bin/gone"], "library": ["usr/lib/*/*.so"]}, "tool: bin/gone finds nothing"),
+            ({"tool": []}, "nothing in"),
+        )
+        for packages, finding in rows:
+            with self.subTest(packages=packages):
+                result = self.check(files, **packages)
+                self.assertEqual(result.returncode, 0 if finding is None else 1, result.stdout + result.stderr)
+                if finding:
+                    self.assertIn(finding, result.stdout + result.stderr)
+
+
 if __name__ == "__main__":
     sys.dont_write_bytecode = True
     unittest.main()

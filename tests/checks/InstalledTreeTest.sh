@@ -41,6 +41,7 @@ done
 [[ $(pkg-config --modversion colourmatch) == 2.5.0 ]] || fail "pkg-config knows another version"
 
 run "$source/tools/check_binaries" "$work/prefix"
+if [[ -x $work/prefix/bin/orlo ]]; then run "$source/tools/check_package_lists" "$work/prefix"; fi
 
 echo "pkg-config, C"
 example=$(find "$work/prefix" -path '*/examples/match_colour.c')

@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
-# Makes the Debian packages, checks what they hold and what they depend on, and runs a host against the unpacked files.
+# Builds the Debian packages twice, from different folders, at different times and in different places of the world, which must give the same bytes;
+# has lintian look at them; installs, uses, upgrades and purges them in a bare tree. Skipped without CM_DEEP.
 #
-#     PackagesTest.sh BUILD SOURCE C_COMPILER
+#     PackagesTest.sh SOURCE
 set -euo pipefail
 
-build=$1 source=$2 cc=$3
+[[ -n ${CM_DEEP-} ]] || exit 77
+source=$1
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -14,48 +16,73 @@ fail() {
     exit 1
 }
 
-(cd "$work" && cpack --config "$build/CPackConfig.cmake" -B "$work/packages" >"$work/log" 2>&1) || { cat "$work/log"; fail "cpack failed"; }
+# build FOLDER [VARIABLE=VALUE...]: the packages in FOLDER, from a copy of the sources in a folder below it.
+build() {
+    local folder=$1
+    shift
+    mkdir -p "$folder/colourmatch"
+    (cd "$source" && git ls-files -z --cached --others --exclude-standard | tar --null --files-from=- -c) | tar -x -C "$folder/colourmatch"
+    (cd "$folder/colourmatch" && env "$@" dpkg-buildpackage -us -uc -d -b "-j$(nproc)") >"$folder/log" 2>&1 </dev/null || {
+        tail -n 60 "$folder/log"
+        fail "the packages cannot be built"
+    }
+}
 
 package() {
-    local found=("$work"/packages/"$1"_2.5.0_*.deb)
+    local found=("$work/first/$1"_2.5.0_*.deb)
     [[ ${#found[@]} == 1 && -f ${found[0]} ]] || fail "no package $1"
     echo "${found[0]}"
 }
 
-# holds PACKAGE PATTERN...: each pattern is the end of exactly one path in the package, which no other package has.
-holds() {
-    local name=$1 pattern
-    shift
-    dpkg-deb -c "$(package "$name")" | awk '{print $6}' | grep -v '/$' >"$work/$name.files"
-    for pattern in "$@"; do
-        [[ $(grep -cE "$pattern\$" "$work/$name.files") == 1 ]] || { cat "$work/$name.files"; fail "$name: not one $pattern"; }
-    done
+build "$work/first"
+build "$work/elsewhere/second" TZ=Asia/Tokyo LC_ALL=C.UTF-8 HOME=/nonexistent
+for file in "$work"/first/*.deb; do
+    cmp "$file" "$work/elsewhere/second/${file##*/}" || fail "${file##*/} comes out differently in another place"
+done
+echo "built twice: the same bytes"
+
+lintian --fail-on error,warning "$work"/first/*.changes || fail "lintian has something against them"
+
+names=(libcolourmatch2 libcolourmatch-dev orlo python3-colourmatch colourmatch-doc)
+debs=()
+for name in "${names[@]}"; do debs+=("$(package "$name")"); done
+
+# Bare trees, from an archive of the packages beside Debian's own.
+chmod 755 "$work"
+(cd "$work/first" && dpkg-scanpackages . >Packages 2>/dev/null)
+archives=$(find /etc/apt -name '*.sources' -o -name '*.list' | head -n 1)
+bare() {
+    mmdebstrap --quiet --variant=minbase --aptopt='APT::Install-Recommends "false"' "${@:2}" bookworm "$1" "$archives" \
+        "deb [trusted=yes] copy:$work/first ./" >"$work/log" 2>&1 </dev/null || {
+        tail -n 40 "$work/log"
+        fail "no bare tree with ${*:2}"
+    }
 }
+bare "$work/minimal.tar"
+bare "$work/library.tar" --include=libcolourmatch2
+count() { tar -xOf "$1" ./var/lib/dpkg/status | grep -c '^Status: install ok installed'; }
+added=$(($(count "$work/library.tar") - $(count "$work/minimal.tar")))
+((added <= 10)) || fail "libcolourmatch2 pulls $added packages into a bare tree, 10 at most are wanted"
+echo "libcolourmatch2 pulls $added packages into a bare tree"
 
-holds libcolourmatch2 /lib/libcolourmatch.so.2 /lib/libcolourmatch.so.2.5.0 /lib/colourmatch-2/MatrixCalRGB.icc /lib/colourmatch-2/show-alert /LICENSE
-holds libcolourmatch-dev /lib/libcolourmatch.so /lib/pkgconfig/colourmatch.pc /lib/cmake/ColourMatch/ColourMatchConfig.cmake \
-    /include/colourmatch-2/ColourMatch/ColourMatch.h /include/colourmatch-2/session/ColourOperations.h
-holds orlo ./usr/lib/systemd/user/orlo-displays.service ./etc/xdg/autostart/orlo-displays.desktop /bin/orlo /lib/colourmatch-2/orlo-images.so /man/man1/orlo.1 /man/man1/orlo-proof.1 /completions/orlo /_orlo /orlo.fish
-twice=$(sort "$work"/*.files | uniq -d)
-[[ -z $twice ]] || fail "in two packages: $twice"
-# Development files only in the development package, and no header that hosts must not see.
-if grep -E '\.(h|pc|cmake)$' "$work/libcolourmatch2.files" "$work/orlo.files"; then fail "development files outside libcolourmatch-dev"; fi
-if grep -E 'platform/linux/|Owned\.h|CurveTag\.h' "$work/libcolourmatch-dev.files"; then fail "headers that are not for hosts"; fi
-
-depends() { dpkg-deb -f "$(package "$1")" Depends; }
-for needed in liblcms2-2 libglib2.0-0 libc6; do
-    depends libcolourmatch2 | grep -q "$needed" || fail "libcolourmatch2 does not depend on $needed: $(depends libcolourmatch2)"
-done
-for name in libcolourmatch-dev orlo; do
-    depends "$name" | grep -qF 'libcolourmatch2 (= 2.5.0)' || fail "$name does not depend on libcolourmatch2: $(depends "$name")"
-done
-depends orlo | grep -q libvips || fail "orlo does not depend on libvips: $(depends orlo)"
-
-mkdir "$work/unpacked"
-for name in libcolourmatch2 libcolourmatch-dev orlo; do dpkg-deb -x "$(package "$name")" "$work/unpacked"; done
-"$cc" -std=c17 "$source/examples/match_colour.c" -I"$work/unpacked/usr/include/colourmatch-2" -L"$work/unpacked/usr/lib" -lcolourmatch -o "$work/match"
-LD_LIBRARY_PATH=$work/unpacked/usr/lib "$work/match" /usr/share/color/argyll/ref/sRGB.icm /usr/share/color/icc/ghostscript/default_cmyk.icc >"$work/answer" ||
-    fail "a host of the unpacked library failed"
-[[ $(wc -l <"$work/answer") -ge 7 ]] || fail "a host of the unpacked library answered too little"
-"$work/unpacked/usr/bin/orlo" --help >/dev/null || fail "the unpacked command does not start"
+# In one tree: a picture is proofed, hosts are compiled, the packages are installed again as an upgrade, removed and purged.
+printf -v hook '%s' 'set -e
+mkdir "$1/debs" "$1/checks"
+cp '"$(printf '%q ' "${debs[@]}")"' "$1/debs"
+cp '"$(printf '%q ' "$source"/debian/tests/command "$source"/debian/tests/host "$source"/debian/tests/python)"' "$1/checks"
+chroot "$1" sh -ec "
+    export AUTOPKGTEST_TMP=/checks
+    /checks/command
+    /checks/host
+    /checks/python
+    dpkg -i /debs/*.deb
+    orlo --version
+    dpkg -r orlo python3-colourmatch libcolourmatch-dev colourmatch-doc libcolourmatch2
+    ! command -v orlo
+    dpkg -P orlo python3-colourmatch libcolourmatch-dev colourmatch-doc libcolourmatch2
+    ! find /usr /etc /var -path /var/lib/dpkg -prune -o -path /var/cache -prune -o \( -iname \"*colourmatch*\" -o -iname \"*orlo*\" \) -print | grep .
+"'
+includes=$(IFS=,; echo "${names[*]}")
+bare "$work/whole.tar" --include="$includes,colord-data,libgs-common,libvips-tools,gcc,g++,pkg-config" --customize-hook="$hook"
+echo "installed, used, upgraded, removed and purged"
 echo "passed"
