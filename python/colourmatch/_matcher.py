@@ -31,7 +31,7 @@ class ViewingConditions:
     """How the monitor is bent for what surrounds it. The defaults are those of a stored setting that nobody changed."""
 
     flare: float = -0.03
-    """-1 to 1: negative lifts black by that share, positive takes it away."""
+    """-1 to 1: negative makes dark colours darker, as a monitor needs whose black is lifted by that share; positive makes them lighter."""
     contrast: float = 1.0
     """0.1 to 10: tone curves are raised to 1 / contrast."""
     a_offset: float = 0.0
