@@ -41,8 +41,8 @@ private:
 
 // ---- pixels: 0..65535 or 0..255 = full scale ----
 
-/// Reference RGB: linear, in the space of the library's own profile MatrixCalRGB.icc. The padding is neither read nor written, but for `MatchTo` of a
-/// record with grid tables, which writes 0.
+/// Reference RGB: linear, in the space of the library's own profile MatrixCalRGB.icc. Padding is not read, and is left as it was, but for a record
+/// with grid tables: Match and Proof to DevicePixel16, and Predict from 8 bits, write 0 there.
 struct ReferencePixel16 {
     std::uint16_t red, green, blue, padding;
 };
